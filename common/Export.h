@@ -1,0 +1,5 @@
+#pragma once
+
+/** Marks what the shared library shows in its dynamic symbol table; everything else stays hidden.
+ */
+#define DE_EXPORT __attribute__((visibility("default")))
