@@ -1,0 +1,50 @@
+#include "aidl/IDisplayEngineCallback.h"
+
+#include "aidl/BpDisplayEngineCallback.h"
+
+namespace com {
+namespace tivora {
+namespace displayengine {
+
+using android::IBinder;
+using android::sp;
+using android::String16;
+
+const String16 IDisplayEngineCallback::descriptor(
+    "com.tivora.displayengine.IDisplayEngineCallback");
+std::unique_ptr<IDisplayEngineCallback> IDisplayEngineCallback::default_impl;
+
+IDisplayEngineCallback::IDisplayEngineCallback() = default;
+
+IDisplayEngineCallback::~IDisplayEngineCallback() = default;
+
+const String16& IDisplayEngineCallback::getInterfaceDescriptor() const {
+    return descriptor;
+}
+
+sp<IDisplayEngineCallback> IDisplayEngineCallback::asInterface(const sp<IBinder>& binder) {
+    if (binder == nullptr) {
+        return nullptr;
+    }
+    const sp<android::IInterface> local = binder->queryLocalInterface(descriptor);
+    if (local != nullptr) {
+        return static_cast<IDisplayEngineCallback*>(local.get());
+    }
+    return new BpDisplayEngineCallback(binder);
+}
+
+bool IDisplayEngineCallback::setDefaultImpl(std::unique_ptr<IDisplayEngineCallback> impl) {
+    if (impl == nullptr) {
+        return false;
+    }
+    default_impl = std::move(impl);
+    return true;
+}
+
+const std::unique_ptr<IDisplayEngineCallback>& IDisplayEngineCallback::getDefaultImpl() {
+    return default_impl;
+}
+
+}  // namespace displayengine
+}  // namespace tivora
+}  // namespace com

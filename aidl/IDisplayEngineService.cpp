@@ -1,0 +1,49 @@
+#include "aidl/IDisplayEngineService.h"
+
+#include "aidl/BpDisplayEngineService.h"
+
+namespace com {
+namespace tivora {
+namespace displayengine {
+
+using android::IBinder;
+using android::sp;
+using android::String16;
+
+const String16 IDisplayEngineService::descriptor("com.tivora.displayengine.IDisplayEngineService");
+std::unique_ptr<IDisplayEngineService> IDisplayEngineService::default_impl;
+
+IDisplayEngineService::IDisplayEngineService() = default;
+
+IDisplayEngineService::~IDisplayEngineService() = default;
+
+const String16& IDisplayEngineService::getInterfaceDescriptor() const {
+    return descriptor;
+}
+
+sp<IDisplayEngineService> IDisplayEngineService::asInterface(const sp<IBinder>& binder) {
+    if (binder == nullptr) {
+        return nullptr;
+    }
+    const sp<android::IInterface> local = binder->queryLocalInterface(descriptor);
+    if (local != nullptr) {
+        return static_cast<IDisplayEngineService*>(local.get());
+    }
+    return new BpDisplayEngineService(binder);
+}
+
+bool IDisplayEngineService::setDefaultImpl(std::unique_ptr<IDisplayEngineService> impl) {
+    if (impl == nullptr) {
+        return false;
+    }
+    default_impl = std::move(impl);
+    return true;
+}
+
+const std::unique_ptr<IDisplayEngineService>& IDisplayEngineService::getDefaultImpl() {
+    return default_impl;
+}
+
+}  // namespace displayengine
+}  // namespace tivora
+}  // namespace com
