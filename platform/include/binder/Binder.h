@@ -1,0 +1,68 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include <binder/IBinder.h>
+
+namespace android {
+
+namespace internal {
+class Stability;
+}
+
+/** An object of this process that others can call: derive and override onTransact. */
+class BBinder : public IBinder {
+public:
+    BBinder() = default;
+
+    const String16& getInterfaceDescriptor() const override;
+    bool isBinderAlive() const override;
+    status_t pingBinder() override;
+    /** Writes nothing; for a subclass to override. */
+    status_t dump(int fd, const Vector<String16>& args) override;
+    status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0) final;
+    status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
+                         uint32_t flags = 0) override;
+    status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,
+                           uint32_t flags = 0, wp<DeathRecipient>* outRecipient = nullptr) override;
+    BBinder* localBinder() override;
+
+protected:
+    ~BBinder() override = default;
+
+    /**
+     * Runs one call, on a thread of the pool or, for a call from this process, on the caller's.
+     * `reply` is never null for a call from another process, a oneway one included. This one
+     * answers PING_TRANSACTION, INTERFACE_TRANSACTION and DUMP_TRANSACTION, else
+     * UNKNOWN_TRANSACTION.
+     */
+    virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
+                                uint32_t flags = 0);
+
+private:
+    friend class internal::Stability;
+
+    BBinder(const BBinder&) = delete;
+    BBinder& operator=(const BBinder&) = delete;
+
+    std::atomic<int32_t> mStability{0};
+};
+
+/** The part of an interface's proxy that holds the remote object. */
+class BpRefBase : public virtual RefBase {
+protected:
+    explicit BpRefBase(const sp<IBinder>& o);
+    ~BpRefBase() override = default;
+
+    IBinder* remote() const { return mRemote.get(); }
+    sp<IBinder> remoteStrong() const { return mRemote; }
+
+private:
+    BpRefBase(const BpRefBase&) = delete;
+    BpRefBase& operator=(const BpRefBase&) = delete;
+
+    const sp<IBinder> mRemote;
+};
+
+}  // namespace android
