@@ -1,0 +1,142 @@
+#include "FeatureStore.h"
+
+#include <utils/String16.h>
+#include <utils/String8.h>
+
+#include <algorithm>
+
+#include "Report.h"
+#include "aidl/IDisplayEngineService.h"
+
+using android::String16;
+using android::os::PersistableBundle;
+using Service = com::tivora::displayengine::IDisplayEngineService;
+
+namespace sample {
+namespace {
+
+constexpr int32_t kPanelNameType = 0;
+constexpr int32_t kLargestAlpha = 1023;
+constexpr int32_t kUsualAlpha = 528;
+constexpr size_t kMostScenes = 256;
+
+}  // namespace
+
+FeatureStore::FeatureStore(int32_t supported, std::string panelName)
+    : mSupported(supported),
+      mPanelName(std::move(panelName)),
+      mNumbers{{{Service::DE_FEATURE_FOLDINGCOMPENSATION, Service::DE_DATA_TYPE_ALPHA},
+                {kUsualAlpha, kLargestAlpha, 4}},
+               {{Service::DE_FEATURE_LOCAL_HBM, Service::DE_DATA_TYPE_LOCAL_HBM}, {1, 1, 1}}} {}
+
+int32_t FeatureStore::getSupported(int32_t feature) const {
+    switch (feature) {
+        case Service::DE_FEATURE_AISR:
+            return mSupported;
+        case Service::DE_FEATURE_PANEL_NAME:
+        case Service::DE_FEATURE_RGLED:
+        case Service::DE_FEATURE_LOCAL_HBM:
+        case Service::DE_FEATURE_READING:
+        case Service::DE_FEATURE_FOLDINGCOMPENSATION:
+        case Service::DE_FEATURE_GLOBAL_READING:
+            return 1;
+        default:
+            return 0;
+    }
+}
+
+int32_t FeatureStore::setScene(int32_t scene, int32_t value) {
+    if (scene == Service::DE_SCENE_BRIGHTNESS && value < 0) {
+        return kRefused;
+    }
+    const std::lock_guard<std::mutex> lock(mMutex);
+    if (mScenes.size() >= kMostScenes && mScenes.count(scene) == 0) {
+        return kRefused;
+    }
+    mScenes[scene] = value;
+    return 0;
+}
+
+int32_t FeatureStore::setData(int32_t type, const PersistableBundle& data) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    if (type == Service::DE_DATA_TYPE_FRAMERATE) {
+        String16 rate;
+        if (!data.getString(String16("FPS"), &rate)) {
+            return kRefused;
+        }
+        mFrameRate = android::String8(rate).string();
+        return 0;
+    }
+    int32_t force = 0;
+    if (type != Service::DE_DATA_TYPE_CWB_FORCE_ENABLE ||
+        !data.getInt(String16("forceEnable"), &force) || (force != 0 && force != 1)) {
+        return kRefused;
+    }
+    mCwbForced = force;
+    return 0;
+}
+
+int32_t FeatureStore::setEffect(int32_t feature, int32_t type, const PersistableBundle& data) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    const auto number = mNumbers.find({feature, type});
+    int32_t value = 0;
+    if (number == mNumbers.end() || !data.getInt(String16("Value"), &value) || value < 0 ||
+        value > number->second.max) {
+        return kRefused;
+    }
+    number->second.value = value;
+    return 0;
+}
+
+int32_t FeatureStore::getEffect(int32_t feature, int32_t type, int32_t length,
+                                std::vector<uint8_t>* buffer) const {
+    std::vector<uint8_t> content;
+    if (feature == Service::DE_FEATURE_PANEL_NAME && type == kPanelNameType) {
+        content.assign(mPanelName.begin(), mPanelName.end());
+    } else {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        const auto number = mNumbers.find({feature, type});
+        if (number == mNumbers.end()) {
+            return kRefused;
+        }
+        for (size_t i = 0; i < number->second.size; ++i) {
+            content.push_back(static_cast<uint8_t>(number->second.value >> (8 * i)));
+        }
+    }
+    if (length < 0 || static_cast<size_t>(length) < content.size() ||
+        static_cast<size_t>(length) > buffer->size()) {
+        return kRefused;
+    }
+    const auto end = std::copy(content.begin(), content.end(), buffer->begin());
+    std::fill(end, buffer->begin() + length, uint8_t{0});
+    return 0;
+}
+
+int32_t FeatureStore::getEffectEx(int32_t feature, int32_t type, int32_t length,
+                                  std::vector<int32_t>* status) const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    const auto number = mNumbers.find({feature, type});
+    if (number == mNumbers.end() || length < 1 || static_cast<size_t>(length) > status->size()) {
+        return kRefused;
+    }
+    std::fill(status->begin(), status->begin() + length, 0);
+    status->front() = number->second.value;
+    return 0;
+}
+
+std::vector<std::string> FeatureStore::describe() const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    std::vector<std::string> lines;
+    for (const auto& [scene, value] : mScenes) {
+        lines.push_back("scene=" + std::to_string(scene) + " value=" + std::to_string(value));
+    }
+    for (const auto& [feature, number] : mNumbers) {
+        lines.push_back("feature=" + std::to_string(feature.first) + " type=" +
+                        std::to_string(feature.second) + " value=" + std::to_string(number.value));
+    }
+    lines.push_back("frame-rate=\"" + printable(mFrameRate) + '"');
+    lines.push_back("cwb-forced=" + std::to_string(mCwbForced));
+    return lines;
+}
+
+}  // namespace sample

@@ -1,0 +1,68 @@
+// What the sample service knows and remembers of the display's features.
+#pragma once
+
+#include <binder/PersistableBundle.h>
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace sample {
+
+/// Answers the display features and keeps the values that clients set. Results are 0 for success
+/// and -22 for a request that the service does not know or whose contents it refuses; a refused
+/// request changes nothing. All operations may be called from any thread.
+class FeatureStore {
+public:
+    static constexpr int32_t kRefused = -22;
+
+    /// `supported` is the answer for video enhancement.
+    FeatureStore(int32_t supported, std::string panelName);
+
+    /// 1 for each display feature of the interface, 0 for an unknown one.
+    int32_t getSupported(int32_t feature) const;
+
+    /// Keeps `value` as the scene's value. Brightness levels are not negative, and no more than 256
+    /// scenes are kept, so that no client can fill the memory.
+    int32_t setScene(int32_t scene, int32_t value);
+
+    /// Keeps a setting: the frame rate ("FPS", text) or the CWB switch ("forceEnable", 0 or 1).
+    int32_t setData(int32_t type, const android::os::PersistableBundle& data);
+
+    /// Sets a numeric effect from the int "Value": an alpha of 0 to 1023, or a switch of 0 or 1.
+    int32_t setEffect(int32_t feature, int32_t type, const android::os::PersistableBundle& data);
+
+    /// Fills the first `length` bytes of `buffer`: the panel name padded with zeros, or a number in
+    /// little-endian order. Refuses a length that the value or the buffer does not cover.
+    int32_t getEffect(int32_t feature, int32_t type, int32_t length,
+                      std::vector<uint8_t>* buffer) const;
+
+    /// A numeric effect as the first of `length` values.
+    int32_t getEffectEx(int32_t feature, int32_t type, int32_t length,
+                        std::vector<int32_t>* status) const;
+
+    /// What clients have set, one "name=value ..." text each.
+    std::vector<std::string> describe() const;
+
+private:
+    struct Number {
+        int32_t value;
+        int32_t max;
+        size_t size;  // bytes on the wire
+    };
+
+    const int32_t mSupported;
+    const std::string mPanelName;
+
+    mutable std::mutex mMutex;
+    // Guarded by mMutex.
+    std::map<std::pair<int32_t, int32_t>, Number> mNumbers;  // by feature and type
+    std::map<int32_t, int32_t> mScenes;
+    std::string mFrameRate;
+    int32_t mCwbForced = 0;
+};
+
+}  // namespace sample

@@ -1,0 +1,130 @@
+#include "Options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <locale>
+#include <sstream>
+
+namespace sample {
+namespace {
+
+/// Names and explanations of the numeric configuration values, in wire order from the second on.
+struct ConfigurationOption {
+    const char* name;
+    const char* help;
+};
+
+constexpr ConfigurationOption kConfigurationOptions[] = {
+    {"--min-width", "smallest video size that may be enhanced: width in pixels"},
+    {"--min-height", "smallest video size that may be enhanced: height in pixels"},
+    {"--max-width", "largest video size that may be enhanced: width in pixels"},
+    {"--max-height", "largest video size that may be enhanced: height in pixels"},
+    {"--max-fps", "highest frame rate that may be enhanced"},
+    {"--monitor-frames", "health monitor: frames that close one measuring interval"},
+    {"--monitor-tolerance", "health monitor: intervals in a row that may run too fast"},
+    {"--monitor-restore", "health monitor: calm intervals that lift its verdict; -1 for never"},
+    {"--abort-ms", "longest wait for one frame in milliseconds"},
+    {"--overload-ms", "processing time in milliseconds that counts as a slow frame"},
+    {"--overload-count", "slow frames that make an overload"},
+    {"--overload-period-ms", "period in milliseconds within which they make it"},
+};
+static_assert(std::size(kConfigurationOptions) + 1 == kConfigurationSize,
+              "every value but the enable state has an option");
+
+constexpr double kLongestDelaySeconds = 86400;
+
+std::optional<bool> parseSwitch(const std::string& text) {
+    if (text == "on") {
+        return true;
+    }
+    if (text == "off") {
+        return false;
+    }
+    return std::nullopt;
+}
+
+/// Parses "SECONDS:on" or "SECONDS:off".
+std::optional<Toggle> parseToggle(const std::string& text) {
+    const size_t colon = text.find(':');
+    if (colon == std::string::npos) {
+        return std::nullopt;
+    }
+    std::istringstream number(text.substr(0, colon));
+    number.imbue(std::locale::classic());
+    double seconds = 0;
+    const std::optional<bool> enable = parseSwitch(text.substr(colon + 1));
+    if (!(number >> std::noskipws >> seconds) || number.peek() != EOF || !enable ||
+        !(seconds >= 0 && seconds <= kLongestDelaySeconds)) {
+        return std::nullopt;
+    }
+    return Toggle{std::chrono::milliseconds(std::llround(seconds * 1000)), *enable};
+}
+
+std::string checkToggle(const std::string& text) {
+    return parseToggle(text) ? std::string()
+                             : "'" + text + "' is not SECONDS:on or SECONDS:off (0 to 86400 s)";
+}
+
+void addOptions(CLI::App* app, Options* options, std::string* enable,
+                std::vector<std::string>* toggles) {
+    app->add_option("--supported", options->supported,
+                    "answer to whether video enhancement is supported")
+        ->capture_default_str();
+    app->add_option("--enable", *enable, "enable state to start with: on or off")
+        ->check(CLI::IsMember({"on", "off"}))
+        ->capture_default_str();
+    for (size_t i = 0; i < std::size(kConfigurationOptions); ++i) {
+        app->add_option(kConfigurationOptions[i].name, options->configuration[i + 1],
+                        kConfigurationOptions[i].help)
+            ->capture_default_str();
+    }
+    app->add_option("--short-config", options->configurationSent,
+                    "send only the first N values of the configuration")
+        ->check(CLI::Range(size_t{0}, kConfigurationSize))
+        ->type_name("N")
+        ->capture_default_str();
+    app->add_option("--panel-name", options->panelName, "name of the display panel")
+        ->check([](const std::string& name) {
+            return name.size() < 255 ? std::string() : "a panel name has at most 254 bytes";
+        })
+        ->capture_default_str();
+    app->add_option("--toggle", *toggles,
+                    "send an Enable event that many seconds after the start; may be repeated")
+        ->type_name("SECONDS:on|off")
+        ->allow_extra_args(false)
+        ->check(checkToggle);
+}
+
+}  // namespace
+
+std::optional<int> parseOptions(int argc, const char* const* argv, Options* options) {
+    CLI::App app(
+        "Sample display engine service. Clients find it as \"DisplayEngineService\".\n"
+        "Each transaction is reported as one line on standard output. Commands on standard input:\n"
+        "  enable on|off   send an Enable event to the registered clients\n"
+        "  status          report the registered clients and what clients have set\n"
+        "  quit            stop, as SIGTERM and SIGINT do",
+        "displayengine-service");
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return "displayengine-service: " + std::string(error.what()) +
+               " (--help lists the options)\n";
+    });
+    std::string enable = options->configuration[0] == 1 ? "on" : "off";
+    std::vector<std::string> toggles;
+    addOptions(&app, options, &enable, &toggles);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    }
+    options->configuration[0] = enable == "on" ? 1 : 0;
+    for (const std::string& toggle : toggles) {
+        options->toggles.push_back(*parseToggle(toggle));
+    }
+    std::stable_sort(options->toggles.begin(), options->toggles.end(),
+                     [](const Toggle& a, const Toggle& b) { return a.after < b.after; });
+    return std::nullopt;
+}
+
+}  // namespace sample
