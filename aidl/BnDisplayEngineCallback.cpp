@@ -16,6 +16,8 @@ using android::os::PersistableBundle;
 using stub::arguments;
 using stub::readRequest;
 
+// Named apart: the stub has inherited members of the same names.
+namespace serve {
 namespace {
 
 // The sender is not waiting: what the operations return is dropped and nothing is written.
@@ -41,6 +43,7 @@ status_t onEventWithData(BnDisplayEngineCallback& callback, const Parcel& data) 
 }
 
 }  // namespace
+}  // namespace serve
 
 BnDisplayEngineCallback::BnDisplayEngineCallback() {
     android::internal::Stability::markCompilationUnit(this);
@@ -50,13 +53,16 @@ BnDisplayEngineCallback::~BnDisplayEngineCallback() = default;
 
 status_t BnDisplayEngineCallback::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                              uint32_t flags) {
-    switch (static_cast<CallbackCode>(code)) {
-        case CallbackCode::ON_EVENT:
-            return stub::reportNull(onEvent(*this, data), reply);
-        case CallbackCode::ON_EVENT_WITH_DATA:
-            return stub::reportNull(onEventWithData(*this, data), reply);
-    }
-    return BBinder::onTransact(code, data, reply, flags);
+    const auto dispatch = [&]() -> status_t {
+        switch (static_cast<CallbackCode>(code)) {
+            case CallbackCode::ON_EVENT:
+                return serve::onEvent(*this, data);
+            case CallbackCode::ON_EVENT_WITH_DATA:
+                return serve::onEventWithData(*this, data);
+        }
+        return BBinder::onTransact(code, data, reply, flags);
+    };
+    return stub::reportNull(dispatch(), reply);
 }
 
 }  // namespace displayengine

@@ -17,6 +17,8 @@ using stub::answer;
 using stub::arguments;
 using stub::results;
 
+// Named apart: the stub has inherited members of the same names.
+namespace serve {
 namespace {
 
 status_t getSupported(BnDisplayEngineService& service, const Parcel& data, Parcel* reply) {
@@ -122,6 +124,7 @@ status_t processGraphicBuffer(BnDisplayEngineService& service, const Parcel& dat
 }
 
 }  // namespace
+}  // namespace serve
 
 BnDisplayEngineService::BnDisplayEngineService() {
     android::internal::Stability::markCompilationUnit(this);
@@ -131,33 +134,36 @@ BnDisplayEngineService::~BnDisplayEngineService() = default;
 
 status_t BnDisplayEngineService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                             uint32_t flags) {
-    switch (static_cast<ServiceCode>(code)) {
-        case ServiceCode::GET_SUPPORTED:
-            return stub::reportNull(getSupported(*this, data, reply), reply);
-        case ServiceCode::SET_SCENE:
-            return stub::reportNull(setScene(*this, data, reply), reply);
-        case ServiceCode::SET_DATA:
-            return stub::reportNull(setData(*this, data, reply), reply);
-        case ServiceCode::GET_EFFECT_EX:
-            return stub::reportNull(getEffectEx(*this, data, reply), reply);
-        case ServiceCode::GET_EFFECT:
-            return stub::reportNull(getEffect(*this, data, reply), reply);
-        case ServiceCode::GET_EFFECT_EX_BY_DATA:
-            return stub::reportNull(getEffectExByData(*this, data, reply), reply);
-        case ServiceCode::SET_EFFECT:
-            return stub::reportNull(setEffect(*this, data, reply), reply);
-        case ServiceCode::REGISTER_CALLBACK:
-            return stub::reportNull(registerCallback(*this, data, reply), reply);
-        case ServiceCode::REGISTER_CALLBACK_EX:
-            return stub::reportNull(registerCallbackEx(*this, data, reply), reply);
-        case ServiceCode::UNREGISTER_CALLBACK:
-            return stub::reportNull(unregisterCallback(*this, data, reply), reply);
-        case ServiceCode::UNREGISTER_CALLBACK_EX:
-            return stub::reportNull(unregisterCallbackEx(*this, data, reply), reply);
-        case ServiceCode::PROCESS_GRAPHIC_BUFFER:
-            return stub::reportNull(processGraphicBuffer(*this, data, reply), reply);
-    }
-    return BBinder::onTransact(code, data, reply, flags);
+    const auto dispatch = [&]() -> status_t {
+        switch (static_cast<ServiceCode>(code)) {
+            case ServiceCode::GET_SUPPORTED:
+                return serve::getSupported(*this, data, reply);
+            case ServiceCode::SET_SCENE:
+                return serve::setScene(*this, data, reply);
+            case ServiceCode::SET_DATA:
+                return serve::setData(*this, data, reply);
+            case ServiceCode::GET_EFFECT_EX:
+                return serve::getEffectEx(*this, data, reply);
+            case ServiceCode::GET_EFFECT:
+                return serve::getEffect(*this, data, reply);
+            case ServiceCode::GET_EFFECT_EX_BY_DATA:
+                return serve::getEffectExByData(*this, data, reply);
+            case ServiceCode::SET_EFFECT:
+                return serve::setEffect(*this, data, reply);
+            case ServiceCode::REGISTER_CALLBACK:
+                return serve::registerCallback(*this, data, reply);
+            case ServiceCode::REGISTER_CALLBACK_EX:
+                return serve::registerCallbackEx(*this, data, reply);
+            case ServiceCode::UNREGISTER_CALLBACK:
+                return serve::unregisterCallback(*this, data, reply);
+            case ServiceCode::UNREGISTER_CALLBACK_EX:
+                return serve::unregisterCallbackEx(*this, data, reply);
+            case ServiceCode::PROCESS_GRAPHIC_BUFFER:
+                return serve::processGraphicBuffer(*this, data, reply);
+        }
+        return BBinder::onTransact(code, data, reply, flags);
+    };
+    return stub::reportNull(dispatch(), reply);
 }
 
 }  // namespace displayengine

@@ -62,14 +62,14 @@ android::status_t read(const android::Parcel& parcel, android::sp<INTERFACE>* va
 template <typename... ITEMS>
 android::status_t writeItems(android::Parcel& parcel, const ITEMS&... values) {
     android::status_t status = android::OK;
-    static_cast<void>(((status = write(parcel, values)) == android::OK && ...));
+    static_cast<void>((((status = write(parcel, values)) == android::OK) && ...));
     return status;
 }
 
 template <typename... ITEMS>
 android::status_t readItems(const android::Parcel& parcel, ITEMS*... values) {
     android::status_t status = android::OK;
-    static_cast<void>(((status = read(parcel, values)) == android::OK && ...));
+    static_cast<void>((((status = read(parcel, values)) == android::OK) && ...));
     return status;
 }
 

@@ -35,8 +35,8 @@ inline sp<INTERFACE> interface_cast(const sp<IBinder>& obj) {
 template <typename INTERFACE>
 class BnInterface : public INTERFACE, public BBinder {
 public:
-    sp<IInterface> queryLocalInterface(const String16& descriptor) override {
-        if (descriptor == INTERFACE::descriptor) {
+    sp<IInterface> queryLocalInterface(const String16& name) override {
+        if (name == INTERFACE::descriptor) {
             return sp<IInterface>(this);
         }
         return nullptr;

@@ -1,0 +1,222 @@
+#define LOG_TAG "DE N AISRAlgo"
+
+#include "aisr/AisrAlgorithm.h"
+
+#include <cutils/properties.h>
+#include <dlfcn.h>
+
+#include <memory>
+
+#include "aisr/AisrBuffer.h"
+#include "common/Log.h"
+
+namespace {
+
+const std::string kLibraryName = "libAISRProcess_interface.so";
+const std::string kLibraryFolder = "/system/lib64/";
+
+constexpr int32_t kLogLevelErrors = 1;
+constexpr int32_t kLogLevelAll = 3;
+
+/** The loader's text for the last failure. It is handed out once, and may be missing. */
+std::string takeLoaderError() {
+    const char* error = dlerror();
+    return error == nullptr ? std::string() : std::string(error);
+}
+
+bool endsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+AisrBuffer toAisrBuffer(const Aisr::BufferInfo& info) {
+    AisrBuffer buffer{};
+    buffer.id = info.id;
+    buffer.idx = info.idx;
+    buffer.width = info.width;
+    buffer.height = info.height;
+    buffer.stride = info.stride;
+    buffer.y = info.y;
+    buffer.uv = info.uv;
+    return buffer;
+}
+
+/** A list of one frame; lives from the submission until its processing has returned. */
+class OneBufferList {
+public:
+    explicit OneBufferList(const AisrBuffer& buffer)
+        : mNode(new AisrBufferNode{{&mList.ends, &mList.ends}, buffer}),
+          mList{{&mNode->links, &mNode->links}, 1} {}
+    OneBufferList(const OneBufferList&) = delete;
+    OneBufferList& operator=(const OneBufferList&) = delete;
+
+    const AisrBufferList* get() const { return &mList; }
+
+private:
+    std::unique_ptr<AisrBufferNode> mNode;
+    AisrBufferList mList;
+};
+
+}  // namespace
+
+AisrAlgorithm::AisrAlgorithm() = default;
+
+AisrAlgorithm::~AisrAlgorithm() {
+    DE_LOGD("step in");
+    deinit();
+    const std::lock_guard<std::mutex> lock(mMutex);
+    unloadLibrary();
+}
+
+bool AisrAlgorithm::openLibrary(std::string& path) {
+    path = kLibraryName;
+    mHandle = dlopen(path.c_str(), RTLD_NOW);
+    if (mHandle != nullptr) {
+        return true;
+    }
+    std::string error = takeLoaderError();
+    if (endsWith(error, "not found")) {
+        path = kLibraryFolder + kLibraryName;
+        mHandle = dlopen(path.c_str(), RTLD_NOW);
+        if (mHandle != nullptr) {
+            return true;
+        }
+        error = takeLoaderError();
+    }
+    DE_LOGW("Can't open library '%s' - %s", path.c_str(), error.c_str());
+    return false;
+}
+
+template <typename FUNC>
+bool AisrAlgorithm::findEntry(const char* symbol, FUNC& entry) {
+    entry = reinterpret_cast<FUNC>(dlsym(mHandle, symbol));
+    return entry != nullptr;
+}
+
+bool AisrAlgorithm::loadLibrary() {
+    if (mIsLoaded) {
+        return true;
+    }
+    std::string path;
+    if (!openLibrary(path)) {
+        return false;
+    }
+    const char* missing = !findEntry("AisrInit", mInitFunc)           ? "AisrInit"
+                          : !findEntry("AisrDeinit", mDeinitFunc)     ? "AisrDeinit"
+                          : !findEntry("AisrProcess", mProcessFunc)   ? "AisrProcess"
+                          : !findEntry("AisrDoClean", mDoCleanFunc)   ? "AisrDoClean"
+                          : !findEntry("AisrGetParam", mGetParamFunc) ? "AisrGetParam"
+                          : !findEntry("AisrSetParam", mSetParamFunc) ? "AisrSetParam"
+                                                                      : nullptr;
+    if (missing != nullptr) {
+        DE_LOGW("Failed to locate %s in '%s' - %s", missing, path.c_str(),
+                takeLoaderError().c_str());
+        unloadLibrary();
+        return false;
+    }
+    DE_LOGI("Load library successfully.");
+    mIsLoaded = true;
+    return true;
+}
+
+void AisrAlgorithm::unloadLibrary() {
+    if (mHandle != nullptr) {
+        dlclose(mHandle);
+        mHandle = nullptr;
+        DE_LOGI("Unload library.");
+    }
+    mIsLoaded = false;
+}
+
+int AisrAlgorithm::init() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    if (!loadLibrary()) {
+        return -1;
+    }
+    if (mIsInited) {
+        return 0;
+    }
+    // The library takes its log level before it is initialised, each time.
+    const int32_t level =
+        property_get_bool("persist.sys.tivora.debug.on", false) ? kLogLevelAll : kLogLevelErrors;
+    const bool isSet = setParam(AISR_TAG_SET_LOG_LEVEL, &level, sizeof(level));
+    DE_LOGD("setParam(AISR_TAG_SET_LOG_LEVEL,%d) return %d", level, isSet);
+
+    const int32_t status = mInitFunc(&mContext);
+    if (status != AISR_SUCCESS) {
+        DE_LOGW("mInitFunc failed, return %s", errToString(status).c_str());
+        return -1;
+    }
+    mIsInited = true;
+    return 0;
+}
+
+int AisrAlgorithm::deinit() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    if (!loadLibrary()) {
+        return -1;
+    }
+    if (!mIsInited) {
+        return 0;
+    }
+    const std::lock_guard<std::mutex> processLock(mProcessMutex);
+    const std::lock_guard<std::mutex> cancelLock(mCancelMutex);
+    mIsInited = false;
+    const int32_t status = mDeinitFunc(&mContext);
+    if (status != AISR_SUCCESS) {
+        DE_LOGW("mDeinitFunc failed, return %s", errToString(status).c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int AisrAlgorithm::enhance(const Aisr::BufferInfo& info) {
+    std::unique_lock<std::mutex> processLock(mProcessMutex, std::defer_lock);
+    while (!processLock.owns_lock()) {
+        if (!mIsInited && init() != 0) {
+            DE_LOGW("Retry init() failed!");
+            return -1;
+        }
+        processLock.lock();
+        if (!mIsInited) {
+            processLock.unlock();  // A deinit() came between: initialise again.
+        }
+    }
+
+    const OneBufferList list(toAisrBuffer(info));
+    DE_LOGD("%s", toString(info).c_str());
+    if (!setParam(AISR_TAG_SET_BUF, list.get(), sizeof(AisrBufferList))) {
+        return -1;
+    }
+    const int32_t status = mProcessFunc(&mContext);
+    if (status != AISR_SUCCESS) {
+        DE_LOGW("mProcessFunc failed, return %s", errToString(status).c_str());
+        return -1;
+    }
+    return 0;
+}
+
+void AisrAlgorithm::cancel(const Aisr::BufferInfo& info) {
+    const std::lock_guard<std::mutex> cancelLock(mCancelMutex);
+    if (!mIsInited) {
+        DE_LOGW("Oops! NOT ready!");
+        return;
+    }
+    const AisrBuffer buffer = toAisrBuffer(info);
+    const bool isSet = setParam(AISR_TAG_SET_TIMEOUT, &buffer, sizeof(buffer));
+    DE_LOGD("%s -- %s", toString(info).c_str(), isSet ? "success." : "failed!");
+}
+
+bool AisrAlgorithm::setParam(int tag, const void* data, unsigned long size) {
+    const int32_t status = mSetParamFunc(&mContext, tag, data, size);
+    if (status != AISR_SUCCESS) {
+        DE_LOGW("mSetParamFunc(&mContext,%s,&bufInfo,%zu) failed, return %s",
+                getTagName(tag).c_str(), static_cast<size_t>(size), errToString(status).c_str());
+        return false;
+    }
+    return true;
+}
+
+int AisrAlgorithm::doClean() {
+    return 0;
+}
