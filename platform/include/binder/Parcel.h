@@ -172,10 +172,6 @@ public:
 
 private:
     template <typename T>
-    status_t writePlain(const T& value);
-    template <typename T>
-    status_t readPlain(T* value) const;
-    template <typename T>
     status_t writePlainVector(const std::vector<T>& value);
     template <typename T>
     status_t readPlainVector(std::vector<T>* value) const;

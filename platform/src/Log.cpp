@@ -1,0 +1,114 @@
+#include <android/log.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <mutex>
+#include <string>
+
+namespace {
+
+constexpr size_t kUsualLength = 1024;
+
+std::atomic<__android_logger_function> gLogger{__android_log_stderr_logger};
+
+std::mutex& outputMutex() {
+    // Never destroyed: threads and destructors log until the very end of the process.
+    static std::mutex& mutex = *new std::mutex;
+    return mutex;
+}
+
+/// Logging must not disturb the error number that its caller is about to look at.
+class ErrnoKeeper {
+public:
+    ~ErrnoKeeper() { errno = mSaved; }
+
+private:
+    const int mSaved = errno;
+};
+
+char priorityLetter(int32_t priority) {
+    constexpr char kLetters[] = "??VDIWEFS";
+    return priority >= 0 && priority <= ANDROID_LOG_SILENT ? kLetters[priority] : '?';
+}
+
+std::string linePrefix(const __android_log_message& message) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char date[32];
+    std::strftime(date, sizeof date, "%m-%d %H:%M:%S", &local);
+    char text[96];
+    std::snprintf(text, sizeof text, "%s.%03ld %5d %5ld %c ", date, now.tv_nsec / 1000000,
+                  static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
+                  priorityLetter(message.priority));
+    return text;
+}
+
+void writeAll(const std::string& line) {
+    size_t done = 0;
+    while (done < line.size()) {
+        const ssize_t count = write(STDERR_FILENO, line.data() + done, line.size() - done);
+        if (count > 0) {
+            done += static_cast<size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            return;  // Nobody reads standard error: there is nowhere left to say so.
+        }
+    }
+}
+
+}  // namespace
+
+int __android_log_write(int priority, const char* tag, const char* text) {
+    const ErrnoKeeper keeper;
+    const __android_log_message message{sizeof message,
+                                        LOG_ID_MAIN,
+                                        priority,
+                                        tag != nullptr ? tag : "",
+                                        nullptr,
+                                        0,
+                                        text != nullptr ? text : ""};
+    gLogger.load(std::memory_order_acquire)(&message);
+    return 1;
+}
+
+int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments) {
+    const ErrnoKeeper keeper;
+    va_list again;
+    va_copy(again, arguments);
+    char usual[kUsualLength];
+    const int length = std::vsnprintf(usual, sizeof usual, format, arguments);
+    int result = -EINVAL;
+    if (length >= 0 && static_cast<size_t>(length) < sizeof usual) {
+        result = __android_log_write(priority, tag, usual);
+    } else if (length >= 0) {
+        std::string text(static_cast<size_t>(length), '\0');
+        std::vsnprintf(text.data(), text.size() + 1, format, again);
+        result = __android_log_write(priority, tag, text.c_str());
+    }
+    va_end(again);
+    return result;
+}
+
+int __android_log_print(int priority, const char* tag, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = __android_log_vprint(priority, tag, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+void __android_log_set_logger(__android_logger_function logger) {
+    gLogger.store(logger != nullptr ? logger : __android_log_stderr_logger,
+                  std::memory_order_release);
+}
+
+void __android_log_stderr_logger(const __android_log_message* message) {
+    const std::string line = linePrefix(*message) + message->tag + ": " + message->message + "\n";
+    const std::lock_guard<std::mutex> lock(outputMutex());
+    writeAll(line);
+}
