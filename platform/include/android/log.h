@@ -23,7 +23,7 @@ enum log_id {
     LOG_ID_MAIN = 0,
 };
 
-/// One message as a logger receives it. The texts are valid only during the call.
+/** One message as a logger receives it. The texts are valid only during the call. */
 struct __android_log_message {
     size_t struct_size;
     int32_t buffer_id;
@@ -34,22 +34,28 @@ struct __android_log_message {
     const char* message;
 };
 
-/// Receives every message of the process, whole, on the thread that logs; calls may overlap.
+/** Receives every message of the process, whole, on the thread that logs; calls may overlap. */
 typedef void (*__android_logger_function)(const struct __android_log_message* message);
 
-/// Formats a message and hands it to the logger in use, whatever its length. Leaves errno alone.
-/// Returns 1, or a negative error number when the text cannot be formatted.
+/**
+ * Formats a message and hands it to the logger in use, whatever its length. Leaves errno alone.
+ * Returns 1, or a negative error number when the text cannot be formatted.
+ */
 int __android_log_print(int priority, const char* tag, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments)
     __attribute__((format(printf, 3, 0)));
 int __android_log_write(int priority, const char* tag, const char* text);
 
-/// Replaces the logger; null puts the standard-error logger back. A call that is under way may
-/// still reach the previous one.
+/**
+ * Replaces the logger; null puts the standard-error logger back. A call that is under way may
+ * still reach the previous one.
+ */
 void __android_log_set_logger(__android_logger_function logger);
 
-/// The logger in use at first: writes "date time pid tid P tag: text" as one line to standard
-/// error, never mixed with another line of this process.
+/**
+ * The logger in use at first: writes "date time pid tid P tag: text" as one line to standard
+ * error, never mixed with another line of this process.
+ */
 void __android_log_stderr_logger(const struct __android_log_message* message);
 }

@@ -13,55 +13,63 @@
 
 namespace android {
 
-/// A binder or a file descriptor in a parcel. The flat data holds only a placeholder at `offset`;
-/// the object itself travels beside it.
+/**
+ * A binder or a file descriptor in a parcel. The flat data holds only a placeholder at `offset`;
+ * the object itself travels beside it.
+ */
 struct ParcelObject {
     size_t offset = 0;
     sp<IBinder> binder;
     int fd = -1;
 };
 
-/// The request or the reply of a transaction: typed values one after the other, each padded to four
-/// bytes, little-endian. Used by one thread at a time.
-///
-/// Reads trust nothing. They check the bounds before they allocate, and a failed one leaves the
-/// caller's value alone: NOT_ENOUGH_DATA past the end, BAD_VALUE for an impossible length,
-/// UNEXPECTED_NULL for an absent value, BAD_TYPE where no binder or descriptor was sent.
+/**
+ * The request or the reply of a transaction: typed values one after the other, each padded to four
+ * bytes, little-endian. Used by one thread at a time.
+ *
+ * Reads trust nothing. They check the bounds before they allocate, and a failed one leaves the
+ * caller's value alone: NOT_ENOUGH_DATA past the end, BAD_VALUE for an impossible length,
+ * UNEXPECTED_NULL for an absent value, BAD_TYPE where no binder or descriptor was sent.
+ */
 class Parcel {
 public:
     Parcel() = default;
     Parcel(const Parcel&) = delete;
     Parcel& operator=(const Parcel&) = delete;
-    /// Closes the descriptors it holds.
+    /** Closes the descriptors it holds. */
     ~Parcel();
 
     const uint8_t* data() const { return mData.data(); }
     size_t dataSize() const { return mData.size(); }
-    /// Bytes from the position to the end.
+    /** Bytes from the position to the end. */
     size_t dataAvail() const { return mData.size() - mPosition; }
     size_t dataPosition() const { return mPosition; }
-    /// Moves the position; one past the end counts as the end.
+    /** Moves the position; one past the end counts as the end. */
     void setDataPosition(size_t position) const;
-    /// Grows by zero bytes or cuts, together with the objects cut off.
+    /** Grows by zero bytes or cuts, together with the objects cut off. */
     status_t setDataSize(size_t size);
-    /// Replaces the content by plain bytes.
+    /** Replaces the content by plain bytes. */
     status_t setData(const uint8_t* bytes, size_t size);
     void freeData();
 
-    /// Says which binder the parcel will go to. One transport serves them all here, so nothing
-    /// depends on it.
+    /**
+     * Says which binder the parcel will go to. One transport serves them all here, so nothing
+     * depends on it.
+     */
     void markForBinder(const sp<IBinder>& binder);
 
-    /// Writes the header by which the receiver recognises the interface that is being called.
+    /** Writes the header by which the receiver recognises the interface that is being called. */
     status_t writeInterfaceToken(const String16& interface);
-    /// Reads that header; false, with nothing more read, when it is not the one of `interface`.
+    /** Reads that header; false, with nothing more read, when it is not the one of `interface`. */
     bool enforceInterface(const String16& interface) const;
-    /// The same for the interface of `binder`.
+    /** The same for the interface of `binder`. */
     bool checkInterface(IBinder* binder) const;
 
     status_t write(const void* bytes, size_t size);
-    /// Room for `size` bytes at the position, padded; null when there is none. Valid until the next
-    /// write.
+    /**
+     * Room for `size` bytes at the position, padded; null when there is none. Valid until the next
+     * write.
+     */
     void* writeInplace(size_t size);
     status_t writeInt32(int32_t value);
     status_t writeUint32(uint32_t value);
@@ -77,14 +85,14 @@ public:
     status_t writeInt64Vector(const std::vector<int64_t>& value);
     status_t writeDoubleVector(const std::vector<double>& value);
     status_t writeString16Vector(const std::vector<String16>& value);
-    /// Null is allowed and arrives as null.
+    /** Null is allowed and arrives as null. */
     status_t writeStrongBinder(const sp<IBinder>& value);
-    /// Duplicates `fd`; the caller keeps its own.
+    /** Duplicates `fd`; the caller keeps its own. */
     status_t writeDupFileDescriptor(int fd);
     status_t writeParcelable(const Parcelable& value);
 
     status_t read(void* bytes, size_t size) const;
-    /// The next `size` bytes, padded, inside the parcel; null when they are not there.
+    /** The next `size` bytes, padded, inside the parcel; null when they are not there. */
     const void* readInplace(size_t size) const;
     status_t readInt32(int32_t* value) const;
     status_t readUint32(uint32_t* value) const;
@@ -100,10 +108,10 @@ public:
     status_t readInt64Vector(std::vector<int64_t>* value) const;
     status_t readDoubleVector(std::vector<double>* value) const;
     status_t readString16Vector(std::vector<String16>* value) const;
-    /// UNEXPECTED_NULL for a null binder.
+    /** UNEXPECTED_NULL for a null binder. */
     status_t readStrongBinder(sp<IBinder>* value) const;
     status_t readNullableStrongBinder(sp<IBinder>* value) const;
-    /// As above, converted to the interface `T`; UNKNOWN_ERROR when the conversion gives null.
+    /** As above, converted to the interface `T`; UNKNOWN_ERROR when the conversion gives null. */
     template <typename T>
     status_t readStrongBinder(sp<T>* value) const;
     status_t readParcelable(Parcelable* value) const;
@@ -115,10 +123,10 @@ public:
     bool readBool() const;
     String16 readString16() const;
     sp<IBinder> readStrongBinder() const;
-    /// A descriptor that stays the parcel's own.
+    /** A descriptor that stays the parcel's own. */
     int readFileDescriptor() const;
 
-    /// Any flattenable, seen through four virtual operations.
+    /** Any flattenable, seen through four virtual operations. */
     class FlattenableHelperInterface {
     public:
         virtual size_t getFlattenedSize() const = 0;
@@ -131,7 +139,7 @@ public:
         ~FlattenableHelperInterface() = default;
     };
 
-    /// Adapter from a Flattenable<T> that outlives it.
+    /** Adapter from a Flattenable<T> that outlives it. */
     template <typename T>
     class FlattenableHelper final : public FlattenableHelperInterface {
     public:
@@ -163,11 +171,13 @@ public:
         return read(helper);
     }
 
-    /// The binders and descriptors, in the order of their offsets. For the transport.
+    /** The binders and descriptors, in the order of their offsets. For the transport. */
     const std::vector<ParcelObject>& objects() const { return mObjects; }
-    /// Replaces the content by what a peer sent and owns the descriptors from here on, whatever the
-    /// result. BAD_VALUE when an object lies outside the data or upon another: the parcel is then
-    /// empty. For the transport.
+    /**
+     * Replaces the content by what a peer sent and owns the descriptors from here on, whatever the
+     * result. BAD_VALUE when an object lies outside the data or upon another: the parcel is then
+     * empty. For the transport.
+     */
     status_t ipcSetData(std::vector<uint8_t> data, std::vector<ParcelObject> objects);
 
 private:

@@ -15,17 +15,21 @@
 namespace android {
 namespace os {
 
-/// Keys with values of a few plain types. A put replaces the value of its key, also one of another
-/// type. A get answers only for a value of its own type; otherwise it returns false and leaves the
-/// out-value alone. Used by one thread at a time.
+/**
+ * Keys with values of a few plain types. A put replaces the value of its key, also one of another
+ * type. A get answers only for a value of its own type; otherwise it returns false and leaves the
+ * out-value alone. Used by one thread at a time.
+ */
 class PersistableBundle : public Parcelable {
 public:
-    /// Deepest nesting that is written or read.
+    /** Deepest nesting that is written or read. */
     static constexpr int kMaxDepth = 16;
 
     status_t writeToParcel(Parcel* parcel) const override;
-    /// Replaces the content. A malformed bundle is refused whole with BAD_VALUE and changes
-    /// nothing.
+    /**
+     * Replaces the content. A malformed bundle is refused whole with BAD_VALUE and changes
+     * nothing.
+     */
     status_t readFromParcel(const Parcel* parcel) override;
 
     bool empty() const { return mEntries.empty(); }

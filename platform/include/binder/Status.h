@@ -11,8 +11,10 @@ class Parcel;
 
 namespace binder {
 
-/// Outcome of an interface call: ok, an exception of the remote implementation, or the transport
-/// error that kept the call from being made. A plain value.
+/**
+ * Outcome of an interface call: ok, an exception of the remote implementation, or the transport
+ * error that kept the call from being made. A plain value.
+ */
 class [[nodiscard]] Status final {
 public:
     enum Exception : int32_t {
@@ -44,32 +46,34 @@ public:
         return {EX_SERVICE_SPECIFIC, code, String8(message)};
     }
     static Status fromStatusT(status_t status);
-    /// Name of an exception code ("EX_NULL_POINTER"), otherwise its number.
+    /** Name of an exception code ("EX_NULL_POINTER"), otherwise its number. */
     static String8 exceptionToString(int32_t exception);
 
     void setException(int32_t exception, const String8& message);
     void setServiceSpecificError(int32_t code, const String8& message);
-    /// OK makes it ok, anything else a transport error.
+    /** OK makes it ok, anything else a transport error. */
     void setFromStatusT(status_t status);
 
     bool isOk() const { return mException == EX_NONE; }
     int32_t exceptionCode() const { return mException; }
     const String8& exceptionMessage() const { return mMessage; }
-    /// The transport error, OK for any other outcome.
+    /** The transport error, OK for any other outcome. */
     status_t transactionError() const {
         return mException == EX_TRANSACTION_FAILED ? mErrorCode : status_t{OK};
     }
-    /// The service's own error code, 0 for any other outcome.
+    /** The service's own error code, 0 for any other outcome. */
     int32_t serviceSpecificErrorCode() const {
         return mException == EX_SERVICE_SPECIFIC ? mErrorCode : 0;
     }
 
-    /// For log lines and test failures.
+    /** For log lines and test failures. */
     String8 toString8() const;
 
-    /// Reads what the remote side wrote. A failed read is returned and also becomes the content.
+    /**
+     * Reads what the remote side wrote. A failed read is returned and also becomes the content.
+     */
     status_t readFromParcel(const Parcel& parcel);
-    /// Writes the outcome; a transport error writes nothing and is returned.
+    /** Writes the outcome; a transport error writes nothing and is returned. */
     status_t writeToParcel(Parcel* parcel) const;
 
 private:

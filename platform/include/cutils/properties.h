@@ -2,24 +2,30 @@
 
 #include <cstdint>
 
-/// Longest value with its terminating NUL.
+/** Longest value with its terminating NUL. */
 #define PROPERTY_VALUE_MAX 92
 
 extern "C" {
 
-/// Reads the value of `key` into `value` (PROPERTY_VALUE_MAX bytes), or `default_value` (may be
-/// null) when the property is unset or empty. Returns the length of what was stored. A value set in
-/// this process counts before one in the file that the environment variable
-/// DISPLAYENGINE_PROPERTIES names; the file has one key=value a line, '#' begins a comment line,
-/// and it is read at each call.
+/**
+ * Reads the value of `key` into `value` (PROPERTY_VALUE_MAX bytes), or `default_value` (may be
+ * null) when the property is unset or empty. Returns the length of what was stored. A value set in
+ * this process counts before one in the file that the environment variable
+ * DISPLAYENGINE_PROPERTIES names; the file has one key=value a line, '#' begins a comment line,
+ * and it is read at each call.
+ */
 int property_get(const char* key, char* value, const char* default_value);
 
-/// True (1) for "1", "y", "yes", "on" and "true", false (0) for "0", "n", "no", "off" and "false",
-/// otherwise `default_value`.
+/**
+ * True (1) for "1", "y", "yes", "on" and "true", false (0) for "0", "n", "no", "off" and "false",
+ * otherwise `default_value`.
+ */
 int8_t property_get_bool(const char* key, int8_t default_value);
 
-/// Sets `key` for this process; null means the empty value. Returns 0, or -1 for an empty key or a
-/// value too long. Values of read-only names ("ro.") can be set too: no system image fixes them
-/// here.
+/**
+ * Sets `key` for this process; null means the empty value. Returns 0, or -1 for an empty key or a
+ * value too long. Values of read-only names ("ro.") can be set too: no system image fixes them
+ * here.
+ */
 int property_set(const char* key, const char* value);
 }

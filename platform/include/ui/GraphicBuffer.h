@@ -22,41 +22,47 @@ enum : PixelFormat {
     HAL_PIXEL_FORMAT_YCBCR_420_888 = 0x23,
 };
 
-/// An image in memory that processes share by passing a file descriptor. Its size is fixed when it
-/// is made. The pixels belong to whoever the processes agree on; the object itself is not locked:
-/// unflatten() into a buffer that another thread reads needs the caller's own order.
+/**
+ * An image in memory that processes share by passing a file descriptor. Its size is fixed when it
+ * is made. The pixels belong to whoever the processes agree on; the object itself is not locked:
+ * unflatten() into a buffer that another thread reads needs the caller's own order.
+ */
 class GraphicBuffer : public RefBase, public Flattenable<GraphicBuffer> {
 public:
     static constexpr uint64_t USAGE_SW_READ_OFTEN = 0x3;
     static constexpr uint64_t USAGE_SW_WRITE_OFTEN = 0x30;
 
-    /// A buffer without memory, to be filled by unflatten().
+    /** A buffer without memory, to be filled by unflatten(). */
     GraphicBuffer();
-    /// Allocates memory for one image, filled with zeros. initCheck() tells the outcome.
+    /** Allocates memory for one image, filled with zeros. initCheck() tells the outcome. */
     GraphicBuffer(uint32_t width, uint32_t height, PixelFormat format, uint32_t layerCount,
                   uint64_t usage, std::string requestorName = "<Unknown>");
 
-    /// OK with memory, NO_INIT without; BAD_VALUE for dimensions or a format that cannot be,
-    /// NO_MEMORY when the system has none.
+    /**
+     * OK with memory, NO_INIT without; BAD_VALUE for dimensions or a format that cannot be,
+     * NO_MEMORY when the system has none.
+     */
     status_t initCheck() const { return mInitCheck; }
 
     uint32_t getWidth() const { return mShape.width; }
     uint32_t getHeight() const { return mShape.height; }
-    /// Pixels from one row to the next.
+    /** Pixels from one row to the next. */
     uint32_t getStride() const { return mShape.stride; }
     PixelFormat getPixelFormat() const { return mShape.format; }
     uint32_t getLayerCount() const { return mShape.layerCount; }
     uint64_t getUsage() const { return mShape.usage; }
 
-    /// Gives access to the pixels until unlock(); NO_INIT without memory.
+    /** Gives access to the pixels until unlock(); NO_INIT without memory. */
     status_t lock(uint32_t usage, void** address);
     status_t unlock();
 
     size_t getFlattenedSize() const;
     size_t getFdCount() const;
     status_t flatten(void*& buffer, size_t& size, int*& fds, size_t& count) const;
-    /// Maps the memory of another process's buffer in place of the present one. Everything is
-    /// checked first: a refused description (BAD_VALUE, NO_MEMORY) leaves a buffer without memory.
+    /**
+     * Maps the memory of another process's buffer in place of the present one. Everything is
+     * checked first: a refused description (BAD_VALUE, NO_MEMORY) leaves a buffer without memory.
+     */
     status_t unflatten(const void*& buffer, size_t& size, const int*& fds, size_t& count);
 
 protected:
@@ -74,7 +80,7 @@ private:
 
     static bool memorySize(const Shape& shape, size_t* bytes);
     status_t allocate(const std::string& name, size_t bytes);
-    status_t map(size_t bytes);
+    status_t adopt(int fd, size_t bytes);
     void release();
 
     Shape mShape;

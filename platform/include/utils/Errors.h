@@ -6,7 +6,7 @@
 
 namespace android {
 
-/// Result of an operation: OK (0) or one of the negative codes below.
+/** Result of an operation: OK (0) or one of the negative codes below. */
 using status_t = int32_t;
 
 enum : status_t {
@@ -33,7 +33,7 @@ enum : status_t {
     UNEXPECTED_NULL = UNKNOWN_ERROR + 8,
 };
 
-/// Name of a code above ("DEAD_OBJECT"), otherwise its number and the system's text for it.
+/** Name of a code above ("DEAD_OBJECT"), otherwise its number and the system's text for it. */
 std::string statusToString(status_t status);
 
 }  // namespace android

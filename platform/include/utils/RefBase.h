@@ -9,9 +9,11 @@
 
 namespace android {
 
-/// Base of every object shared through `sp` and `wp`. The object deletes itself when its last
-/// strong reference goes; weak references keep only its counts. Derive virtually where a class may
-/// meet it twice. All operations may be called from any thread.
+/**
+ * Base of every object shared through `sp` and `wp`. The object deletes itself when its last
+ * strong reference goes; weak references keep only its counts. Derive virtually where a class may
+ * meet it twice. All operations may be called from any thread.
+ */
 class RefBase {
 public:
     class weakref_type;
@@ -19,36 +21,38 @@ public:
     RefBase(const RefBase&) = delete;
     RefBase& operator=(const RefBase&) = delete;
 
-    /// Adds a strong reference; the caller already holds one or has just created the object. The
-    /// argument names the holder for debugging and is not used here.
+    /**
+     * Adds a strong reference; the caller already holds one or has just created the object. The
+     * argument names the holder for debugging and is not used here.
+     */
     void incStrong(const void* id) const;
-    /// Drops a strong reference; the last one deletes the object before this returns.
+    /** Drops a strong reference; the last one deletes the object before this returns. */
     void decStrong(const void* id) const;
-    /// Strong references at this moment; 0 before the first. For diagnostics and tests.
+    /** Strong references at this moment; 0 before the first. For diagnostics and tests. */
     int32_t getStrongCount() const;
 
-    /// Adds a weak reference and returns the counts, to be given back by decWeak().
+    /** Adds a weak reference and returns the counts, to be given back by decWeak(). */
     weakref_type* createWeak(const void* id) const;
 
 protected:
     RefBase();
     virtual ~RefBase();
 
-    /// Called once, on the thread that takes the first strong reference.
+    /** Called once, on the thread that takes the first strong reference. */
     virtual void onFirstRef() {}
-    /// Called on the thread that drops the last strong reference, before the destructor.
+    /** Called on the thread that drops the last strong reference, before the destructor. */
     virtual void onLastStrongRef(const void* /*id*/) {}
 
 private:
     weakref_type* const mRefs;
 };
 
-/// The counts of one object. They outlive the object until the last weak reference is dropped.
+/** The counts of one object. They outlive the object until the last weak reference is dropped. */
 class RefBase::weakref_type final {
 public:
     void incWeak(const void* id);
     void decWeak(const void* id);
-    /// Adds a strong reference when the object still lives; false when it is gone or going.
+    /** Adds a strong reference when the object still lives; false when it is gone or going. */
     bool attemptIncStrong(const void* id);
 
 private:
@@ -67,7 +71,7 @@ private:
     std::atomic<int32_t> mWeak{1};  // one of them is the object's own
 };
 
-/// Pointer to an object that may go at any time; only promote() gives access to it.
+/** Pointer to an object that may go at any time; only promote() gives access to it. */
 template <typename T>
 class wp {
 public:
@@ -94,7 +98,7 @@ public:
         return *this;
     }
 
-    /// A strong pointer to the object, null when it is gone.
+    /** A strong pointer to the object, null when it is gone. */
     sp<T> promote() const {
         sp<T> result;
         if (mRefs != nullptr && mRefs->attemptIncStrong(&result)) {
@@ -108,7 +112,7 @@ public:
             refs->decWeak(this);
         }
     }
-    /// The address, for comparison only: the object may be gone.
+    /** The address, for comparison only: the object may be gone. */
     T* unsafe_get() const { return mPointer; }
 
     // The counts differ for two objects of which the later was built at the earlier's address, so

@@ -7,22 +7,24 @@ namespace android {
 
 class String8;
 
-/// UTF-16 text. Conversions from UTF-8 replace each malformed sequence by U+FFFD and read only the
-/// bytes given. Copies may be used from different threads.
+/**
+ * UTF-16 text. Conversions from UTF-8 replace each malformed sequence by U+FFFD and read only the
+ * bytes given. Copies may be used from different threads.
+ */
 class String16 {
 public:
     String16() = default;
-    /// A null pointer gives the empty text, here and below.
+    /** A null pointer gives the empty text, here and below. */
     explicit String16(const char16_t* text);
     String16(const char16_t* text, size_t units);
     explicit String16(const String8& text);
     explicit String16(const char* utf8);
     String16(const char* utf8, size_t bytes);
 
-    /// NUL-terminated; valid until the text changes.
+    /** NUL-terminated; valid until the text changes. */
     const char16_t* c_str() const { return mText.c_str(); }
     const char16_t* string() const { return mText.c_str(); }
-    /// Number of UTF-16 units.
+    /** Number of UTF-16 units. */
     size_t size() const { return mText.size(); }
     bool empty() const { return mText.empty(); }
 

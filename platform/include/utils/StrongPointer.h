@@ -5,8 +5,10 @@
 
 namespace android {
 
-/// Owning pointer to an object that counts its own references (see RefBase). Distinct `sp` objects
-/// may be used from any thread; one and the same `sp` needs the caller's own locking.
+/**
+ * Owning pointer to an object that counts its own references (see RefBase). Distinct `sp` objects
+ * may be used from any thread; one and the same `sp` needs the caller's own locking.
+ */
 template <typename T>
 class sp {
 public:
@@ -29,12 +31,12 @@ public:
     }
     ~sp() { clear(); }
 
-    /// Creates an object and the first reference to it.
+    /** Creates an object and the first reference to it. */
     template <typename... Args>
     static sp make(Args&&... args) {
         return sp(new T(std::forward<Args>(args)...));
     }
-    /// Adds a reference to an object that is already held elsewhere.
+    /** Adds a reference to an object that is already held elsewhere. */
     static sp fromExisting(T* object) { return sp(object); }
 
     // By value: the previous object is released only after the new one is held, and after this
