@@ -132,40 +132,6 @@ status_t Parcel::read(void* bytes, size_t size) const {
     return OK;
 }
 
-status_t Parcel::writeInt32(int32_t value) {
-    return write(&value, sizeof value);
-}
-status_t Parcel::writeUint32(uint32_t value) {
-    return write(&value, sizeof value);
-}
-status_t Parcel::writeInt64(int64_t value) {
-    return write(&value, sizeof value);
-}
-status_t Parcel::writeUint64(uint64_t value) {
-    return write(&value, sizeof value);
-}
-status_t Parcel::writeDouble(double value) {
-    return write(&value, sizeof value);
-}
-status_t Parcel::writeBool(bool value) {
-    return writeInt32(value ? 1 : 0);
-}
-
-status_t Parcel::readInt32(int32_t* value) const {
-    return read(value, sizeof *value);
-}
-status_t Parcel::readUint32(uint32_t* value) const {
-    return read(value, sizeof *value);
-}
-status_t Parcel::readInt64(int64_t* value) const {
-    return read(value, sizeof *value);
-}
-status_t Parcel::readUint64(uint64_t* value) const {
-    return read(value, sizeof *value);
-}
-status_t Parcel::readDouble(double* value) const {
-    return read(value, sizeof *value);
-}
 status_t Parcel::readBool(bool* value) const {
     int32_t number = 0;
     const status_t status = readInt32(&number);
@@ -173,27 +139,6 @@ status_t Parcel::readBool(bool* value) const {
         *value = number != 0;
     }
     return status;
-}
-
-int32_t Parcel::readInt32() const {
-    int32_t value = 0;
-    return readInt32(&value) == OK ? value : 0;
-}
-int64_t Parcel::readInt64() const {
-    int64_t value = 0;
-    return readInt64(&value) == OK ? value : 0;
-}
-double Parcel::readDouble() const {
-    double value = 0;
-    return readDouble(&value) == OK ? value : 0;
-}
-bool Parcel::readBool() const {
-    return readInt32() != 0;
-}
-String16 Parcel::readString16() const {
-    String16 value;
-    readString16(&value);
-    return value;
 }
 
 // Strings and vectors ----------------------------------------------------------------------------
@@ -237,44 +182,6 @@ status_t Parcel::readString16(String16* value) const {
     return OK;
 }
 
-template <typename T>
-status_t Parcel::writePlainVector(const std::vector<T>& value) {
-    if (value.size() > INT32_MAX / sizeof(T)) {
-        return BAD_VALUE;
-    }
-    const status_t status = writeInt32(static_cast<int32_t>(value.size()));
-    return status == OK ? write(value.data(), value.size() * sizeof(T)) : status;
-}
-
-template <typename T>
-status_t Parcel::readPlainVector(std::vector<T>* value) const {
-    size_t count = 0;
-    status_t status = readCount(sizeof(T), &count);
-    if (status != OK) {
-        return status;
-    }
-    std::vector<T> result(count);
-    if ((status = read(result.data(), count * sizeof(T))) == OK) {
-        *value = std::move(result);
-    }
-    return status;
-}
-
-status_t Parcel::writeByteVector(const std::vector<uint8_t>& value) {
-    return writePlainVector(value);
-}
-status_t Parcel::writeByteVector(const std::vector<int8_t>& value) {
-    return writePlainVector(value);
-}
-status_t Parcel::writeInt32Vector(const std::vector<int32_t>& value) {
-    return writePlainVector(value);
-}
-status_t Parcel::writeInt64Vector(const std::vector<int64_t>& value) {
-    return writePlainVector(value);
-}
-status_t Parcel::writeDoubleVector(const std::vector<double>& value) {
-    return writePlainVector(value);
-}
 status_t Parcel::writeBoolVector(const std::vector<bool>& value) {
     // Each one takes an int32, as a single bool does.
     return writeInt32Vector(std::vector<int32_t>(value.begin(), value.end()));
@@ -288,21 +195,6 @@ status_t Parcel::writeString16Vector(const std::vector<String16>& value) {
     return status;
 }
 
-status_t Parcel::readByteVector(std::vector<uint8_t>* value) const {
-    return readPlainVector(value);
-}
-status_t Parcel::readByteVector(std::vector<int8_t>* value) const {
-    return readPlainVector(value);
-}
-status_t Parcel::readInt32Vector(std::vector<int32_t>* value) const {
-    return readPlainVector(value);
-}
-status_t Parcel::readInt64Vector(std::vector<int64_t>* value) const {
-    return readPlainVector(value);
-}
-status_t Parcel::readDoubleVector(std::vector<double>* value) const {
-    return readPlainVector(value);
-}
 status_t Parcel::readBoolVector(std::vector<bool>* value) const {
     std::vector<int32_t> numbers;
     const status_t status = readInt32Vector(&numbers);

@@ -81,81 +81,10 @@ void PersistableBundle::put(const String16& key, Value value) {
     }
 }
 
-template <typename T>
-bool PersistableBundle::get(const String16& key, T* out) const {
-    const auto place = mIndex.find(key);
-    const T* value =
-        place != mIndex.end() ? std::get_if<T>(&mEntries[place->second].second) : nullptr;
-    if (value != nullptr) {
-        *out = *value;
-    }
-    return value != nullptr;
-}
-
-void PersistableBundle::putBoolean(const String16& key, bool value) {
-    put(key, value);
-}
-void PersistableBundle::putInt(const String16& key, int32_t value) {
-    put(key, value);
-}
-void PersistableBundle::putLong(const String16& key, int64_t value) {
-    put(key, value);
-}
-void PersistableBundle::putDouble(const String16& key, double value) {
-    put(key, value);
-}
-void PersistableBundle::putString(const String16& key, const String16& value) {
-    put(key, value);
-}
-void PersistableBundle::putBooleanVector(const String16& key, const std::vector<bool>& value) {
-    put(key, value);
-}
-void PersistableBundle::putIntVector(const String16& key, const std::vector<int32_t>& value) {
-    put(key, value);
-}
-void PersistableBundle::putLongVector(const String16& key, const std::vector<int64_t>& value) {
-    put(key, value);
-}
-void PersistableBundle::putDoubleVector(const String16& key, const std::vector<double>& value) {
-    put(key, value);
-}
-void PersistableBundle::putStringVector(const String16& key, const std::vector<String16>& value) {
-    put(key, value);
-}
 void PersistableBundle::putPersistableBundle(const String16& key, const PersistableBundle& value) {
     put(key, std::make_shared<const PersistableBundle>(value));
 }
 
-bool PersistableBundle::getBoolean(const String16& key, bool* out) const {
-    return get(key, out);
-}
-bool PersistableBundle::getInt(const String16& key, int32_t* out) const {
-    return get(key, out);
-}
-bool PersistableBundle::getLong(const String16& key, int64_t* out) const {
-    return get(key, out);
-}
-bool PersistableBundle::getDouble(const String16& key, double* out) const {
-    return get(key, out);
-}
-bool PersistableBundle::getString(const String16& key, String16* out) const {
-    return get(key, out);
-}
-bool PersistableBundle::getBooleanVector(const String16& key, std::vector<bool>* out) const {
-    return get(key, out);
-}
-bool PersistableBundle::getIntVector(const String16& key, std::vector<int32_t>* out) const {
-    return get(key, out);
-}
-bool PersistableBundle::getLongVector(const String16& key, std::vector<int64_t>* out) const {
-    return get(key, out);
-}
-bool PersistableBundle::getDoubleVector(const String16& key, std::vector<double>* out) const {
-    return get(key, out);
-}
-bool PersistableBundle::getStringVector(const String16& key, std::vector<String16>* out) const {
-    return get(key, out);
-}
 bool PersistableBundle::getPersistableBundle(const String16& key, PersistableBundle* out) const {
     Nested nested;
     if (!get(key, &nested)) {

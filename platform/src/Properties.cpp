@@ -1,7 +1,6 @@
 #include <cutils/properties.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <map>
 #include <mutex>
@@ -61,15 +60,6 @@ std::string find(const std::string& key) {
 }
 
 }  // namespace
-
-int property_get(const char* key, char* value, const char* default_value) {
-    std::string text = key != nullptr ? find(key) : std::string();
-    if (text.empty() && default_value != nullptr) {
-        text = std::string(default_value).substr(0, PROPERTY_VALUE_MAX - 1);
-    }
-    std::memcpy(value, text.c_str(), text.size() + 1);
-    return static_cast<int>(text.size());
-}
 
 int8_t property_get_bool(const char* key, int8_t default_value) {
     const std::string text = key != nullptr ? find(key) : std::string();

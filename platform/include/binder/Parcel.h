@@ -8,7 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
+#include <utility>
 #include <vector>
 
 namespace android {
@@ -71,19 +71,16 @@ public:
      * write.
      */
     void* writeInplace(size_t size);
-    status_t writeInt32(int32_t value);
-    status_t writeUint32(uint32_t value);
-    status_t writeInt64(int64_t value);
-    status_t writeUint64(uint64_t value);
-    status_t writeDouble(double value);
-    status_t writeBool(bool value);
+    status_t writeInt32(int32_t value) { return write(&value, sizeof value); }
+    status_t writeInt64(int64_t value) { return write(&value, sizeof value); }
+    status_t writeDouble(double value) { return write(&value, sizeof value); }
+    status_t writeBool(bool value) { return writeInt32(value ? 1 : 0); }
     status_t writeString16(const String16& value);
-    status_t writeByteVector(const std::vector<uint8_t>& value);
-    status_t writeByteVector(const std::vector<int8_t>& value);
+    status_t writeByteVector(const std::vector<uint8_t>& value) { return writePlainVector(value); }
     status_t writeBoolVector(const std::vector<bool>& value);
-    status_t writeInt32Vector(const std::vector<int32_t>& value);
-    status_t writeInt64Vector(const std::vector<int64_t>& value);
-    status_t writeDoubleVector(const std::vector<double>& value);
+    status_t writeInt32Vector(const std::vector<int32_t>& value) { return writePlainVector(value); }
+    status_t writeInt64Vector(const std::vector<int64_t>& value) { return writePlainVector(value); }
+    status_t writeDoubleVector(const std::vector<double>& value) { return writePlainVector(value); }
     status_t writeString16Vector(const std::vector<String16>& value);
     /** Null is allowed and arrives as null. */
     status_t writeStrongBinder(const sp<IBinder>& value);
@@ -94,19 +91,16 @@ public:
     status_t read(void* bytes, size_t size) const;
     /** The next `size` bytes, padded, inside the parcel; null when they are not there. */
     const void* readInplace(size_t size) const;
-    status_t readInt32(int32_t* value) const;
-    status_t readUint32(uint32_t* value) const;
-    status_t readInt64(int64_t* value) const;
-    status_t readUint64(uint64_t* value) const;
-    status_t readDouble(double* value) const;
+    status_t readInt32(int32_t* value) const { return read(value, sizeof *value); }
+    status_t readInt64(int64_t* value) const { return read(value, sizeof *value); }
+    status_t readDouble(double* value) const { return read(value, sizeof *value); }
     status_t readBool(bool* value) const;
     status_t readString16(String16* value) const;
-    status_t readByteVector(std::vector<uint8_t>* value) const;
-    status_t readByteVector(std::vector<int8_t>* value) const;
+    status_t readByteVector(std::vector<uint8_t>* value) const { return readPlainVector(value); }
     status_t readBoolVector(std::vector<bool>* value) const;
-    status_t readInt32Vector(std::vector<int32_t>* value) const;
-    status_t readInt64Vector(std::vector<int64_t>* value) const;
-    status_t readDoubleVector(std::vector<double>* value) const;
+    status_t readInt32Vector(std::vector<int32_t>* value) const { return readPlainVector(value); }
+    status_t readInt64Vector(std::vector<int64_t>* value) const { return readPlainVector(value); }
+    status_t readDoubleVector(std::vector<double>* value) const { return readPlainVector(value); }
     status_t readString16Vector(std::vector<String16>* value) const;
     /** UNEXPECTED_NULL for a null binder. */
     status_t readStrongBinder(sp<IBinder>* value) const;
@@ -117,11 +111,17 @@ public:
     status_t readParcelable(Parcelable* value) const;
 
     // The same reads with a neutral answer (0, false, empty, null, -1) for whatever goes wrong.
-    int32_t readInt32() const;
-    int64_t readInt64() const;
-    double readDouble() const;
-    bool readBool() const;
-    String16 readString16() const;
+    int32_t readInt32() const {
+        int32_t value = 0;
+        readInt32(&value);
+        return value;
+    }
+    bool readBool() const { return readInt32() != 0; }
+    String16 readString16() const {
+        String16 value;
+        readString16(&value);
+        return value;
+    }
     sp<IBinder> readStrongBinder() const;
     /** A descriptor that stays the parcel's own. */
     int readFileDescriptor() const;
@@ -194,6 +194,29 @@ private:
     std::vector<ParcelObject> mObjects;
     mutable size_t mPosition = 0;
 };
+
+template <typename T>
+status_t Parcel::writePlainVector(const std::vector<T>& value) {
+    if (value.size() > INT32_MAX / sizeof(T)) {
+        return BAD_VALUE;
+    }
+    const status_t status = writeInt32(static_cast<int32_t>(value.size()));
+    return status == OK ? write(value.data(), value.size() * sizeof(T)) : status;
+}
+
+template <typename T>
+status_t Parcel::readPlainVector(std::vector<T>* value) const {
+    size_t count = 0;
+    status_t status = readCount(sizeof(T), &count);
+    if (status != OK) {
+        return status;
+    }
+    std::vector<T> result(count);
+    if ((status = read(result.data(), count * sizeof(T))) == OK) {
+        *value = std::move(result);
+    }
+    return status;
+}
 
 template <typename T>
 status_t Parcel::readStrongBinder(sp<T>* value) const {

@@ -35,28 +35,40 @@ public:
     bool empty() const { return mEntries.empty(); }
     size_t size() const { return mEntries.size(); }
 
-    void putBoolean(const String16& key, bool value);
-    void putInt(const String16& key, int32_t value);
-    void putLong(const String16& key, int64_t value);
-    void putDouble(const String16& key, double value);
-    void putString(const String16& key, const String16& value);
-    void putBooleanVector(const String16& key, const std::vector<bool>& value);
-    void putIntVector(const String16& key, const std::vector<int32_t>& value);
-    void putLongVector(const String16& key, const std::vector<int64_t>& value);
-    void putDoubleVector(const String16& key, const std::vector<double>& value);
-    void putStringVector(const String16& key, const std::vector<String16>& value);
+    void putBoolean(const String16& key, bool value) { put(key, value); }
+    void putInt(const String16& key, int32_t value) { put(key, value); }
+    void putLong(const String16& key, int64_t value) { put(key, value); }
+    void putDouble(const String16& key, double value) { put(key, value); }
+    void putString(const String16& key, const String16& value) { put(key, value); }
+    void putBooleanVector(const String16& key, const std::vector<bool>& value) { put(key, value); }
+    void putIntVector(const String16& key, const std::vector<int32_t>& value) { put(key, value); }
+    void putLongVector(const String16& key, const std::vector<int64_t>& value) { put(key, value); }
+    void putDoubleVector(const String16& key, const std::vector<double>& value) { put(key, value); }
+    void putStringVector(const String16& key, const std::vector<String16>& value) {
+        put(key, value);
+    }
     void putPersistableBundle(const String16& key, const PersistableBundle& value);
 
-    bool getBoolean(const String16& key, bool* out) const;
-    bool getInt(const String16& key, int32_t* out) const;
-    bool getLong(const String16& key, int64_t* out) const;
-    bool getDouble(const String16& key, double* out) const;
-    bool getString(const String16& key, String16* out) const;
-    bool getBooleanVector(const String16& key, std::vector<bool>* out) const;
-    bool getIntVector(const String16& key, std::vector<int32_t>* out) const;
-    bool getLongVector(const String16& key, std::vector<int64_t>* out) const;
-    bool getDoubleVector(const String16& key, std::vector<double>* out) const;
-    bool getStringVector(const String16& key, std::vector<String16>* out) const;
+    bool getBoolean(const String16& key, bool* out) const { return get(key, out); }
+    bool getInt(const String16& key, int32_t* out) const { return get(key, out); }
+    bool getLong(const String16& key, int64_t* out) const { return get(key, out); }
+    bool getDouble(const String16& key, double* out) const { return get(key, out); }
+    bool getString(const String16& key, String16* out) const { return get(key, out); }
+    bool getBooleanVector(const String16& key, std::vector<bool>* out) const {
+        return get(key, out);
+    }
+    bool getIntVector(const String16& key, std::vector<int32_t>* out) const {
+        return get(key, out);
+    }
+    bool getLongVector(const String16& key, std::vector<int64_t>* out) const {
+        return get(key, out);
+    }
+    bool getDoubleVector(const String16& key, std::vector<double>* out) const {
+        return get(key, out);
+    }
+    bool getStringVector(const String16& key, std::vector<String16>* out) const {
+        return get(key, out);
+    }
     bool getPersistableBundle(const String16& key, PersistableBundle* out) const;
 
 private:
@@ -68,7 +80,15 @@ private:
 
     void put(const String16& key, Value value);
     template <typename T>
-    bool get(const String16& key, T* out) const;
+    bool get(const String16& key, T* out) const {
+        const auto place = mIndex.find(key);
+        const T* value =
+            place != mIndex.end() ? std::get_if<T>(&mEntries[place->second].second) : nullptr;
+        if (value != nullptr) {
+            *out = *value;
+        }
+        return value != nullptr;
+    }
     status_t writeNested(Parcel* parcel, int depth) const;
     status_t readNested(const Parcel* parcel, int depth);
     static status_t writeValue(Parcel* parcel, const Value& value, int depth);

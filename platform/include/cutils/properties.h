@@ -8,17 +8,12 @@
 extern "C" {
 
 /**
- * Reads the value of `key` into `value` (PROPERTY_VALUE_MAX bytes), or `default_value` (may be
- * null) when the property is unset or empty. Returns the length of what was stored. A value set in
- * this process counts before one in the file that the environment variable
- * DISPLAYENGINE_PROPERTIES names; the file has one key=value a line, '#' begins a comment line,
- * and it is read at each call.
- */
-int property_get(const char* key, char* value, const char* default_value);
-
-/**
  * True (1) for "1", "y", "yes", "on" and "true", false (0) for "0", "n", "no", "off" and "false",
  * otherwise `default_value`.
+ *
+ * A value set in this process counts before one in the file that the environment variable
+ * DISPLAYENGINE_PROPERTIES names. The file has one key=value a line, '#' begins a comment line, the
+ * last line of a key counts, and it is read at each call.
  */
 int8_t property_get_bool(const char* key, int8_t default_value);
 
