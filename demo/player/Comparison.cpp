@@ -1,0 +1,73 @@
+#include "Comparison.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include "PngWriter.h"
+
+namespace player {
+namespace {
+
+constexpr int kSeamHalfWidth = 2;
+constexpr uint8_t kSeamLuma = 235;
+constexpr uint8_t kSeamEdgeLuma = 16;
+constexpr uint8_t kNoColour = 128;
+
+uint32_t rowChange(const uint8_t* a, const uint8_t* b, int width) {
+    uint32_t sum = 0;
+    for (int x = 0; x < width; ++x) {
+        sum += static_cast<uint32_t>(std::abs(a[x] - b[x]));
+    }
+    return sum;
+}
+
+// A light line with dark edges, so that it stands out from any picture.
+void drawSeam(uint8_t* luma, uint8_t* chroma, int width, int height, int stride) {
+    const int middle = width / 2;
+    const int first = std::max(middle - kSeamHalfWidth, 0);
+    const int last = std::min(middle + kSeamHalfWidth - 1, width - 1);
+    for (int y = 0; y < height; ++y) {
+        for (int x = first; x <= last; ++x) {
+            luma[static_cast<ptrdiff_t>(y) * stride + x] =
+                x == first || x == last ? kSeamEdgeLuma : kSeamLuma;
+            chroma[static_cast<ptrdiff_t>(y / 2) * stride + x / 2 * 2] = kNoColour;
+            chroma[static_cast<ptrdiff_t>(y / 2) * stride + x / 2 * 2 + 1] = kNoColour;
+        }
+    }
+}
+
+}  // namespace
+
+void Comparison::before(const Frame& frame) {
+    mBefore.assign(frame.y(), frame.y() + frame.lumaBytes());
+}
+
+bool Comparison::after(const Frame& frame) {
+    uint64_t change = 0;
+    for (int y = 0; y < frame.height(); ++y) {
+        const ptrdiff_t at = static_cast<ptrdiff_t>(y) * frame.stride();
+        change += rowChange(frame.y() + at, mBefore.data() + at, frame.width());
+    }
+    if (change > mLargestChange) {
+        mLargestChange = change;
+        mWidth = frame.width();
+        mHeight = frame.height();
+        mStride = frame.stride();
+        mShown.assign(frame.y(), frame.y() + frame.bytes());
+        for (int y = 0; y < mHeight; ++y) {
+            const ptrdiff_t at = static_cast<ptrdiff_t>(y) * mStride;
+            std::memcpy(mShown.data() + at, mBefore.data() + at, static_cast<size_t>(mWidth / 2));
+        }
+        drawSeam(mShown.data(), mShown.data() + frame.lumaBytes(), mWidth, mHeight, mStride);
+    }
+    return change > 0;
+}
+
+std::string Comparison::writePicture(const std::string& path) const {
+    const size_t lumaBytes = static_cast<size_t>(mStride) * static_cast<size_t>(mHeight);
+    return writePng(path, mShown.data(), mShown.data() + lumaBytes, mWidth, mHeight, mStride);
+}
+
+}  // namespace player

@@ -1,0 +1,45 @@
+#include "Console.h"
+
+#include <unistd.h>
+
+#include <iostream>
+
+namespace player {
+namespace {
+
+constexpr std::chrono::milliseconds kTerminalInterval(200);
+constexpr std::chrono::milliseconds kPlainInterval(1000);
+// Back to the first column, and clear the line.
+constexpr char kRewind[] = "\r\x1b[K";
+
+}  // namespace
+
+Console::Console(bool isQuiet) : mIsQuiet(isQuiet), mIsTerminal(isatty(STDOUT_FILENO) == 1) {}
+
+bool Console::wantsProgress(std::chrono::steady_clock::time_point now) const {
+    return !mIsQuiet && now >= mNext;
+}
+
+void Console::progress(const std::string& text, std::chrono::steady_clock::time_point now) {
+    mNext = now + (mIsTerminal ? kTerminalInterval : kPlainInterval);
+    if (mIsTerminal) {
+        std::cout << kRewind << text << std::flush;
+        mIsLineOpen = true;
+    } else {
+        std::cout << text << std::endl;
+    }
+}
+
+void Console::line(const std::string& text) {
+    std::cout << (mIsLineOpen ? kRewind : "") << text << std::endl;
+    mIsLineOpen = false;
+}
+
+void Console::finish() {
+    if (mIsLineOpen) {
+        std::cout << std::endl;
+        mIsLineOpen = false;
+    }
+}
+
+}  // namespace player

@@ -1,0 +1,44 @@
+#include "Outcome.h"
+
+namespace player {
+namespace {
+
+struct Names {
+    const char* key;
+    const char* text;
+};
+
+// In the order of the enumeration.
+constexpr std::array<Names, kOutcomes> kNames = {{
+    {"enhanced", "enhanced"},
+    {"unchanged", "processed, unchanged"},
+    {"failed", "failed in the processing library"},
+    {"expired", "expired"},
+    {"refused_overload", "refused, overload"},
+    {"refused_unhealthy", "refused, unhealthy stream"},
+    {"refused_busy", "refused, busy"},
+    {"refused_not_ready", "refused, not ready"},
+    {"refused_invalid", "refused, invalid frame"},
+    {"refused_unknown", "refused, no reason given"},
+    {"not_needed", "not needed"},
+}};
+
+}  // namespace
+
+const char* outcomeKey(Outcome outcome) {
+    return kNames[static_cast<size_t>(outcome)].key;
+}
+
+const char* outcomeText(Outcome outcome) {
+    return kNames[static_cast<size_t>(outcome)].text;
+}
+
+bool reachedWorker(Outcome outcome) {
+    return outcome <= Outcome::kExpired;
+}
+
+bool isRefused(Outcome outcome) {
+    return outcome >= Outcome::kRefusedOverload && outcome <= Outcome::kRefusedUnknown;
+}
+
+}  // namespace player

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace player {
+
+/** What became of one frame of the video. */
+enum class Outcome {
+    kEnhanced,          ///< The processing library changed the luma plane.
+    kUnchanged,         ///< Processed, and the plane came back as it was.
+    kFailed,            ///< The processing library reported a failure.
+    kExpired,           ///< Not done within the abort limit; its planes count as not yet ours.
+    kRefusedOverload,   ///< Too many slow frames of this stream.
+    kRefusedUnhealthy,  ///< Offered faster than the health monitor allows.
+    kRefusedBusy,       ///< An earlier frame was still queued.
+    kRefusedNotReady,   ///< The processing library or the worker could not be started.
+    kRefusedInvalid,    ///< The engine did not accept the frame's description.
+    kRefusedUnknown,    ///< The plane is unchanged and the engine said nothing.
+    kNotNeeded,         ///< Not offered: enhancement was not wanted.
+};
+
+constexpr size_t kOutcomes = static_cast<size_t>(Outcome::kNotNeeded) + 1;
+
+/** Name of an outcome in frames.csv. */
+const char* outcomeKey(Outcome outcome);
+
+/** Name of an outcome for a reader. */
+const char* outcomeText(Outcome outcome);
+
+/** Whether the frame got as far as the worker, so that the call's time says something about it. */
+bool reachedWorker(Outcome outcome);
+
+bool isRefused(Outcome outcome);
+
+/** One row of frames.csv. */
+struct FrameRecord {
+    uint64_t index;  ///< Number of the frame in this run, from 0.
+    Outcome outcome;
+    float milliseconds;  ///< Time that the call took; 0 for a frame that was not offered.
+};
+
+}  // namespace player
