@@ -1,0 +1,186 @@
+#pragma once
+
+#include <binder/Status.h>
+#include <utils/StrongPointer.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "aidl/BnDisplayEngineCallback.h"
+#include "aidl/IDisplayEngineService.h"
+#include "aisr/AisrAlgorithm.h"
+#include "common/BufferInfo.h"
+#include "common/Export.h"
+
+/**
+ * Decides whether video frames may be enhanced, and enhances them on a worker thread of its own
+ * under a time limit. One engine exists in a process; VideoEngine creates, initialises and destroys
+ * it.
+ *
+ * Any thread may call the public operations; initialize() and the destructor run alone. Operations
+ * without a result report failures in the log only. Until initialize() has succeeded, they do
+ * nothing.
+ */
+class DE_EXPORT AisrEngine {
+public:
+    /** What has to hold for enhancement to be wanted. */
+    enum EnhanceCondition : int {
+        EN_COND_ENABLE = 0,  ///< Switched on, by the service or the client.
+        EN_COND_RECT = 1,    ///< The video's size lies in the configured range.
+        EN_COND_FPS = 2,     ///< The video's frame rate does not exceed the configured ceiling.
+    };
+
+    AisrEngine();
+    /**
+     * Withdraws the registration, stops the worker after the frame it is processing, and unloads
+     * the processing library. A frame still queued is discarded.
+     */
+    virtual ~AisrEngine();
+    AisrEngine(const AisrEngine&) = delete;
+    AisrEngine& operator=(const AisrEngine&) = delete;
+
+    /**
+     * Fetches the configuration from the service and registers for its events. Blocks for these
+     * calls. False when the engine cannot be used; it is then deleted.
+     */
+    bool initialize();
+
+    /** Whether frames should now be offered: all three conditions hold. Lock-free. */
+    bool needEnhance() const;
+    /** Whether enhancement is switched on, whatever the video. Lock-free. */
+    bool getAppConfig() const;
+
+    /** Switches enhancement on or off. */
+    void setEnable(bool enable);
+    /** Reports the video's size in pixels, each side at least 1. */
+    void setRect(int width, int height);
+    /** Reports the video's frame rate in frames per second, at least 1. */
+    void setFrameRate(int fps);
+
+    /** The client's application started: initialises the processing library and the worker. */
+    void onAppStart();
+    /**
+     * The client's application stopped: de-initialises the processing library, after the frame in
+     * processing. The worker stays, and the conditions keep their verdicts.
+     */
+    void onAppStop();
+    void onVideoStart();
+    void onVideoStop();
+
+    /** Whether the worker runs; if not, starts it, a limited number of times in all. */
+    bool isReady();
+
+    /**
+     * Enhances one frame in place, and writes its index into `info`.
+     *
+     * Blocks for at most the configured abort timeout (40 ms unless configured) beside the wait for
+     * a lock that is held only for moments. A frame that is refused passes unenhanced: the engine
+     * is not ready, the record is invalid, the stream is overloaded or is offered too fast, or a
+     * frame is still queued. A frame that outlasts the timeout is cancelled; the library may still
+     * be writing its planes, so the caller keeps them allocated and unread until a later frame has
+     * completed, or past the engine's end.
+     */
+    void enhance(Aisr::BufferInfo& info);
+
+private:
+    class ClientCallback;
+
+    static constexpr int kConditionCount = 3;
+    using SteadyClock = std::chrono::steady_clock;
+
+    // Bring-up and teardown. No other operation runs at the same time.
+    bool updateAppName();
+    bool getConfig(android::sp<com::tivora::displayengine::IDisplayEngineService> service);
+    bool registerCallback(android::sp<com::tivora::displayengine::IDisplayEngineService> service);
+    void unregisterCallback(android::sp<com::tivora::displayengine::IDisplayEngineService> service);
+    // REQUIRES: `config` is valid.
+    void applyConfig(const std::vector<int32_t>& config);
+
+    // Conditions. REQUIRES: mStateMutex held, or initialize() running.
+    void setEnableInternal(bool enable);
+    void updateEnhance(EnhanceCondition cond, bool on, const std::string& reason);
+    bool isRectAccepted(int width, int height) const;
+    std::string getCondName(int cond) const;
+
+    // Frames. REQUIRES: mTaskMutex held.
+    bool getReady();
+    void startWorker();
+    bool isOverload(Aisr::BufferInfo& info);
+    void updateTimeoutStatus(const Aisr::BufferInfo& info);
+    bool isUnhealthy(uint64_t id, const std::string& rect);
+
+    // Frames, without the lock.
+    int doEnhance(Aisr::BufferInfo info);
+    void cancelEnhance(const Aisr::BufferInfo& info);
+
+    // The order of the members is fixed. mAlgorithm is the last to be destroyed: the worker has
+    // been joined by then.
+    AisrAlgorithm mAlgorithm;
+    bool mIsInitialized = false;  ///< Changes once, in initialize().
+    std::string mAppName;         ///< Name of the process; the engine's key with the service.
+
+    // Configuration: written in initialize(), only read afterwards.
+    int32_t mMinWidth = 512;
+    int32_t mMinHeight = 512;
+    int32_t mMaxWidth = 720;
+    int32_t mMaxHeight = 1280;
+    int32_t mMaxFps = 30;
+    int32_t mMonitorMaxFps = 38;
+    int32_t mMonitorTolerance = 2;
+    int32_t mMonitorRestore = 3;
+    int64_t mTimeoutAbortMs = 40;
+    int64_t mTimeoutOverloadMs = 33;
+    int64_t mTimeoutTolerancePeriodMs = 10000;
+    int32_t mTimeoutToleranceCount = 5;
+
+    // Worker, queue, overload latch and monitor, guarded by mTaskMutex. It is never held together
+    // with mStateMutex, nor while the library processes a frame, nor while a caller waits for one.
+    std::condition_variable mTaskCond;  ///< Wakes the worker: a task was queued, or it must stop.
+    std::mutex mTaskMutex;
+    std::atomic<bool> mIsReady{false};  ///< Changes once, under the lock; read without it as well.
+    int32_t mRetryCount = 5;
+    uint64_t mLastId = 0;
+    uint64_t mFrameIdx = 0;
+    bool mIsEnhanceAlive = false;
+    std::thread mThread;
+    std::deque<std::packaged_task<int()>> mTasks;  ///< At most one.
+    bool mIsOverload = false;
+    std::deque<SteadyClock::time_point> mTimeoutHistory;
+    SteadyClock::time_point mMonitorStart;
+    bool mIsUnhealthy = false;
+    int32_t mMonitorFrameCount = 0;
+    int32_t mMonitorHighCount = 0;
+    int32_t mMonitorNormalCount = 0;
+    uint64_t mUnhealthyId = 0;
+
+    // Conditions, guarded by mStateMutex. The verdicts and their count are read without it.
+    std::mutex mStateMutex;
+    bool mIsEnable = false;
+    int32_t mWidth = 0;
+    int32_t mHeight = 0;
+    int32_t mFps = 0;
+    std::array<std::atomic<bool>, kConditionCount> mIsEnhance{};
+    std::atomic<int32_t> mEnhanceCount{0};
+};
+
+/**
+ * What the engine registers with the service. It holds no pointer to the engine, which it may
+ * outlive, and reaches it through VideoEngine. Its operations run on binder threads of this
+ * process, and always answer with an ok Status.
+ */
+class AisrEngine::ClientCallback : public com::tivora::displayengine::BnDisplayEngineCallback {
+public:
+    ~ClientCallback() override;
+    android::binder::Status onEvent(int event, int value) override;
+    android::binder::Status onEventWithData(int event,
+                                            const android::os::PersistableBundle& data) override;
+};

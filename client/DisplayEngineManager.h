@@ -1,0 +1,78 @@
+#pragma once
+
+#include <pthread.h>
+#include <utils/RefBase.h>
+#include <utils/StrongPointer.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "aidl/IDisplayEngineService.h"
+#include "common/BufferInfo.h"
+#include "common/Export.h"
+
+/**
+ * A client's door to the display engine. Clients hold it with android::sp and may have several.
+ *
+ * The video methods share the one engine of the process, whichever object they are called on. Any
+ * thread may call them. The first of them in a process may block for calls of the service;
+ * afterwards needVideoEnhance() and the way to doVideoEnhance() cost an atomic load each.
+ */
+class DE_EXPORT DisplayEngineManager : public virtual android::RefBase {
+public:
+    /** Re-reads the process's log switches. Does not contact the service. */
+    DisplayEngineManager();
+    ~DisplayEngineManager() override;
+    DisplayEngineManager(const DisplayEngineManager&) = delete;
+    DisplayEngineManager& operator=(const DisplayEngineManager&) = delete;
+
+    /**
+     * The service's proxy, looked up on first need and kept for the life of this object, also after
+     * the service has died. Null when the service cannot be found; the next call looks again. May
+     * block some seconds for a service that is not yet up. Any thread may call.
+     */
+    android::sp<com::tivora::displayengine::IDisplayEngineService> getService();
+
+    /** Whether video enhancement is available in this process. */
+    bool isVideoEngineSupported();
+    /** Whether the next frame should be offered to doVideoEnhance(). */
+    bool needVideoEnhance();
+    /** Whether enhancement is switched on for this process, whatever the video. */
+    bool getVideoAppConfig();
+
+    /** The client's application has started: makes the engine ready for frames. */
+    void onVideoAppStart();
+    /** The client's application has stopped; waits for a frame in processing. */
+    void onVideoAppStop();
+    /** A video has started. */
+    void onVideoStart();
+    /** A video has stopped. */
+    void onVideoStop();
+
+    /** Switches enhancement on or off, as the service does by its events. */
+    void setAisrEnable(bool enable);
+    /** Reports the video's size in pixels; sides below 1 are ignored. */
+    void setVideoRect(int width, int height);
+    /** Reports the video's frame rate in frames per second; rates below 1 are ignored. */
+    void setVideoFrameRate(int fps);
+
+    /**
+     * Enhances one frame in place, or passes it unenhanced; the log tells which. Blocks at most the
+     * configured abort timeout, 40 ms unless configured. When the frame outlasted it, the
+     * processing library may still be writing the planes: the caller keeps them allocated and
+     * unread until a later frame has completed. No frame may be under way when the process calls
+     * exit.
+     */
+    void doVideoEnhance(Aisr::BufferInfo& info);
+
+private:
+    // The order of the members is fixed.
+
+    // Owns one strong reference; set at most once, under the lock, and read without it.
+    std::atomic<com::tivora::displayengine::IDisplayEngineService*> mService{nullptr};
+    pthread_mutex_t mServiceLock;  ///< One first lookup at a time.
+    bool mSupportRgLedPrinted = false;
+    bool mSupportRgLedQueried = false;
+    int32_t mSupportRgLed = 0;
+    int32_t mLastBrightnessLevel = -1;
+};
