@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 
 #include "aidl/IDisplayEngineService.h"
 #include "common/BufferInfo.h"
@@ -32,6 +33,39 @@ public:
      * block some seconds for a service that is not yet up. Any thread may call.
      */
     android::sp<com::tivora::displayengine::IDisplayEngineService> getService();
+
+    // Display queries and settings. Each blocks for calls of the service; any thread may call,
+    // except that one object's displayengineSetBrightness() is for one thread at a time.
+
+    /**
+     * Sends the brightness level, 0 or more, unless it is the last one sent or the panel lacks the
+     * feature. Returns the service's answer about the feature, asked once: 1 or more when the panel
+     * has it. -1 for a negative level or without a service.
+     */
+    int displayengineSetBrightness(int level);
+    /** Sets `name` and returns 0; otherwise the service's own result, or -1, and `name` stays. */
+    int getPanelName(std::string& name);
+    /** The service's answer about the reading mode; 0 on failure. */
+    int getReadingSupport();
+    /** The service's answer about the global reading mode; 0 on failure. */
+    int getGlobalReadingSupport();
+    /** The service's answer about the compensation of a folding screen; 0 on failure. */
+    int getFoldingCompensationSupported();
+    /** The alpha of the folding screen's compensation; 1023 on failure. */
+    int getFoldingCompensationAlpha();
+    /** 1 when the panel has a local high-brightness mode, otherwise 0, also on failure. */
+    int getLocalHBMSupport();
+    /** The service's result; -22 on failure. */
+    int setScene(int scene, int value);
+    /** Passes the frame rate as text, up to its first NUL. The service's result; -22 on failure. */
+    int setFrameRate(const std::string& fps);
+    /** Registers for the service's events; a failure is only logged. The caller keeps its
+     * reference. */
+    void registerCallback(
+        const android::sp<com::tivora::displayengine::IDisplayEngineCallback>& callback);
+    /** Withdraws the registration; a failure is only logged. */
+    void unregisterCallback(
+        const android::sp<com::tivora::displayengine::IDisplayEngineCallback>& callback);
 
     /** Whether video enhancement is available in this process. */
     bool isVideoEngineSupported();

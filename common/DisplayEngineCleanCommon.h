@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <string>
 
 #include "common/Export.h"
 
@@ -22,5 +23,12 @@ namespace DisplayEngineCleanCommon {
  * DisplayEngineManager does so once, when it is constructed.
  */
 DE_EXPORT void initLogSwitch();
+
+/** Removes leading white space: the bytes 0x09 to 0x0D and the space. Any thread. */
+DE_EXPORT void trimLeft(std::string& str);
+/** Removes trailing control bytes, NUL and delete among them, and spaces. Any thread. */
+DE_EXPORT void trimRight(std::string& str);
+/** trimLeft() and trimRight(), each with its own set of bytes. Any thread. */
+DE_EXPORT void trim(std::string& str);
 
 }  // namespace DisplayEngineCleanCommon
