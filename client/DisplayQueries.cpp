@@ -51,13 +51,15 @@ int DisplayEngineManager::displayengineSetBrightness(int level) {
     }
     if (!mSupportRgLedQueried) {
         mSupportRgLedQueried = true;
-        service->getSupported(IDisplayEngineService::DE_FEATURE_RGLED, &mSupportRgLed);
+        static_cast<void>(
+            service->getSupported(IDisplayEngineService::DE_FEATURE_RGLED, &mSupportRgLed));
         DE_LOGI("mSupportRgLed=%d", mSupportRgLed);
     }
     if (mSupportRgLed >= 1) {
         if (level != mLastBrightnessLevel) {
             int32_t result = -1;
-            service->setScene(IDisplayEngineService::DE_SCENE_BRIGHTNESS, level, &result);
+            static_cast<void>(
+                service->setScene(IDisplayEngineService::DE_SCENE_BRIGHTNESS, level, &result));
             mLastBrightnessLevel = level;
         }
     } else if (!mSupportRgLedPrinted) {
@@ -75,8 +77,8 @@ int DisplayEngineManager::getPanelName(std::string& name) {
         DE_LOGE("service is nullptr!");
         return -1;
     }
-    service->getEffect(IDisplayEngineService::DE_FEATURE_PANEL_NAME, 0, &buffer, kPanelNameSize,
-                       &result);
+    static_cast<void>(service->getEffect(IDisplayEngineService::DE_FEATURE_PANEL_NAME, 0, &buffer,
+                                         kPanelNameSize, &result));
     if (result != 0) {
         DE_LOGE("getPanelName() failed ret= %d", result);
         return result;
@@ -93,7 +95,7 @@ int DisplayEngineManager::getReadingSupport() {
         DE_LOGE("Failed to get displayengineserver binder!");
         return result;
     }
-    service->getSupported(IDisplayEngineService::DE_FEATURE_READING, &result);
+    static_cast<void>(service->getSupported(IDisplayEngineService::DE_FEATURE_READING, &result));
     return result;
 }
 
@@ -104,7 +106,8 @@ int DisplayEngineManager::getGlobalReadingSupport() {
         DE_LOGE("Failed to get displayengineserver binder!");
         return result;
     }
-    service->getSupported(IDisplayEngineService::DE_FEATURE_GLOBAL_READING, &result);
+    static_cast<void>(
+        service->getSupported(IDisplayEngineService::DE_FEATURE_GLOBAL_READING, &result));
     return result;
 }
 
