@@ -1,0 +1,232 @@
+// The sample processing library: its picture, its call order and its cancel.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <future>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "aisr/AisrBuffer.h"
+#include "demo/processing/LumaSharpener.h"
+
+extern "C" {
+int32_t AisrInit(void** context);
+int32_t AisrDeinit(void** context);
+int32_t AisrProcess(void** context);
+int32_t AisrDoClean(void** context);
+int32_t AisrGetParam(void** context, int32_t tag, void* data, uint64_t size);
+int32_t AisrSetParam(void** context, int32_t tag, const void* data, uint64_t size);
+}
+
+namespace {
+
+using Plane = std::vector<uint8_t>;
+
+constexpr int kWidth = 61;
+constexpr int kHeight = 37;
+constexpr int kStride = 64;
+constexpr uint8_t kPadding = 0xa5;
+
+bool goOn(int) {
+    return true;
+}
+
+Plane plane(const std::function<int(int x, int y)>& value) {
+    Plane result(kStride * kHeight, kPadding);
+    for (int y = 0; y < kHeight; ++y) {
+        for (int x = 0; x < kWidth; ++x) {
+            result[y * kStride + x] = static_cast<uint8_t>(value(x, y));
+        }
+    }
+    return result;
+}
+
+Plane texture() {
+    std::mt19937 random(7);
+    return plane(
+        [&](int x, int y) { return (x * 5 + y * 3 + static_cast<int>(random() % 90)) % 256; });
+}
+
+// In place, since a submission points to the pixels.
+void restore(Plane& picture) {
+    const Plane original = texture();
+    std::copy(original.begin(), original.end(), picture.begin());
+}
+
+Plane sharpened(Plane picture) {
+    EXPECT_TRUE(LumaSharpener().sharpen(picture.data(), kWidth, kHeight, kStride, goOn));
+    return picture;
+}
+
+Plane flipped(const Plane& picture, bool isVertical) {
+    return plane([&](int x, int y) {
+        return isVertical ? picture[(kHeight - 1 - y) * kStride + x]
+                          : picture[y * kStride + kWidth - 1 - x];
+    });
+}
+
+// One frame in a list, as the client submits it. Neither copied nor moved: the links point inside.
+struct Submission {
+    explicit Submission(Plane* picture, uint64_t id = 1, uint64_t idx = 0)
+        : list{{&node.links, &node.links}, 1},
+          node{{&list.ends, &list.ends},
+               {id, idx, kWidth, kHeight, kStride, 0, picture->data(), picture->data()}} {}
+    Submission(const Submission&) = delete;
+    Submission& operator=(const Submission&) = delete;
+
+    AisrBufferList list;
+    AisrBufferNode node;
+};
+
+int32_t submit(void** context, const Submission& frame) {
+    return AisrSetParam(context, AISR_TAG_SET_BUF, &frame.list, sizeof(frame.list));
+}
+
+int32_t cancel(void** context, const Submission& frame) {
+    return AisrSetParam(context, AISR_TAG_SET_TIMEOUT, &frame.node.buffer, sizeof(AisrBuffer));
+}
+
+TEST(LumaSharpener, SteepensEdgesAndLeavesNoiseAlone) {
+    const Plane edge = plane([](int x, int) { return std::clamp(60 + (x - 28) * 20, 60, 160); });
+    const Plane sharpEdge = sharpened(edge);
+    EXPECT_LT(sharpEdge[10 * kStride + 28], 55) << "the dark foot of the ramp gets darker";
+    EXPECT_GT(sharpEdge[10 * kStride + 33], 165) << "and its bright foot brighter";
+
+    std::mt19937 random(3);
+    const Plane noise = plane([&](int, int) { return 100 + static_cast<int>(random() % 5); });
+    EXPECT_EQ(sharpened(noise), noise);
+}
+
+// In place, a row sees its sharpened upper neighbours unless the originals are kept: the result
+// would then depend on which way up the picture is.
+TEST(LumaSharpener, ResultDoesNotDependOnTheOrderOfRowsAndKeepsThePadding) {
+    const Plane picture = texture();
+    const Plane result = sharpened(picture);
+    EXPECT_NE(result, picture);
+    for (const bool isVertical : {false, true}) {
+        EXPECT_EQ(flipped(sharpened(flipped(picture, isVertical)), isVertical), result);
+    }
+    for (int y = 0; y < kHeight; ++y) {
+        ASSERT_EQ(result[y * kStride + kWidth], kPadding);
+    }
+}
+
+TEST(LumaSharpener, StopsBetweenRows) {
+    const Plane whole = sharpened(texture());
+    Plane stopped = texture();
+    const auto untilRow20 = [](int row) { return row < 20; };
+    EXPECT_FALSE(LumaSharpener().sharpen(stopped.data(), kWidth, kHeight, kStride, untilRow20));
+    const Plane original = texture();
+    const auto seam = 20 * kStride;
+    EXPECT_TRUE(std::equal(stopped.begin(), stopped.begin() + seam, whole.begin()));
+    EXPECT_TRUE(std::equal(stopped.begin() + seam, stopped.end(), original.begin() + seam));
+}
+
+TEST(LumaSharpener, TakesTheSmallestPictures) {
+    for (const auto& [width, height] : {std::pair{1, 1}, {1, 5}, {5, 1}, {2, 3}}) {
+        Plane picture(width * height, 77);
+        EXPECT_TRUE(LumaSharpener().sharpen(picture.data(), width, height, width, goOn));
+        EXPECT_EQ(picture, Plane(width * height, 77));
+    }
+}
+
+TEST(SampleProcessing, KeepsTheOrderOfItsEntries) {
+    Plane picture = texture();
+    const Submission frame(&picture);
+    const int32_t level = 3;
+    int32_t readLevel = 0;
+    void* context = nullptr;
+    EXPECT_EQ(AisrProcess(&context), AISR_ERR_FATAL);
+    EXPECT_EQ(AisrDeinit(&context), AISR_ERR_FATAL);
+    EXPECT_EQ(AisrDoClean(&context), AISR_ERR_FATAL);
+    EXPECT_EQ(submit(&context, frame), AISR_ERR_FATAL);
+    EXPECT_EQ(cancel(&context, frame), AISR_ERR_FATAL);
+    EXPECT_EQ(AisrSetParam(&context, AISR_TAG_SET_LOG_LEVEL, &level, 4), AISR_SUCCESS);
+    EXPECT_EQ(AisrGetParam(&context, AISR_TAG_SET_LOG_LEVEL, &readLevel, 4), AISR_SUCCESS);
+    EXPECT_EQ(readLevel, level);
+
+    for (int session = 0; session < 2; ++session) {
+        restore(picture);
+        EXPECT_EQ(AisrInit(&context), AISR_SUCCESS);
+        EXPECT_EQ(AisrInit(&context), AISR_ERR_FATAL);
+        EXPECT_EQ(AisrProcess(&context), AISR_ERR_BUF_COPY) << "nothing was submitted";
+        EXPECT_EQ(submit(&context, frame), AISR_SUCCESS);
+        EXPECT_EQ(AisrProcess(&context), AISR_SUCCESS);
+        EXPECT_EQ(picture, sharpened(texture()));
+        EXPECT_EQ(AisrProcess(&context), AISR_ERR_BUF_COPY) << "a frame is processed once";
+        EXPECT_EQ(submit(&context, frame), AISR_SUCCESS);
+        EXPECT_EQ(AisrDoClean(&context), AISR_SUCCESS);
+        EXPECT_EQ(AisrProcess(&context), AISR_ERR_BUF_COPY);
+        EXPECT_EQ(AisrDeinit(&context), AISR_SUCCESS);
+        EXPECT_EQ(context, nullptr);
+    }
+}
+
+TEST(SampleProcessing, RefusesWhatItCannotProcess) {
+    Plane picture = texture();
+    void* context = nullptr;
+    ASSERT_EQ(AisrInit(&context), AISR_SUCCESS);
+    using Spoil = void (*)(Submission&);
+    const Spoil spoils[] = {
+        [](Submission& s) { s.list.count = 0; },
+        [](Submission& s) { s.list.count = 2; },
+        [](Submission& s) { s.list.ends.next = nullptr; },
+        [](Submission& s) { s.node.buffer.id = 0; },
+        [](Submission& s) { s.node.buffer.y = nullptr; },
+        [](Submission& s) { s.node.buffer.uv = nullptr; },
+        [](Submission& s) { s.node.buffer.width = 0; },
+        [](Submission& s) { s.node.buffer.height = -1; },
+        [](Submission& s) { s.node.buffer.stride = kWidth - 1; },
+    };
+    for (const Spoil& spoil : spoils) {
+        Submission frame(&picture);
+        spoil(frame);
+        EXPECT_EQ(submit(&context, frame), AISR_ERR_BUF_COPY) << "spoil " << &spoil - spoils;
+        EXPECT_EQ(AisrProcess(&context), AISR_ERR_BUF_COPY);
+    }
+    const Submission frame(&picture);
+    EXPECT_EQ(AisrSetParam(&context, AISR_TAG_SET_BUF, &frame.list, 23), AISR_ERR_FATAL);
+    EXPECT_EQ(AisrSetParam(&context, AISR_TAG_NEW_MEM, &frame.list, 24), AISR_ERR_FATAL);
+    EXPECT_EQ(AisrSetParam(&context, AISR_TAG_SET_BUF, nullptr, 24), AISR_ERR_FATAL);
+    EXPECT_EQ(AisrDeinit(&context), AISR_SUCCESS);
+}
+
+TEST(SampleProcessing, CancelStopsTheNamedFrameOnly) {
+    Plane picture = texture();
+    void* context = nullptr;
+    ASSERT_EQ(AisrInit(&context), AISR_SUCCESS);
+    struct Case {
+        uint64_t id, idx;
+        int32_t status;
+    };
+    for (const Case& c :
+         {Case{1, 5, AISR_ERR_TIMEOUT}, {1, 4, AISR_SUCCESS}, {2, 5, AISR_SUCCESS}}) {
+        restore(picture);
+        const Submission frame(&picture, 1, 5);
+        EXPECT_EQ(cancel(&context, Submission(&picture, c.id, c.idx)), AISR_SUCCESS);
+        EXPECT_EQ(submit(&context, frame), AISR_SUCCESS);
+        EXPECT_EQ(AisrProcess(&context), c.status);
+        EXPECT_EQ(picture == texture(), c.status == AISR_ERR_TIMEOUT);
+        EXPECT_EQ(submit(&context, frame), AISR_SUCCESS);
+        EXPECT_EQ(AisrProcess(&context), AISR_SUCCESS) << "a cancel counts once";
+    }
+    EXPECT_EQ(AisrDeinit(&context), AISR_SUCCESS);
+}
+
+// The slowed frame would take a minute; only the cancel ends it, wherever it has got to.
+TEST(SampleProcessing, CancelEndsASlowFrame) {
+    setenv("AISR_SAMPLE_SLOW_MS", "60000", 1);
+    Plane picture = texture();
+    const Submission frame(&picture);
+    void* context = nullptr;
+    ASSERT_EQ(AisrInit(&context), AISR_SUCCESS);
+    ASSERT_EQ(submit(&context, frame), AISR_SUCCESS);
+    auto status = std::async(std::launch::async, [&] { return AisrProcess(&context); });
+    EXPECT_EQ(cancel(&context, frame), AISR_SUCCESS);
+    EXPECT_EQ(status.get(), AISR_ERR_TIMEOUT);
+    EXPECT_EQ(AisrDeinit(&context), AISR_SUCCESS);
+}
+
+}  // namespace
