@@ -1,0 +1,28 @@
+# Shell functions shared by the scripts; sourced, not run.
+
+# require_packages PACKAGE...: has the Debian packages installed afterwards, or ends the script.
+require_packages() {
+    local missing=() package
+    for package in "$@"; do
+        if ! dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^ii'; then
+            missing+=("$package")
+        fi
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        return
+    fi
+    if [ "$(id -u)" -ne 0 ]; then
+        echo "These packages are missing: ${missing[*]}" >&2
+        echo "Install them with: sudo apt-get install ${missing[*]}" >&2
+        exit 1
+    fi
+    echo "Installing ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null 2>&1 ||
+        { apt-get update -qq && apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null; } ||
+        { echo "Cannot install ${missing[*]}" >&2; exit 1; }
+}
+
+# What it takes to build everything.
+build_packages=(cmake ninja-build g++ pkg-config libcli11-dev libavformat-dev libavcodec-dev
+    libavutil-dev libswscale-dev)

@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Builds everything and runs the tests. Without options: the format check, the optimised build with
+# g++ and its tests, and a build with clang++ for its warnings.
+set -euo pipefail
+
+usage() {
+    cat <<TXT
+Usage: scripts/test.sh [--asan | --tsan] [--repeat N] [--filter REGEX]
+  --asan          build with the address and undefined-behaviour sanitizers
+  --tsan          build with the thread sanitizer
+  --repeat N      run the tests N times, and stop at the first failure
+  --filter REGEX  run only the tests whose name matches
+TXT
+}
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+# shellcheck source=scripts/lib/packages.sh
+. "$root/scripts/lib/packages.sh"
+
+preset=release
+ctest_options=()
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --asan | --tsan) preset=${1#--} ;;
+        --repeat | --filter)
+            [ $# -ge 2 ] || { echo "test.sh: $1 takes a value" >&2; exit 2; }
+            case "$1" in
+                --repeat) ctest_options+=(--repeat "until-fail:$2") ;;
+                --filter) ctest_options+=(--tests-regex "$2") ;;
+            esac
+            shift
+            ;;
+        -h | --help) usage; exit 0 ;;
+        *) echo "test.sh: unknown option $1" >&2; usage >&2; exit 2 ;;
+    esac
+    shift
+done
+
+require_packages "${build_packages[@]}" clang libclang-rt-14-dev clang-format libgtest-dev gnuplot-nox
+cd "$root"
+
+jobs=$(nproc)
+build() {
+    cmake --preset "$1" >/dev/null
+    cmake --build --preset "$1" -j "$jobs"
+}
+
+if [ "$preset" = release ]; then
+    echo "== format"
+    git ls-files -z -- '*.h' '*.cpp' | xargs -0 clang-format --dry-run --Werror
+    echo "== build with clang++"
+    build debug
+fi
+echo "== build: $preset"
+build "$preset"
+echo "== tests: $preset"
+ctest --preset "$preset" -j "$jobs" "${ctest_options[@]}"
