@@ -1,5 +1,6 @@
 // The sample processing library: its picture, its call order and its cancel.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -215,17 +216,29 @@ TEST(SampleProcessing, CancelStopsTheNamedFrameOnly) {
     EXPECT_EQ(AisrDeinit(&context), AISR_SUCCESS);
 }
 
-// The slowed frame would take a minute; only the cancel ends it, wherever it has got to.
+// The slowed frame would take an hour; only the cancel ends it. The library's log tells when it is
+// at work.
 TEST(SampleProcessing, CancelEndsASlowFrame) {
-    setenv("AISR_SAMPLE_SLOW_MS", "60000", 1);
+    setenv("AISR_SAMPLE_SLOW_MS", "3600000", 1);
     Plane picture = texture();
     const Submission frame(&picture);
+    const int32_t level = 3;
     void* context = nullptr;
+    ASSERT_EQ(AisrSetParam(&context, AISR_TAG_SET_LOG_LEVEL, &level, 4), AISR_SUCCESS);
     ASSERT_EQ(AisrInit(&context), AISR_SUCCESS);
     ASSERT_EQ(submit(&context, frame), AISR_SUCCESS);
+
+    int log[2];
+    const int savedError = dup(STDERR_FILENO);
+    ASSERT_EQ(pipe(log), 0);
+    dup2(log[1], STDERR_FILENO);
     auto status = std::async(std::launch::async, [&] { return AisrProcess(&context); });
+    char line[64] = {};
+    EXPECT_GT(read(log[0], line, sizeof(line) - 1), 0);
+    EXPECT_STREQ(line, "aisr sample: frame begun\n");
     EXPECT_EQ(cancel(&context, frame), AISR_SUCCESS);
     EXPECT_EQ(status.get(), AISR_ERR_TIMEOUT);
+    dup2(savedError, STDERR_FILENO);
     EXPECT_EQ(AisrDeinit(&context), AISR_SUCCESS);
 }
 

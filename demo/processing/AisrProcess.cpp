@@ -33,7 +33,7 @@ namespace {
 
 constexpr int32_t kLogErrors = 1;
 constexpr int32_t kLogEverything = 3;
-constexpr long kMaxFrameTimeMs = 60'000;
+constexpr long kMaxFrameTimeMs = 3'600'000;
 
 // Sent before the init entry has made the context, so it belongs to the whole library.
 std::atomic<int32_t> gLogLevel{kLogErrors};
@@ -112,6 +112,9 @@ AISR_ENTRY AisrProcess(void** context) {
     ProcessSession* session = sessionOf(context);
     if (session == nullptr) {
         return AISR_ERR_FATAL;
+    }
+    if (logs(kLogEverything)) {
+        std::fprintf(stderr, "aisr sample: frame begun\n");
     }
     try {
         const int32_t status = session->process();

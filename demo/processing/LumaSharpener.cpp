@@ -74,13 +74,7 @@ bool LumaSharpener::sharpen(uint8_t* plane, int width, int height, int stride,
         if (!proceed(row)) {
             return false;
         }
-        // Past the bottom the last row repeats; the plane's own copy of it is sharpened by the
-        // time the very last row is at work, the ring's is not.
-        if (row + kRadius < height) {
-            loadRow(rowAt(row + kRadius), row + kRadius);
-        } else {
-            loadRow(savedRow(height - 1) + kRadius, row + kRadius);
-        }
+        loadRow(rowAt(row + kRadius), row + kRadius);
         sharpenRow(rowAt(row), row);
     }
     return true;
