@@ -46,14 +46,15 @@ private:
 
     struct Obituary {
         sp<DeathRecipient> recipient;
-        void* cookie;
-        uint32_t flags;
+        void* cookie = nullptr;
+        uint32_t flags = 0;
     };
 
     BpBinder(std::shared_ptr<transport::Connection> connection, uint64_t handle);
     BpBinder(const BpBinder&) = delete;
     BpBinder& operator=(const BpBinder&) = delete;
 
+    bool hasDeathRecipients() const;
     /** Tells the death recipients, each once. Runs on the thread pool. */
     void reportDeath();
 

@@ -1,0 +1,115 @@
+#include "BinderProcess.h"
+
+#include <sys/random.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+
+#include "ServiceRegistry.h"
+
+namespace android {
+namespace transport {
+namespace {
+
+uint64_t randomInstance() {
+    uint64_t instance = 0;
+    if (::getrandom(&instance, sizeof(instance), 0) != sizeof(instance)) {
+        timespec now = {};
+        ::clock_gettime(CLOCK_MONOTONIC, &now);
+        instance = (static_cast<uint64_t>(::getpid()) << 32) ^ static_cast<uint64_t>(now.tv_nsec);
+    }
+    return instance;
+}
+
+}  // namespace
+
+BinderProcess& BinderProcess::self() {
+    // Leaked on purpose, also what a fork leaves behind: its locks may be held by threads that the
+    // child does not have.
+    static std::atomic<BinderProcess*> current{nullptr};
+    BinderProcess* process = current.load(std::memory_order_acquire);
+    while (process == nullptr || process->mGeneration != forkGeneration()) {
+        auto* const fresh = new BinderProcess();
+        if (current.compare_exchange_strong(process, fresh)) {
+            return *fresh;
+        }
+        delete fresh;
+    }
+    return *process;
+}
+
+BinderProcess::BinderProcess()
+    : mGeneration(forkGeneration()),
+      mInstance(randomInstance()),
+      mOneways(mPool),
+      mRegistry(new ServiceRegistry(*this)) {}
+
+BinderProcess::~BinderProcess() = default;
+
+void BinderProcess::stopPoolAtExit() {
+    const std::lock_guard<std::mutex> lock(mLock);
+    if (!mStopsAtExit) {
+        mStopsAtExit = true;
+        std::atexit([] { self().pool().stop(); });
+    }
+}
+
+std::shared_ptr<Connection> BinderProcess::connectionTo(uint64_t instance) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    const auto found = mConnections.find(instance);
+    return found != mConnections.end() ? found->second : nullptr;
+}
+
+std::shared_ptr<Connection> BinderProcess::addConnection(ForkSafeFd socket, const Peer& peer) {
+    const auto connection = std::make_shared<Connection>(*this, std::move(socket), peer);
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        mConnections[peer.instance] = connection;
+    }
+    mPool.watch(connection);
+    return connection;
+}
+
+bool BinderProcess::acceptConnection(ForkSafeFd socket, const Peer& peer,
+                                     const std::function<void(Connection&)>& welcome) {
+    std::shared_ptr<Connection> connection;
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        const bool precedes = mInstance < peer.instance && mOutreaches.count(peer.instance) > 0;
+        if (precedes || mConnections.count(peer.instance) > 0) {
+            return false;
+        }
+        connection = std::make_shared<Connection>(*this, std::move(socket), peer);
+        welcome(*connection);
+        mConnections.emplace(peer.instance, connection);
+    }
+    mPool.watch(connection);
+    return true;
+}
+
+void BinderProcess::removeConnection(Connection& connection) {
+    mPool.unwatch(&connection);
+    std::shared_ptr<Connection> last;  // let go of without the lock
+    const std::lock_guard<std::mutex> lock(mLock);
+    const auto found = mConnections.find(connection.peer().instance);
+    if (found != mConnections.end() && found->second.get() == &connection) {
+        last = std::move(found->second);
+        mConnections.erase(found);
+    }
+}
+
+BinderProcess::Outreach::Outreach(BinderProcess& process, uint64_t instance)
+    : mProcess(process), mInstance(instance) {
+    const std::lock_guard<std::mutex> lock(mProcess.mLock);
+    mProcess.mOutreaches.insert(mInstance);
+}
+
+BinderProcess::Outreach::~Outreach() {
+    const std::lock_guard<std::mutex> lock(mProcess.mLock);
+    mProcess.mOutreaches.erase(mProcess.mOutreaches.find(mInstance));
+}
+
+}  // namespace transport
+}  // namespace android

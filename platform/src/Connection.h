@@ -1,0 +1,130 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+#include <binder/BpBinder.h>
+#include <binder/Parcel.h>
+#include <utils/Errors.h>
+
+#include "FrameReader.h"
+#include "FrameWriter.h"
+#include "ObjectTable.h"
+#include "ThreadPool.h"
+
+namespace android {
+namespace transport {
+
+class BinderProcess;
+class Connection;
+
+/// The other end of a connection.
+struct Peer {
+    pid_t pid = 0;
+    uid_t uid = 0;
+    uint64_t instance = 0;  ///< random, one for each process image
+};
+
+/// A call from the peer that waits to be run or is being run.
+struct IncomingCall {
+    std::shared_ptr<Connection> connection;
+    uint64_t id = 0;
+    sp<IBinder> target;
+    uint32_t code = 0;
+    uint32_t flags = 0;
+    Parcel request;
+
+    bool isOneway() const { return (flags & IBinder::FLAG_ONEWAY) != 0; }
+};
+
+/// The one connection between this process and another, for calls in both directions.
+///
+/// There is no thread behind it. Whoever needs something reads: a caller that waits for its reply,
+/// or a thread of the pool. One of them at a time has the reading role and delivers what comes,
+/// whoever it is for; a thread that has what it wanted, or is about to run a call, first hands the
+/// role on, to another waiting caller or to the pool. So a call that blocks never keeps the
+/// connection from being read. All operations may be called from any thread.
+class Connection : public std::enable_shared_from_this<Connection> {
+public:
+    /// Use BinderProcess::addConnection, which also has the connection watched.
+    Connection(BinderProcess& process, ForkSafeFd socket, const Peer& peer);
+
+    int fd() const { return mWriter->fd(); }
+    uint64_t id() const { return mId; }
+    const Peer& peer() const { return mPeer; }
+    /// True once the peer is known to be gone, and in a forked child.
+    bool isDead() const;
+    /// Looks whether the peer has gone unnoticed, as it may in a process that nobody reads for.
+    void noticeDeath();
+
+    /// IBinder::transact on the peer's object `handle`.
+    status_t call(uint64_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+                  uint32_t flags);
+
+    /// Runs a call on this thread and sends the reply.
+    void run(IncomingCall& incoming);
+
+    /// Reads what is there, for the pool; the jobs that come of it.
+    std::vector<ThreadPool::Job> readAvailable();
+
+    uint64_t exportObject(const sp<IBinder>& object) { return mObjects.exportObject(object); }
+    sp<IBinder> receiveProxy(uint64_t handle) {
+        return mObjects.receive(shared_from_this(), handle);
+    }
+    /// Gives back the references of a proxy that is being destroyed.
+    void returnProxy(BpBinder* proxy);
+
+private:
+    struct PendingCall;
+    struct Content {
+        std::vector<uint8_t> data;
+        std::vector<ParcelObject> objects;
+    };
+    using Jobs = std::vector<ThreadPool::Job>;
+
+    status_t callOneway(FrameHeader header, const Parcel& data);
+    status_t transmit(FrameHeader header, const Parcel& parcel);
+    void sendReply(uint64_t callId, status_t status, const Parcel& reply);
+    void onewayDone(size_t cost);
+
+    void awaitReply(PendingCall& pending);
+    void readFor(const PendingCall& pending);
+    bool isServed(const PendingCall& pending);
+    void takeRole();
+    void handRoleOn();
+
+    bool take(Frame& frame, Jobs* jobs);
+    bool takeCall(Frame& frame, Jobs* jobs);
+    bool takeReply(Frame& frame);
+    bool takeRelease(const FrameHeader& header, Jobs* jobs);
+    bool takeOnewayDone(const FrameHeader& header);
+    bool unpack(Frame& frame, Content* content);
+    void close(const char* reason);
+
+    BinderProcess& mProcess;
+    const uint64_t mId;
+    const Peer mPeer;
+    const std::shared_ptr<FrameWriter> mWriter;
+    FrameReader mFrames;  // belongs to the thread that has the reading role
+    ObjectTable mObjects;
+
+    std::atomic<bool> mDead{false};  // written under mLock
+
+    std::mutex mLock;
+    // All below guarded by mLock.
+    bool mReading = false;  // some thread has the reading role
+    bool mArmed = true;     // the pool will be told of the next readiness
+    uint64_t mNextCallId = 1;
+    std::unordered_map<uint64_t, PendingCall*> mPending;
+    size_t mOnewayAhead = 0;   // bytes of oneway calls that the peer has not dealt with
+    size_t mOnewayToTell = 0;  // bytes of the peer's that are dealt with, and it does not know
+};
+
+}  // namespace transport
+}  // namespace android

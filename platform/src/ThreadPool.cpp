@@ -1,0 +1,189 @@
+#include "ThreadPool.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <system_error>
+#include <thread>
+
+#include <android/log.h>
+
+#include "Connection.h"
+
+namespace android {
+namespace transport {
+namespace {
+
+constexpr uint64_t kWakeupId = 0;
+
+/// Jobs that this thread is in the middle of: a job may end the process.
+thread_local size_t tRunningHere = 0;
+
+void control(int epoll, int operation, int fd, uint32_t events, uint64_t id) {
+    epoll_event event = {};
+    event.events = events;
+    event.data.u64 = id;
+    ::epoll_ctl(epoll, operation, fd, &event);
+}
+
+}  // namespace
+
+ThreadPool::ThreadPool()
+    : mEpoll(::epoll_create1(EPOLL_CLOEXEC)), mWakeup(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    // Edge-triggered: each write wakes one thread, and nobody needs to read.
+    control(mEpoll.get(), EPOLL_CTL_ADD, mWakeup.get(), EPOLLIN | EPOLLET, kWakeupId);
+}
+
+void ThreadPool::setMaxThreads(size_t count) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mMaxThreads = std::max<size_t>(count, 1);
+}
+
+void ThreadPool::start() {
+    const std::lock_guard<std::mutex> lock(mLock);
+    if (!mMayStart) {
+        mMayStart = true;
+        mActive = true;
+        startThread();
+    }
+}
+
+void ThreadPool::join() {
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        mActive = true;
+    }
+    run(false);
+}
+
+bool ThreadPool::active() const {
+    const std::lock_guard<std::mutex> lock(mLock);
+    return mActive;
+}
+
+bool ThreadPool::mayStartThread() const {
+    return mMayStart && !mStopping && mStarted < mMaxThreads;
+}
+
+/// REQUIRES: mLock held.
+void ThreadPool::startThread() {
+    try {
+        std::thread([this] { run(true); }).detach();
+        ++mStarted;
+        ++mIdle;
+    } catch (const std::system_error& error) {
+        __android_log_print(ANDROID_LOG_WARN, "binder", "cannot start a pool thread: %s",
+                            error.what());
+    }
+}
+
+void ThreadPool::post(Job job) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mJobs.push_back(std::move(job));
+    callTaker();
+}
+
+/// Sees to it that somebody takes the first job up. REQUIRES: mLock held.
+void ThreadPool::callTaker() {
+    if (mIdle > 0) {
+        const uint64_t one = 1;
+        // The counter cannot overflow in the life of a process, so the write cannot fail.
+        [[maybe_unused]] const ssize_t written = ::write(mWakeup.get(), &one, sizeof(one));
+    } else if (mayStartThread()) {
+        startThread();
+    }
+}
+
+void ThreadPool::run(bool started) {
+    std::unique_lock<std::mutex> lock(mLock);
+    if (started) {
+        --mIdle;  // counted since it was started
+    }
+    for (;;) {
+        if (mStopping) {
+            lock.unlock();
+            for (;;) {
+                ::pause();
+            }
+        }
+        if (mJobs.empty()) {
+            ++mIdle;
+            lock.unlock();
+            std::vector<Job> jobs = waitForWork();
+            lock.lock();
+            --mIdle;
+            std::move(jobs.begin(), jobs.end(), std::back_inserter(mJobs));
+            continue;
+        }
+        Job job = std::move(mJobs.front());
+        mJobs.pop_front();
+        if (!mJobs.empty() || mIdle == 0) {
+            callTaker();  // for the other jobs, or to have the connections read meanwhile
+        }
+        ++mRunning;
+        lock.unlock();
+        ++tRunningHere;
+        job();
+        job = nullptr;
+        --tRunningHere;
+        lock.lock();
+        --mRunning;
+        mJobDone.notify_all();
+    }
+}
+
+/// Waits, and reads the connection that has become readable; what is to be run of that.
+std::vector<ThreadPool::Job> ThreadPool::waitForWork() {
+    epoll_event event = {};
+    if (::epoll_wait(mEpoll.get(), &event, 1, -1) != 1 || event.data.u64 == kWakeupId) {
+        return {};
+    }
+    std::shared_ptr<Connection> connection;
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        const auto found = mWatched.find(event.data.u64);
+        if (mStopping || found == mWatched.end()) {
+            return {};
+        }
+        connection = found->second;
+    }
+    return connection->readAvailable();
+}
+
+void ThreadPool::watch(const std::shared_ptr<Connection>& connection) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mWatched.emplace(connection->id(), connection);
+    control(mEpoll.get(), EPOLL_CTL_ADD, connection->fd(), EPOLLIN | EPOLLONESHOT,
+            connection->id());
+}
+
+void ThreadPool::unwatch(Connection* connection) {
+    std::shared_ptr<Connection> last;  // let go of without the lock
+    const std::lock_guard<std::mutex> lock(mLock);
+    const auto found = mWatched.find(connection->id());
+    if (found != mWatched.end()) {
+        control(mEpoll.get(), EPOLL_CTL_DEL, connection->fd(), 0, 0);
+        last = std::move(found->second);
+        mWatched.erase(found);
+    }
+}
+
+void ThreadPool::arm(Connection* connection) {
+    control(mEpoll.get(), EPOLL_CTL_MOD, connection->fd(), EPOLLIN | EPOLLONESHOT,
+            connection->id());
+}
+
+void ThreadPool::disarm(Connection* connection) {
+    control(mEpoll.get(), EPOLL_CTL_MOD, connection->fd(), EPOLLONESHOT, connection->id());
+}
+
+void ThreadPool::stop() {
+    std::unique_lock<std::mutex> lock(mLock);
+    mStopping = true;
+    mJobDone.wait(lock, [this] { return mRunning <= tRunningHere; });
+}
+
+}  // namespace transport
+}  // namespace android
