@@ -1,0 +1,401 @@
+#include <binder/Binder.h>
+#include <binder/Parcel.h>
+#include <binder/PersistableBundle.h>
+#include <binder/Status.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+using namespace android;
+using android::binder::Status;
+using android::os::PersistableBundle;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+/// The bytes of 32-bit words, least significant byte first.
+Bytes words(const std::vector<uint32_t>& values) {
+    Bytes bytes;
+    for (const uint32_t value : values) {
+        for (int shift = 0; shift < 32; shift += 8) {
+            bytes.push_back(static_cast<uint8_t>(value >> shift));
+        }
+    }
+    return bytes;
+}
+
+Bytes content(const Parcel& parcel) {
+    return Bytes(parcel.data(), parcel.data() + parcel.dataSize());
+}
+
+bool isOpen(int fd) {
+    return fcntl(fd, F_GETFD) >= 0;
+}
+
+/// A bundle with a value of every type.
+PersistableBundle fullBundle() {
+    PersistableBundle inner;
+    inner.putInt(String16("n"), 1);
+    PersistableBundle bundle;
+    bundle.putString(String16("s"), String16("text"));
+    bundle.putInt(String16("i"), -2);
+    bundle.putLong(String16("l"), int64_t{1} << 40);
+    bundle.putDouble(String16("d"), 0.5);
+    bundle.putBoolean(String16("b"), true);
+    bundle.putStringVector(String16("sv"), {String16("x"), String16("")});
+    bundle.putIntVector(String16("iv"), {1, 2, 3});
+    bundle.putLongVector(String16("lv"), {INT64_MIN});
+    bundle.putBooleanVector(String16("bv"), {true, false});
+    bundle.putDoubleVector(String16("dv"), {1.5, -1.5});
+    bundle.putPersistableBundle(String16("p"), inner);
+    return bundle;
+}
+
+TEST(Parcel, LaysValuesOutAsPublished) {
+    constexpr uint32_t kMagic = 0x4C444E42;
+    struct Case {
+        const char* name;
+        std::function<status_t(Parcel*)> write;
+        Bytes bytes;
+    };
+    const Case cases[] = {
+        {"int32", [](Parcel* p) { return p->writeInt32(-2); }, words({0xFFFFFFFE})},
+        {"bool", [](Parcel* p) { return p->writeBool(true); }, words({1})},
+        {"even string", [](Parcel* p) { return p->writeString16(String16("ab")); },
+         words({2, 0x00620061, 0})},
+        {"odd string", [](Parcel* p) { return p->writeString16(String16("a")); },
+         words({1, 0x00000061})},
+        {"bytes",
+         [](Parcel* p) {
+             return p->writeByteVector({1, 2, 3, 4, 5});
+         },
+         words({5, 0x04030201, 0x00000005})},
+        {"integers",
+         [](Parcel* p) {
+             return p->writeInt32Vector({7, -1});
+         },
+         words({2, 7, 0xFFFFFFFF})},
+        {"token", [](Parcel* p) { return p->writeInterfaceToken(String16("a")); },
+         words({0x80000000, 0xFFFFFFFF, 0x53595354, 1, 0x61})},
+        {"null binder", [](Parcel* p) { return p->writeStrongBinder(nullptr); },
+         words({0x73622A85, 0x17F, 0, 0, 0, 0, 0})},
+        {"empty bundle", [](Parcel* p) { return p->writeParcelable(PersistableBundle()); },
+         words({1, 0})},
+        {"bundle in order of insertion",
+         [](Parcel* p) {
+             PersistableBundle bundle;
+             bundle.putInt(String16("z"), 5);
+             bundle.putString(String16("a"), String16("q"));
+             bundle.putBoolean(String16("z"), true);  // replaces the int, keeps its place
+             return bundle.writeToParcel(p);
+         },
+         words({40, kMagic, 2, 1, 'z', 9, 1, 1, 'a', 0, 1, 'q'})},
+        {"ok", [](Parcel* p) { return Status::ok().writeToParcel(p); }, words({0})},
+        {"exception", [](Parcel* p) { return Status::fromExceptionCode(-4, "m").writeToParcel(p); },
+         words({0xFFFFFFFC, 1, 'm', 0})},
+        {"service-specific",
+         [](Parcel* p) { return Status::fromServiceSpecificError(9).writeToParcel(p); },
+         words({0xFFFFFFF8, 0, 0, 0, 9})},
+    };
+    for (const Case& c : cases) {
+        Parcel parcel;
+        EXPECT_EQ(c.write(&parcel), OK) << c.name;
+        EXPECT_EQ(content(parcel), c.bytes) << c.name;
+    }
+}
+
+TEST(Parcel, RefusesWhatCannotBe) {
+    static String16 text;
+    static std::vector<int32_t> integers;
+    static Bytes bytes;
+    static std::vector<String16> strings;
+    static sp<IBinder> binder;
+    struct Case {
+        const char* name;
+        std::vector<uint32_t> input;
+        std::function<status_t(const Parcel&)> read;
+        status_t status;
+    };
+    const auto readText = [](const Parcel& p) { return p.readString16(&text); };
+    const auto readIntegers = [](const Parcel& p) { return p.readInt32Vector(&integers); };
+    const auto readBytes = [](const Parcel& p) { return p.readByteVector(&bytes); };
+    const auto readStrings = [](const Parcel& p) { return p.readString16Vector(&strings); };
+    const auto readBinder = [](const Parcel& p) { return p.readStrongBinder(&binder); };
+    const auto readBundle = [](const Parcel& p) {
+        PersistableBundle bundle;
+        return p.readParcelable(&bundle);
+    };
+    const auto readStatus = [](const Parcel& p) {
+        Status status;
+        const status_t result = status.readFromParcel(p);
+        EXPECT_EQ(status.transactionError(), result);
+        return result;
+    };
+    const uint32_t kMagic = 0x4C444E42;
+    const uint32_t kBinder = 0x73622A85;
+    const uint32_t kHuge = INT32_MAX;
+    const uint32_t kNone = UINT32_MAX;
+    const Case cases[] = {
+        {"no string", {kNone}, readText, UNEXPECTED_NULL},
+        {"negative string", {kNone - 1}, readText, BAD_VALUE},
+        {"huge string", {kHuge, 0}, readText, NOT_ENOUGH_DATA},
+        {"string without room for its end", {2, 0x00620061}, readText, NOT_ENOUGH_DATA},
+        {"string without its end", {1, 0x00620061}, readText, BAD_VALUE},
+        {"no integers", {kNone}, readIntegers, UNEXPECTED_NULL},
+        {"negative count", {0x80000000, 1}, readIntegers, BAD_VALUE},
+        {"more integers than data", {3, 1, 2}, readIntegers, NOT_ENOUGH_DATA},
+        {"huge count", {kHuge, 1}, readIntegers, NOT_ENOUGH_DATA},
+        {"more bytes than data", {5, 1}, readBytes, NOT_ENOUGH_DATA},
+        {"more strings than data", {kHuge / 8, 0, 0}, readStrings, NOT_ENOUGH_DATA},
+        {"broken string among strings", {1, kNone, 0}, readStrings, UNEXPECTED_NULL},
+        {"nothing", {}, readBinder, NOT_ENOUGH_DATA},
+        {"null binder", {kBinder, 0, 0, 0, 0, 0, 0}, readBinder, UNEXPECTED_NULL},
+        {"forged binder", {kBinder, 0, 1, 0, 0, 0, 0}, readBinder, BAD_TYPE},
+        {"no binder at all", {1, 0, 0, 0, 0, 0, 0}, readBinder, BAD_TYPE},
+        {"binder without stability", {kBinder, 0, 0, 0, 0, 0}, readBinder, NOT_ENOUGH_DATA},
+        {"no parcelable", {0}, readBundle, UNEXPECTED_NULL},
+        {"bundle without its length", {1}, readBundle, NOT_ENOUGH_DATA},
+        {"negative bundle", {1, kNone, kMagic, 0}, readBundle, BAD_VALUE},
+        {"bundle of another magic", {1, 4, 1, 0}, readBundle, BAD_VALUE},
+        {"bundle beyond the data", {1, 24, kMagic, 1, 1, 'k', 1, 5}, readBundle, BAD_VALUE},
+        {"bundle shorter than its entries",
+         {1, 16, kMagic, 1, 1, 'k', 1, 5},
+         readBundle,
+         BAD_VALUE},
+        {"bundle of too many entries", {1, 20, kMagic, 2, 1, 'k', 1, 5}, readBundle, BAD_VALUE},
+        {"bundle of huge count", {1, 20, kMagic, kHuge, 1, 'k', 1, 5}, readBundle, BAD_VALUE},
+        {"bundle of no entries", {1, 4, kMagic, 0}, readBundle, BAD_VALUE},
+        {"unknown type", {1, 20, kMagic, 1, 1, 'k', 2, 5}, readBundle, BAD_VALUE},
+        {"empty status", {}, readStatus, NOT_ENOUGH_DATA},
+        {"status without message", {0xFFFFFFFC, kNone}, readStatus, UNEXPECTED_NULL},
+        {"trace beyond the data", {0xFFFFFFFC, 1, 'm', 4}, readStatus, UNKNOWN_ERROR},
+        {"no service code", {0xFFFFFFF8, 1, 'm', 0}, readStatus, NOT_ENOUGH_DATA},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Bytes flat = words(c.input);
+        Parcel parcel;
+        parcel.setData(flat.data(), flat.size());
+        text = String16("kept");
+        integers = {42};
+        bytes = {42};
+        strings = {String16("kept")};
+        EXPECT_EQ(c.read(parcel), c.status);
+        EXPECT_EQ(text, String16("kept"));
+        EXPECT_EQ(integers, std::vector<int32_t>{42});
+        EXPECT_EQ(bytes, Bytes{42});
+        EXPECT_EQ(strings, std::vector<String16>{String16("kept")});
+        EXPECT_EQ(binder, nullptr);
+    }
+}
+
+TEST(Parcel, RecognisesOnlyTheInterfaceThatIsMeant) {
+    const String16 name("com.example.IThing");
+    const std::pair<const char*, bool> cases[] = {{"com.example.IThing", true},
+                                                  {"com.example.IOther", false},
+                                                  {"com.example.ITh", false},
+                                                  {"com.example.IThings", false}};
+    for (const auto& [sent, accepted] : cases) {
+        Parcel parcel;
+        parcel.writeInterfaceToken(String16(sent));
+        parcel.setDataPosition(0);
+        EXPECT_EQ(parcel.enforceInterface(name), accepted) << sent;
+        parcel.setDataPosition(8);
+        parcel.writeInt32(0x53595355);  // another header in front of the name
+        parcel.setDataPosition(0);
+        EXPECT_FALSE(parcel.enforceInterface(name));
+    }
+    EXPECT_FALSE(Parcel().enforceInterface(name));
+}
+
+TEST(PersistableBundle, ComesBackWholeAndAnswersOnlyForItsTypes) {
+    Parcel parcel;
+    ASSERT_EQ(parcel.writeParcelable(fullBundle()), OK);
+    parcel.setDataPosition(0);
+    PersistableBundle read;
+    read.putInt(String16("old"), 1);
+    ASSERT_EQ(parcel.readParcelable(&read), OK);
+    EXPECT_EQ(parcel.dataAvail(), 0u);
+    Parcel again;
+    ASSERT_EQ(again.writeParcelable(read), OK);
+    EXPECT_EQ(content(again), content(parcel));  // every value, in its order, and nothing else
+
+    int32_t number = 42;
+    int64_t wide = 42;
+    PersistableBundle nested;
+    EXPECT_FALSE(read.getInt(String16("old"), &number));
+    EXPECT_FALSE(read.getInt(String16("b"), &number));
+    EXPECT_EQ(number, 42);
+    EXPECT_FALSE(read.getLong(String16("i"), &wide));
+    EXPECT_EQ(wide, 42);
+    EXPECT_TRUE(read.getInt(String16("i"), &number));
+    EXPECT_EQ(number, -2);
+    EXPECT_TRUE(read.getPersistableBundle(String16("p"), &nested));
+    EXPECT_TRUE(nested.getInt(String16("n"), &number));
+    EXPECT_EQ(number, 1);
+}
+
+// Whatever a peer sends: a bundle is read whole or changes nothing, and nothing is read beyond it.
+TEST(PersistableBundle, SurvivesEveryCutAndDamage) {
+    Parcel good;
+    ASSERT_EQ(fullBundle().writeToParcel(&good), OK);
+    const Bytes flat = content(good);
+    const auto tryRead = [](const Bytes& bytes) {
+        Parcel parcel;
+        parcel.setData(bytes.data(), bytes.size());
+        PersistableBundle bundle;
+        bundle.putInt(String16("old"), 1);
+        const status_t status = bundle.readFromParcel(&parcel);
+        int32_t old = 0;
+        EXPECT_EQ(status != OK, bundle.getInt(String16("old"), &old));
+        return status;
+    };
+    for (size_t size = 0; size < flat.size(); ++size) {
+        const Bytes cut(flat.begin(), flat.begin() + static_cast<ptrdiff_t>(size));
+        EXPECT_EQ(tryRead(cut), size < 4 ? NOT_ENOUGH_DATA : BAD_VALUE) << size;
+    }
+    for (size_t offset = 0; offset < flat.size(); offset += 4) {
+        for (const uint32_t damage : {0u, 25u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+            Bytes damaged = flat;
+            std::memcpy(&damaged[offset], &damage, sizeof damage);
+            tryRead(damaged);
+        }
+    }
+}
+
+TEST(PersistableBundle, BoundsItsNesting) {
+    PersistableBundle bundle;
+    bundle.putInt(String16("n"), 1);
+    for (int depth = 1; depth < PersistableBundle::kMaxDepth; ++depth) {
+        PersistableBundle outer;
+        outer.putPersistableBundle(String16("p"), bundle);
+        bundle = outer;
+    }
+    Parcel parcel;
+    ASSERT_EQ(bundle.writeToParcel(&parcel), OK);
+    parcel.setDataPosition(0);
+    PersistableBundle read;
+    EXPECT_EQ(read.readFromParcel(&parcel), OK);
+
+    PersistableBundle deeper;
+    deeper.putPersistableBundle(String16("p"), bundle);
+    EXPECT_EQ(Parcel().writeParcelable(deeper), BAD_VALUE);
+
+    // A peer that keeps no bound: one level more around the deepest that was written.
+    Bytes forged =
+        words({4 + 16 + static_cast<uint32_t>(parcel.dataSize()), 0x4C444E42, 1, 1, 'p', 25});
+    const Bytes deepest = content(parcel);
+    forged.insert(forged.end(), deepest.begin(), deepest.end());
+    parcel.setData(forged.data(), forged.size());
+    EXPECT_EQ(read.readFromParcel(&parcel), BAD_VALUE);
+}
+
+TEST(Parcel, CarriesBindersAndDescriptorsBesideTheData) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const sp<IBinder> binder = sp<BBinder>::make();
+    int inside = -1;
+    {
+        Parcel parcel;
+        ASSERT_EQ(parcel.writeInt32(1), OK);
+        ASSERT_EQ(parcel.writeStrongBinder(binder), OK);
+        ASSERT_EQ(parcel.writeDupFileDescriptor(ends[1]), OK);
+        ASSERT_EQ(parcel.objects().size(), 2u);
+        EXPECT_EQ(parcel.objects()[0].offset, 4u);
+        EXPECT_EQ(parcel.objects()[1].offset, 4u + 24 + 4);
+        EXPECT_EQ(binder->getStrongCount(), 2);
+
+        parcel.setDataPosition(4);
+        sp<IBinder> read;
+        EXPECT_EQ(parcel.readStrongBinder(&read), OK);
+        EXPECT_EQ(read, binder);
+        inside = parcel.readFileDescriptor();
+        EXPECT_TRUE(isOpen(inside));
+        EXPECT_NE(inside, ends[1]);
+        EXPECT_EQ(parcel.readFileDescriptor(), -1);  // past the end
+
+        // A descriptor's place is no binder's, and neither survives being written over.
+        parcel.setDataPosition(4 + 24 + 4);
+        EXPECT_EQ(parcel.readStrongBinder(&read), BAD_TYPE);
+        parcel.setDataPosition(8);
+        ASSERT_EQ(parcel.writeInt32(0), OK);
+        EXPECT_EQ(parcel.objects().size(), 1u);
+        parcel.setDataPosition(4);
+        EXPECT_EQ(parcel.readStrongBinder(&read), BAD_TYPE);
+        EXPECT_EQ(parcel.setDataSize(4 + 24 + 4 + 20), OK);
+        EXPECT_TRUE(parcel.objects().empty());
+        EXPECT_FALSE(isOpen(inside));
+
+        parcel.setDataPosition(0);
+        ASSERT_EQ(parcel.writeDupFileDescriptor(ends[1]), OK);
+        inside = parcel.objects().at(0).fd;
+    }
+    EXPECT_FALSE(isOpen(inside));
+    EXPECT_TRUE(isOpen(ends[1]));
+    EXPECT_EQ(binder->getStrongCount(), 1);
+    Parcel parcel;
+    EXPECT_EQ(parcel.writeDupFileDescriptor(-1), -EBADF);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(Parcel, TakesOverWhatAPeerSentOrNothing) {
+    struct Case {
+        const char* name;
+        size_t dataSize;
+        std::vector<size_t> offsets;
+        status_t status;
+    };
+    const Case cases[] = {
+        {"in any order", 48, {24, 0}, OK},
+        {"one upon another", 48, {0, 20}, BAD_VALUE},
+        {"twice the same", 48, {0, 0}, BAD_VALUE},
+        {"across the end", 48, {28}, BAD_VALUE},
+        {"beyond the end", 48, {SIZE_MAX - 8}, BAD_VALUE},
+        {"without data", 0, {0}, BAD_VALUE},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::vector<ParcelObject> objects;
+        for (const size_t offset : c.offsets) {
+            objects.push_back({offset, nullptr, open("/dev/null", O_RDONLY | O_CLOEXEC)});
+        }
+        const int first = objects[0].fd;
+        Parcel parcel;
+        parcel.writeInt32(5);
+        EXPECT_EQ(parcel.ipcSetData(Bytes(c.dataSize), objects), c.status);
+        EXPECT_EQ(parcel.dataPosition(), 0u);
+        EXPECT_EQ(parcel.dataSize(), c.status == OK ? c.dataSize : 0);
+        EXPECT_EQ(isOpen(first), c.status == OK);
+        parcel.freeData();
+        EXPECT_FALSE(isOpen(first));
+    }
+}
+
+TEST(Status, ComesBackAsItWasWritten) {
+    for (const Status& status : {Status::ok(), Status::fromExceptionCode(-7, "no"),
+                                 Status::fromServiceSpecificError(-5, "own")}) {
+        Parcel parcel;
+        ASSERT_EQ(status.writeToParcel(&parcel), OK);
+        parcel.writeInt32(77);
+        parcel.setDataPosition(0);
+        Status read = Status::fromServiceSpecificError(3, "old");
+        EXPECT_EQ(read.readFromParcel(parcel), OK);
+        EXPECT_EQ(read.toString8(), status.toString8());
+        EXPECT_EQ(read.serviceSpecificErrorCode(), status.serviceSpecificErrorCode());
+        EXPECT_EQ(parcel.readInt32(), 77);
+    }
+    Parcel parcel;
+    EXPECT_EQ(Status::fromStatusT(DEAD_OBJECT).writeToParcel(&parcel), -EPIPE);
+    EXPECT_EQ(parcel.dataSize(), 0u);
+    EXPECT_TRUE(Status::fromStatusT(OK).isOk());
+}
+
+}  // namespace
