@@ -1,0 +1,176 @@
+#include "support/ChildProcess.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+
+extern char** environ;
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+std::vector<char*> pointersTo(const Strings& strings) {
+    std::vector<char*> pointers;
+    for (const std::string& text : strings) {
+        pointers.push_back(const_cast<char*>(text.c_str()));
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+/// The test's environment with `changes` in place of what they name.
+Strings environmentWith(const Strings& changes) {
+    Strings result = changes;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string text = *entry;
+        const std::string name = text.substr(0, text.find('=') + 1);
+        bool changed = false;
+        for (const std::string& change : changes) {
+            changed = changed || change.rfind(name, 0) == 0;
+        }
+        if (!changed) {
+            result.push_back(text);
+        }
+    }
+    return result;
+}
+
+Strings emulator() {
+    const char* const words = std::getenv("DISPLAYENGINE_EMULATOR");
+    std::istringstream stream(words != nullptr ? words : "");
+    Strings result;
+    for (std::string word; stream >> word;) {
+        result.push_back(word);
+    }
+    return result;
+}
+
+}  // namespace
+
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
+                           const std::vector<std::string>& environment) {
+    int input[2] = {-1, -1};
+    int output[2] = {-1, -1};
+    mError = memfd_create("standard-error", MFD_CLOEXEC);
+    if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0 || mError < 0) {
+        ADD_FAILURE() << "no descriptors: " << std::strerror(errno);
+    }
+    mInput = input[1];
+    mOutput = output[0];
+
+    Strings command = emulator();
+    command.push_back(program);
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const Strings variables = environmentWith(environment);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, mError, STDERR_FILENO);
+    const int error = posix_spawnp(&mPid, command.front().c_str(), &actions, nullptr,
+                                   pointersTo(command).data(), pointersTo(variables).data());
+    posix_spawn_file_actions_destroy(&actions);
+    close(input[0]);
+    close(output[1]);
+    if (error != 0) {
+        ADD_FAILURE() << "cannot start " << command.front() << ": " << std::strerror(error);
+        mPid = -1;
+        mResult = 127;
+    }
+}
+
+ChildProcess::~ChildProcess() {
+    kill(SIGKILL);
+    wait();
+    if (testing::Test::HasFailure()) {
+        std::cerr << "standard error of process " << mPid << ":\n" << standardError();
+    }
+    closeInput();
+    close(mOutput);
+    close(mError);
+}
+
+std::string ChildProcess::ownPath() {
+    char path[4096];
+    const ssize_t size = readlink("/proc/self/exe", path, sizeof(path));
+    return std::string(path, size > 0 ? static_cast<size_t>(size) : 0);
+}
+
+void ChildProcess::writeLine(const std::string& line) {
+    const std::string text = line + "\n";
+    // A program that has ended is found out by what it no longer says.
+    signal(SIGPIPE, SIG_IGN);
+    [[maybe_unused]] const ssize_t written = write(mInput, text.data(), text.size());
+}
+
+void ChildProcess::closeInput() {
+    if (mInput >= 0) {
+        close(mInput);
+        mInput = -1;
+    }
+}
+
+std::optional<std::string> ChildProcess::readLine() {
+    for (;;) {
+        const size_t end = mUnread.find('\n');
+        if (end != std::string::npos) {
+            const std::string line = mUnread.substr(0, end);
+            mUnread.erase(0, end + 1);
+            return line;
+        }
+        char part[4096];
+        const ssize_t size = read(mOutput, part, sizeof(part));
+        if (size > 0) {
+            mUnread.append(part, static_cast<size_t>(size));
+        } else if (size == 0 || errno != EINTR) {
+            return std::nullopt;
+        }
+    }
+}
+
+bool ChildProcess::waitForLine(const std::string& line) {
+    std::optional<std::string> read;
+    do {
+        read = readLine();
+    } while (read.has_value() && *read != line);
+    return read.has_value();
+}
+
+void ChildProcess::kill(int signal) {
+    if (!mResult.has_value()) {
+        ::kill(mPid, signal);
+    }
+}
+
+int ChildProcess::wait() {
+    while (!mResult.has_value()) {
+        int status = 0;
+        if (waitpid(mPid, &status, 0) == mPid) {
+            mResult = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+        } else if (errno != EINTR) {
+            mResult = 127;
+        }
+    }
+    return *mResult;
+}
+
+std::string ChildProcess::standardError() const {
+    std::string text;
+    char part[4096];
+    for (ssize_t size;
+         (size = pread(mError, part, sizeof(part), static_cast<off_t>(text.size()))) > 0;) {
+        text.append(part, static_cast<size_t>(size));
+    }
+    return text;
+}
