@@ -123,7 +123,7 @@ std::string latencyPlot(const std::string& csv, const std::string& image, const 
     const double secondsPerFrame =
         result.frames.empty() ? 0 : result.seconds / static_cast<double>(result.frames.size());
     plot << "set terminal pngcairo size 1100,500; set output " << quoted(image)
-         << "; set datafile separator ','; set key outside bottom center horizontal"
+         << "; set datafile separator ','; set key tmargin center horizontal"
          << "; set title 'Time of the enhancement call, frame by frame'"
          << "; set xlabel 'seconds'; set ylabel 'milliseconds'; set grid ytics"
          << "; set xrange [0:" << std::max(result.seconds, 0.001)

@@ -13,12 +13,12 @@ constexpr int kRingRows = 2 * kRadius + 1;
 // Camera noise of a few levels stays under the floor.
 constexpr int kGradientFloor = 128;
 // Gradient steps for each of the kFullStrength steps of strength.
-constexpr int kGradientShift = 3;
-// Strength in 1/16: 40/16 adds two and a half times the difference from the blur.
+constexpr int kGradientShift = 2;
+// Strength in 1/16: 56/16 adds three and a half times the difference from the blur.
 constexpr int kStrengthShift = 4;
-constexpr int kFullStrength = 40;
+constexpr int kFullStrength = 56;
 // How many levels a pixel may pass its brightest or darkest neighbour.
-constexpr int kOvershoot = 16;
+constexpr int kOvershoot = 24;
 
 // Written on 16 bit values: the vector instructions for these exist at every level.
 int16_t lesser(int16_t a, int16_t b) {
