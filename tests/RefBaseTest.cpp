@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <functional>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,107 +13,85 @@ using android::wp;
 
 namespace {
 
-struct Events {
-    std::string text;  // one letter an event, in their order
-};
-
-class Counted : public virtual RefBase {
+/// Notes what happens to it, one letter an event.
+class Noting : public virtual RefBase {
 public:
-    explicit Counted(Events* events) : mEvents(events) {}
-    ~Counted() override { mEvents->text += 'd'; }
+    explicit Noting(std::string* events) : mEvents(events) {}
+    ~Noting() override { *mEvents += 'd'; }
 
 private:
-    void onFirstRef() override { mEvents->text += 'f'; }
-    void onLastStrongRef(const void*) override { mEvents->text += 'l'; }
+    void onFirstRef() override { *mEvents += 'f'; }
+    void onLastStrongRef(const void*) override { *mEvents += 'l'; }
 
-    Events* const mEvents;
+    std::string* const mEvents;
 };
 
 class Side : public virtual RefBase {
 public:
-    int64_t value = 7;
+    int value = 7;
 };
 
-class Both : public Counted, public Side {
+class Both : public Noting, public Side {
 public:
-    using Counted::Counted;
+    using Noting::Noting;
 };
 
 TEST(RefBase, LivesAsLongAsItsStrongReferences) {
     struct Case {
         const char* name;
-        std::function<void(Events*)> run;
+        std::function<void(std::string*)> run;
         const char* events;
     };
+    const auto copyAndMove = [](std::string* events) {
+        sp<Noting> first = new Noting(events);
+        sp<Noting> second = first;
+        const sp<RefBase> moved = std::move(first);
+        EXPECT_EQ(first, nullptr);
+        EXPECT_EQ(moved->getStrongCount(), 2);
+        second = *&second;
+        second.clear();
+        EXPECT_EQ(*events, "f");
+    };
+    const auto replace = [](std::string* events) {
+        sp<Noting> object = new Noting(events);
+        object = new Noting(events);
+        EXPECT_EQ(*events, "ffld");
+    };
+    const auto outlive = [](std::string* events) {
+        sp<Noting> object = new Noting(events);
+        const wp<Noting> weak(object);
+        const wp<Noting> copy = weak;
+        object = nullptr;
+        EXPECT_EQ(*events, "fld");
+        EXPECT_EQ(copy.promote(), nullptr);
+    };
+    const auto outliveUnheld = [](std::string* events) {
+        wp<Noting> weak;
+        {
+            Noting local(events);
+            weak = wp<Noting>(&local);
+        }
+        EXPECT_EQ(weak.promote(), nullptr);
+    };
+    const auto changeBase = [](std::string* events) {
+        sp<Both> object = new Both(events);
+        const sp<Side> side = wp<Side>(object).promote();
+        object.clear();
+        EXPECT_EQ(side->value, 7);
+    };
     const Case cases[] = {
-        {"never held", [](Events* e) { std::make_unique<Counted>(e); }, "d"},
-        {"one holder", [](Events* e) { sp<Counted>::make(e); }, "fld"},
-        {"copies and moves",
-         [](Events* e) {
-             sp<Counted> first = new Counted(e);
-             sp<Counted> second = first;
-             sp<RefBase> moved = std::move(first);
-             EXPECT_EQ(first, nullptr);
-             EXPECT_EQ(moved->getStrongCount(), 2);
-             second.clear();
-             EXPECT_EQ(e->text, "f");
-         },
-         "fld"},
-        {"assigned to itself, then replaced",
-         [](Events* e) {
-             sp<Counted> object = new Counted(e);
-             const sp<Counted>& same = object;
-             object = same;
-             EXPECT_EQ(e->text, "f");
-             object = new Counted(e);
-             EXPECT_EQ(e->text, "ffld");
-         },
-         "ffldld"},
-        {"first held by promotion",
-         [](Events* e) {
-             const wp<Counted> weak(new Counted(e));
-             EXPECT_EQ(e->text, "");
-             EXPECT_NE(weak.promote(), nullptr);
-         },
-         "fld"},
-        {"a weak reference holds nothing",
-         [](Events* e) {
-             sp<Counted> object = new Counted(e);
-             const wp<Counted> weak(object);
-             const wp<Counted> other = weak;
-             object = nullptr;
-             EXPECT_EQ(e->text, "fld");
-             EXPECT_EQ(weak.promote(), nullptr);
-             EXPECT_EQ(other.promote(), nullptr);
-             EXPECT_EQ(weak, other);
-         },
-         "fld"},
-        {"gone without ever being held",
-         [](Events* e) {
-             wp<Counted> weak;
-             {
-                 Counted local(e);
-                 weak = wp<Counted>(&local);
-             }
-             EXPECT_EQ(weak.promote(), nullptr);
-         },
-         "d"},
-        {"seen through another base",
-         [](Events* e) {
-             sp<Both> object = new Both(e);
-             const wp<Side> weak(object);
-             const sp<Side> side = weak.promote();
-             object.clear();
-             EXPECT_EQ(side->value, 7);
-             EXPECT_EQ(e->text, "f");
-         },
-         "fld"},
+        {"copies and moves", copyAndMove, "fld"},
+        {"replaced", replace, "ffldld"},
+        {"first held by a promotion", [](auto* e) { wp<Noting>(new Noting(e)).promote(); }, "fld"},
+        {"weak reference outlives it", outlive, "fld"},
+        {"weak reference outlives it, never held", outliveUnheld, "d"},
+        {"seen through another base", changeBase, "fld"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        Events events;
+        std::string events;
         c.run(&events);
-        EXPECT_EQ(events.text, c.events);
+        EXPECT_EQ(events, c.events);
     }
 }
 
