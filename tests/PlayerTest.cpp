@@ -124,6 +124,11 @@ TEST(EngineLog, KeepsLimitsProgressAndReasons) {
     EXPECT_EQ(log.whyNotNeeded(), "switched off by the service");
 
     EXPECT_EQ(log.firstWarning().rfind("mAlgorithm.enhance(", 0), 0U);
+    EXPECT_EQ(log.transportTrouble(), "");
+    log.note("binder", "the runtime directory /x cannot be used", true, true);
+    EXPECT_EQ(log.transportTrouble(), "the runtime directory /x cannot be used");
+    log.note("DE N DEM", "checkDisplayEngineService:9: binder is nullptr!", true, true);
+    EXPECT_NE(log.lastWarning(), "binder is nullptr!") << "the facade says it better";
     log.note("DE N AISRAlgo", "openLibrary:9: Can't open library 'x' - y", true, false);
     EXPECT_EQ(log.lastWarning(), "Can't open library 'x' - y");
 }

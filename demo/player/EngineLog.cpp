@@ -8,8 +8,10 @@ namespace {
 
 using Lock = std::lock_guard<std::mutex>;
 
-constexpr char kTagPrefix[] = "DE N ";
+// The engine's own tag, which its adapter's tag extends, and the facade's.
 constexpr char kEngineTag[] = "DE N AISR";
+constexpr char kFacadeTag[] = "DE N VideoEngine";
+constexpr char kTransportTag[] = "binder";
 
 bool startsWith(const std::string& text, const char* prefix) {
     return text.rfind(prefix, 0) == 0;
@@ -48,7 +50,11 @@ std::optional<uint64_t> frameIndex(const std::string& text) {
 
 void EngineLog::note(const std::string& tag, const std::string& message, bool isWarning,
                      bool fromPlayer) {
-    if (!startsWith(tag, kTagPrefix)) {
+    if (tag == kTransportTag && startsWith(message, "the runtime directory")) {
+        Lock lock(mMutex);
+        mTransportTrouble = message;
+    }
+    if (!startsWith(tag, kEngineTag) && tag != kFacadeTag) {
         return;
     }
     const Message parts = split(message);
@@ -177,6 +183,11 @@ std::string EngineLog::whyNotNeeded() const {
     }
     // Size and rate change on the player's thread alone, so it can only be the switch.
     return "switched off by the service";
+}
+
+std::string EngineLog::transportTrouble() const {
+    Lock lock(mMutex);
+    return mTransportTrouble;
 }
 
 std::string EngineLog::firstWarning() const {

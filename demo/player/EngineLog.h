@@ -48,6 +48,9 @@ public:
     /** Why enhancement is not needed just now, while the engine is in use. */
     std::string whyNotNeeded() const;
 
+    /** Why no service can be looked up at all; empty when that is possible. */
+    std::string transportTrouble() const;
+
     /** The first warning since the start, without its place in the source; empty if none. */
     std::string firstWarning() const;
 
@@ -68,6 +71,7 @@ private:
     std::optional<Limits> mLimits;
     std::string mRefusedRect;  // the reason when the size is not accepted
     std::string mRefusedRate;  // the reason when the frame rate is not accepted
+    std::string mTransportTrouble;
     std::string mFirstWarning;
     std::string mLastWarning;
 };

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <iomanip>
 #include <sstream>
+#include <stdexcept>
 
 #include "client/DisplayEngineManager.h"
 #include "common/BufferInfo.h"
@@ -40,8 +41,20 @@ Playback::Playback(const Options& options, VideoDecoder& decoder, EngineLog& log
 
 Playback::~Playback() = default;
 
+void Playback::connect() {
+    mManager = new DisplayEngineManager();
+    // The manager has just set the switches from the properties, as a rule to off; but the debug
+    // and info messages are what tells one refusal from another.
+    g_delogdEnable = true;
+    g_delogiEnable = true;
+    mIsSupported = mManager->isVideoEngineSupported();
+    if (!mIsSupported && !mLog.transportTrouble().empty()) {
+        throw std::runtime_error(mLog.transportTrouble());
+    }
+}
+
 RunResult Playback::run() {
-    start();
+    startVideo();
     const Clock::time_point end =
         mOptions.seconds ? mStart + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(*mOptions.seconds))
@@ -62,18 +75,11 @@ RunResult Playback::run() {
     return std::move(mResult);
 }
 
-void Playback::start() {
-    mManager = new DisplayEngineManager();
-    // The manager has just set the switches from the properties, as a rule to off; but the debug
-    // and info messages are what tells one refusal from another.
-    g_delogdEnable = true;
-    g_delogiEnable = true;
-    mIsSupported = mManager->isVideoEngineSupported();
+void Playback::startVideo() {
     mManager->onVideoAppStart();
     mManager->onVideoStart();
     const double nominal = mDecoder.frameRate();
     mManager->setVideoFrameRate(std::max(static_cast<int>(std::lround(nominal)), 1));
-
     const double pace = mOptions.fps.value_or(nominal);
     if (pace > 0) {
         mInterval =

@@ -32,8 +32,14 @@ public:
     ~Playback();
 
     /**
-     * Plays until the end of the video, the time given or the stop signal. Throws VideoError for a
-     * picture that cannot be converted.
+     * Brings the engine up, if a service is there. Throws std::runtime_error when services cannot
+     * even be looked up; that there is none is no error.
+     */
+    void connect();
+
+    /**
+     * Plays until the end of the video, the time given or the stop signal, once connected. Throws
+     * VideoError for a picture that cannot be converted.
      */
     RunResult run();
 
@@ -43,7 +49,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    void start();
+    void startVideo();
     bool nextPicture();
     bool waitForTurn();
     void playFrame(std::unique_ptr<Frame> frame);

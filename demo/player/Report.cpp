@@ -13,6 +13,7 @@
 #include <iomanip>
 #include <locale>
 #include <sstream>
+#include <stdexcept>
 #include <system_error>
 
 namespace player {
@@ -73,7 +74,7 @@ constexpr std::array<Series, 5> kSeries = {{
     {Outcome::kUnchanged, "#3b6fb6"},
     {Outcome::kFailed, "#8a2be2"},
     {Outcome::kExpired, "#c0392b"},
-    {Outcome::kRefusedUnknown, "#999999"},  // stands for all refusals
+    {Outcome::kRefusedUnknown, "#555555"},  // stands for all refusals
 }};
 
 bool belongsTo(Outcome outcome, const Series& series) {
@@ -89,9 +90,16 @@ std::string seriesFilter(const Series& series) {
 }  // namespace
 
 void prepareOutput(const fs::path& folder) {
-    fs::create_directories(folder);
+    std::error_code error;
+    fs::create_directories(folder, error);
     for (const char* name : {kCsvName, kPictureName, kPlotName}) {
-        fs::remove(folder / name);
+        if (!error) {
+            fs::remove(folder / name, error);
+        }
+    }
+    if (error) {
+        throw std::runtime_error("cannot write to the folder '" + folder.string() +
+                                 "': " + error.message());
     }
 }
 
@@ -122,12 +130,13 @@ std::string latencyPlot(const std::string& csv, const std::string& image, const 
     }
     const double secondsPerFrame =
         result.frames.empty() ? 0 : result.seconds / static_cast<double>(result.frames.size());
+    // A little room below, where the refused frames are.
     plot << "set terminal pngcairo size 1100,500; set output " << quoted(image)
          << "; set datafile separator ','; set key tmargin center horizontal"
          << "; set title 'Time of the enhancement call, frame by frame'"
          << "; set xlabel 'seconds'; set ylabel 'milliseconds'; set grid ytics"
-         << "; set xrange [0:" << std::max(result.seconds, 0.001)
-         << "]; set yrange [0:" << top * 1.1F << "]; plot ";
+         << "; set xrange [0:" << std::max(result.seconds, 0.001) << "]; set yrange ["
+         << -0.03F * top << ':' << top * 1.1F << "]; plot ";
     const char* separator = "";
     for (const Series& series : kSeries) {
         const bool occurs =

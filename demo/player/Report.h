@@ -11,7 +11,7 @@ namespace player {
 
 /**
  * Makes the output folder and removes the files of an earlier run from it, so that none is taken
- * for this one's. Throws std::filesystem::filesystem_error.
+ * for this one's. Throws std::runtime_error.
  */
 void prepareOutput(const std::filesystem::path& folder);
 

@@ -23,7 +23,6 @@ namespace {
 int play(const player::Options& options) {
     av_log_set_level(options.isVerbose ? AV_LOG_WARNING : AV_LOG_QUIET);
     player::VideoDecoder decoder(options.video);
-    player::prepareOutput(options.output);
     const player::StopSignal stop;
     player::EngineLog& log = player::collectEngineLog(options.isVerbose);
     // Never destroyed: at exit the library may still be writing a frame that expired.
@@ -32,6 +31,8 @@ int play(const player::Options& options) {
     android::ProcessState::self()->startThreadPool();
 
     player::Playback playback(options, decoder, log, pool, stop);
+    playback.connect();
+    player::prepareOutput(options.output);
     const player::RunResult result = playback.run();
     player::printSummary(std::cout, result);
     const bool isComplete =
