@@ -1,12 +1,13 @@
 // displayengine-service: a display engine service for a desk machine.
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <utils/Errors.h>
 #include <utils/String16.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <iostream>
+#include <string>
 
 #include "Options.h"
 #include "Report.h"
@@ -17,25 +18,26 @@ namespace {
 
 constexpr char kServiceName[] = "DisplayEngineService";
 
-std::string whyNotAdded(android::status_t status) {
+std::string whyNotRegistered(android::status_t status) {
     switch (status) {
         case android::ALREADY_EXISTS:
-            return "a service of this name is already running";
+            return "another process has already registered a service of this name";
         case android::PERMISSION_DENIED:
-            return "the runtime directory belongs to another user or is open to others";
+            return "the runtime directory belongs to another user or is open to others "
+                   "(DISPLAYENGINE_RUNTIME_DIR names one)";
         default:
-            return std::strerror(-status);
+            return android::statusToString(status);
     }
 }
 
 int run(const sample::Options& options) {
     sample::ServiceLoop loop(options.toggles);
     const android::sp<sample::SampleService> service = new sample::SampleService(options);
-    const android::status_t added =
+    const android::status_t status =
         android::defaultServiceManager()->addService(android::String16(kServiceName), service);
-    if (added != android::OK) {
-        std::cerr << "displayengine-service: cannot register \"" << kServiceName
-                  << "\": " << whyNotAdded(added) << std::endl;
+    if (status != android::OK) {
+        std::cerr << "displayengine-service: cannot register " << kServiceName << ": "
+                  << whyNotRegistered(status) << std::endl;
         return EXIT_FAILURE;
     }
     android::ProcessState::self()->startThreadPool();

@@ -1,0 +1,172 @@
+#include "support/ProtocolPeer.h"
+
+#include <binder/IPCThreadState.h>
+#include <binder/IServiceManager.h>
+#include <binder/Parcel.h>
+#include <binder/ProcessState.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <utils/String16.h>
+#include <utils/String8.h>
+
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <utility>
+
+#include "support/ChildProcess.h"
+#include "support/ProtocolPeerObjects.h"
+
+using android::IBinder;
+using android::OK;
+using android::Parcel;
+using android::sp;
+using android::String16;
+
+namespace protocol {
+namespace {
+
+constexpr char kPeerArgument[] = "--protocol-peer";
+constexpr char kServiceName[] = "protocol.service";
+constexpr char kCallbackName[] = "protocol.callback";
+constexpr char kScriptedName[] = "protocol.scripted";
+constexpr char kReady[] = "ready";
+
+/// A private directory in which the two processes find each other.
+std::string makeRuntimeDirectory() {
+    std::string path = (std::filesystem::temp_directory_path() / "protocol.XXXXXX").string();
+    EXPECT_NE(mkdtemp(path.data()), nullptr);
+    setenv("DISPLAYENGINE_RUNTIME_DIR", path.c_str(), 1);
+    return path;
+}
+
+sp<IBinder> find(const char* name) {
+    const sp<IBinder> found = android::defaultServiceManager()->getService(String16(name));
+    EXPECT_NE(found, nullptr) << name;
+    return found;
+}
+
+int runPeer() {
+    const sp<android::IServiceManager> manager = android::defaultServiceManager();
+    if (manager->addService(String16(kServiceName), new RecordingService) != OK ||
+        manager->addService(String16(kCallbackName), new RecordingCallback) != OK ||
+        manager->addService(String16(kScriptedName), new ScriptedBinder) != OK) {
+        return 1;
+    }
+    android::ProcessState::self()->startThreadPool();
+    std::cout << kReady << std::endl;
+    android::IPCThreadState::self()->joinThreadPool();
+    return 0;
+}
+
+}  // namespace
+
+int testMain(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], kPeerArgument) == 0) {
+        return runPeer();
+    }
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
+
+struct Peer::Process {
+    Process() { EXPECT_TRUE(child.waitForLine(kReady)); }
+    ~Process() { std::filesystem::remove_all(directory); }
+
+    const std::string directory = makeRuntimeDirectory();
+    ChildProcess child{ChildProcess::ownPath(), {kPeerArgument}};
+};
+
+Peer::Peer() : Peer(std::make_unique<Process>()) {}
+
+Peer::Peer(std::unique_ptr<Process> process)
+    : service(find(kServiceName)),
+      callback(find(kCallbackName)),
+      scripted(find(kScriptedName)),
+      mProcess(std::move(process)) {}
+
+Peer::~Peer() = default;
+
+void Peer::kill() const {
+    mProcess->child.kill();
+    mProcess->child.wait();
+}
+
+std::string hex(const uint8_t* bytes, size_t size) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (size_t i = 0; i < size; ++i) {
+        if (i > 0 && i % 4 == 0) {
+            text += ' ';
+        }
+        text += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
+    }
+    return text;
+}
+
+std::vector<uint8_t> unhex(const std::string& text) {
+    std::vector<uint8_t> bytes;
+    for (size_t i = 0; i < text.size();) {
+        if (text[i] == ' ') {
+            ++i;
+            continue;
+        }
+        bytes.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+        i += 2;
+    }
+    return bytes;
+}
+
+std::vector<std::string> Peer::takeCalls(const sp<IBinder>& recorder, int32_t count) {
+    Parcel data;
+    Parcel reply;
+    data.writeInt32(count);
+    std::vector<String16> calls;
+    EXPECT_EQ(recorder->transact(CONTROL_TAKE_CALLS, data, &reply), OK);
+    EXPECT_EQ(reply.readString16Vector(&calls), OK);
+    std::vector<std::string> texts;
+    for (const String16& call : calls) {
+        texts.emplace_back(android::String8(call).string());
+    }
+    return texts;
+}
+
+void Peer::raise(int32_t exception, const char* message, int32_t code) const {
+    Parcel data;
+    Parcel reply;
+    data.writeInt32(exception);
+    data.writeString16(String16(message));
+    data.writeInt32(code);
+    EXPECT_EQ(service->transact(CONTROL_RAISE, data, &reply), OK);
+}
+
+Peer::Outcome Peer::outcome() const {
+    Parcel data;
+    Parcel reply;
+    EXPECT_EQ(service->transact(CONTROL_OUTCOME, data, &reply), OK);
+    const int32_t returned = reply.readInt32();
+    return {returned, reply.readInt32()};
+}
+
+void Peer::script(android::status_t returned, const std::string& reply) const {
+    Parcel data;
+    Parcel unused;
+    data.writeInt32(returned);
+    data.writeByteVector(unhex(reply));
+    EXPECT_EQ(scripted->transact(CONTROL_SCRIPT, data, &unused), OK);
+}
+
+Peer::Request Peer::takeRequest() const {
+    Parcel data;
+    Parcel reply;
+    EXPECT_EQ(scripted->transact(CONTROL_TAKE_REQUEST, data, &reply), OK);
+    Request request{};
+    std::vector<uint8_t> bytes;
+    request.code = static_cast<uint32_t>(reply.readInt32());
+    request.flags = static_cast<uint32_t>(reply.readInt32());
+    EXPECT_EQ(reply.readByteVector(&bytes), OK);
+    request.bytes = hex(bytes.data(), bytes.size());
+    return request;
+}
+
+}  // namespace protocol
