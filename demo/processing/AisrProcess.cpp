@@ -44,7 +44,7 @@ bool logs(int32_t level) {
 
 // AISR_SAMPLE_SLOW_MS makes every frame take at least so many milliseconds, so that a demo can show
 // what the client does about a slow library. Read at each init; nonsense counts as unset.
-std::chrono::milliseconds configuredFrameTime() {
+[[maybe_unused]] std::chrono::milliseconds configuredFrameTime() {
     const char* text = std::getenv("AISR_SAMPLE_SLOW_MS");
     if (text == nullptr || *text == '\0') {
         return std::chrono::milliseconds(0);

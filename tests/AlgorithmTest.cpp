@@ -1,0 +1,301 @@
+// The adapter of the processing library: its texts, its records, and the order of its calls.
+#include <cutils/properties.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <future>
+
+#include "aisr/AisrAlgorithm.h"
+#include "support/LogCapture.h"
+#include "support/ProcessingLibrary.h"
+
+using processing::Call;
+using processing::Frame;
+using processing::Gate;
+using Texts = std::vector<std::string>;
+
+namespace {
+
+constexpr int32_t kFatal = 1;
+
+class Algorithm : public testing::Test {
+protected:
+    Algorithm() {
+        processing::use("without_nothing");
+        property_set("persist.sys.tivora.debug.on", "false");
+    }
+    ~Algorithm() override { processing::setHook(nullptr); }
+
+    /** Makes an entry answer `status`. */
+    static void fail(const std::string& text, int32_t status = kFatal) {
+        processing::setHook([=](const Call& call) { return call.text() == text ? status : 0; });
+    }
+
+    LogCapture log;
+    Frame frame;
+    AisrAlgorithm algorithm;
+};
+
+TEST(AlgorithmTexts, DescribeFrames) {
+    const auto pointer = [](uintptr_t address) { return reinterpret_cast<void*>(address); };
+    const struct {
+        Aisr::BufferInfo info;
+        std::string rect;
+        std::string full;
+        std::string safe;
+    } cases[] = {
+        {{0x7b3f, pointer(0xa00), pointer(0xc00), 640, 360, 704, 3},
+         "640(704)x360",
+         "data:{ id=7b3f idx=3 y=0xa00 uv=0xc00 640(704)x360 }",
+         "data:{ id=7b3f idx=3 640(704)x360 }"},
+        {{0, nullptr, nullptr, -5, INT_MIN, 0, UINT64_MAX},
+         "-5(0)x-2147483648",
+         "data:{ id=0 idx=18446744073709551615 y=0x0 uv=0x0 -5(0)x-2147483648 }",
+         "data:{ id=0 idx=18446744073709551615 -5(0)x-2147483648 }"},
+        {{UINT64_MAX, pointer(UINTPTR_MAX), nullptr, 1, 1, 1, 0},
+         "1(1)x1",
+         "data:{ id=ffffffffffffffff idx=0 y=0xffffffffffffffff uv=0x0 1(1)x1 }",
+         "data:{ id=ffffffffffffffff idx=0 1(1)x1 }"},
+    };
+    for (const auto& expected : cases) {
+        EXPECT_EQ(AisrAlgorithm::rectToString(expected.info), expected.rect);
+        EXPECT_EQ(AisrAlgorithm::toString(expected.info), expected.full);
+        EXPECT_EQ(AisrAlgorithm::toStringSafe(expected.info), expected.safe);
+    }
+    EXPECT_EQ(AisrAlgorithm::toString(0UL), "0");
+}
+
+TEST_F(Algorithm, NamesStatusesAndTags) {
+    const struct {
+        int value;
+        std::string status;
+        std::string tag;
+    } cases[] = {
+        {0, "AISR_SUCCESS(0)", "AISR_TAG_NEW_MEM(0)"},
+        {1, "AISR_ERR_FATAL(1)", "AISR_TAG_DEL_MEM(1)"},
+        {2, "AISR_ERR_BUF_COPY(2)", "AISR_TAG_SET_BUF(2)"},
+        {3, "AISR_ERR_TIMEOUT(3)", "AISR_TAG_SET_TIMEOUT(3)"},
+        {4, "Unknown error code: 4", "Unknown tag code: 4"},
+        {5, "Unknown error code: 5", "AISR_TAG_NUM(5)"},
+        {-22, "Unknown error code: -22", "Unknown tag code: -22"},
+        {INT_MIN, "Unknown error code: -2147483648", "Unknown tag code: -2147483648"},
+        {INT_MAX, "Unknown error code: 2147483647", "Unknown tag code: 2147483647"},
+    };
+    for (const auto& expected : cases) {
+        EXPECT_EQ(algorithm.errToString(expected.value), expected.status);
+        EXPECT_EQ(algorithm.getTagName(expected.value), expected.tag);
+    }
+}
+
+TEST_F(Algorithm, SubmitsAFrameAsAListOfOneNode) {
+    Aisr::BufferInfo info = frame.info(0x7b3f);
+    info.idx = 9;
+    std::vector<uint8_t> node;
+    processing::setHook([&](const Call& call) {
+        if (call.text() == "AisrSetParam(2)") {
+            const void* first = nullptr;
+            std::memcpy(&first, call.data.data() + 8, sizeof(first));
+            node.assign(static_cast<const uint8_t*>(first),
+                        static_cast<const uint8_t*>(first) + 64);
+        }
+        return 0;
+    });
+    ASSERT_EQ(algorithm.enhance(info), 0);
+
+    const std::vector<Call> calls = processing::calls();
+    ASSERT_EQ(calls.size(), 4U);
+    const Call& submission = calls[2];
+    ASSERT_EQ(submission.data.size(), 24U);
+    ASSERT_EQ(node.size(), 64U);
+    const auto word = [](const std::vector<uint8_t>& bytes, size_t offset) {
+        uint64_t value = 0;
+        std::memcpy(&value, bytes.data() + offset, sizeof(value));
+        return value;
+    };
+    const auto header = reinterpret_cast<uintptr_t>(submission.address);
+    EXPECT_EQ(word(submission.data, 0), word(submission.data, 8)) << "last and first node";
+    EXPECT_EQ(word(submission.data, 16), 1U) << "number of nodes";
+    EXPECT_EQ(word(node, 0), header) << "the node before the first";
+    EXPECT_EQ(word(node, 8), header) << "the node after the last";
+    EXPECT_EQ(word(node, 16), 0x7b3fU) << "id";
+    EXPECT_EQ(word(node, 24), 9U) << "idx";
+    EXPECT_EQ(word(node, 32), uint64_t{16} << 32 | 32) << "width, height";
+    EXPECT_EQ(word(node, 40), 64U) << "stride, reserved";
+    EXPECT_EQ(word(node, 48), reinterpret_cast<uintptr_t>(info.y)) << "luma plane";
+    EXPECT_EQ(word(node, 56), reinterpret_cast<uintptr_t>(info.uv)) << "chroma plane";
+}
+
+TEST_F(Algorithm, InitialisesOnFirstUseAndAgainAfterDeinit) {
+    EXPECT_EQ(algorithm.deinit(), 0)
+        << "nothing was initialised; the library is loaded all the same";
+    EXPECT_TRUE(log.contains("4 DE N AISRAlgo loadLibrary:#: Load library successfully."));
+    EXPECT_EQ(processing::takeTexts(), Texts{});
+
+    Aisr::BufferInfo info = frame.info(1);
+    algorithm.cancel(info);
+    EXPECT_TRUE(log.contains("5 DE N AISRAlgo cancel:#: Oops! NOT ready!"));
+    EXPECT_EQ(processing::takeTexts(), Texts{});
+
+    EXPECT_EQ(algorithm.enhance(info), 0);
+    EXPECT_EQ(algorithm.init(), 0);
+    EXPECT_EQ(algorithm.enhance(info), 0);
+    algorithm.cancel(info);
+    EXPECT_EQ(algorithm.deinit(), 0);
+    EXPECT_EQ(algorithm.doClean(), 0);
+    ++info.idx;  // The sample remembers what was cancelled.
+    EXPECT_EQ(algorithm.enhance(info), 0);
+    EXPECT_EQ(processing::takeTexts(),
+              (Texts{"AisrSetParam(4)", "AisrInit", "AisrSetParam(2)", "AisrProcess",
+                     "AisrSetParam(2)", "AisrProcess", "AisrSetParam(3)", "AisrDeinit",
+                     "AisrSetParam(4)", "AisrInit", "AisrSetParam(2)", "AisrProcess"}));
+    EXPECT_EQ(log.count("Load library successfully."), 1U);
+}
+
+TEST_F(Algorithm, SendsTheLogLevelTheProductAsksFor) {
+    const struct {
+        const char* property;
+        std::vector<uint8_t> data;
+    } cases[] = {{"false", {1, 0, 0, 0}}, {"true", {3, 0, 0, 0}}};
+    for (const auto& expected : cases) {
+        property_set("persist.sys.tivora.debug.on", expected.property);
+        ASSERT_EQ(algorithm.init(), 0);
+        EXPECT_EQ(processing::calls().front().data, expected.data);
+        algorithm.deinit();
+        processing::takeTexts();
+    }
+    EXPECT_TRUE(log.contains("init:#: setParam(AISR_TAG_SET_LOG_LEVEL,3) return 1"));
+}
+
+TEST_F(Algorithm, ReportsWhatTheLibraryRefuses) {
+    const Aisr::BufferInfo info = frame.info(0x7b3f);
+    const std::string text = AisrAlgorithm::toString(info);
+    const Texts attempt = {"AisrSetParam(4)", "AisrInit"};
+    const struct {
+        std::string entry;
+        int32_t status;
+        int result;
+        Texts calls;
+        Texts messages;
+    } cases[] = {
+        {"AisrInit",
+         1,
+         -1,
+         attempt,
+         {"5 DE N AISRAlgo init:#: mInitFunc failed, return AISR_ERR_FATAL(1)",
+          "5 DE N AISRAlgo enhance:#: Retry init() failed!"}},
+        {"AisrSetParam(4)",
+         9,
+         0,
+         {"AisrSetParam(4)", "AisrInit", "AisrSetParam(2)", "AisrProcess"},
+         {"5 DE N AISRAlgo setParam:#: mSetParamFunc(&mContext,Unknown tag code: 4,&bufInfo,4) "
+          "failed, return Unknown error code: 9",
+          "4 DE N AISRAlgo init:#: setParam(AISR_TAG_SET_LOG_LEVEL,1) return 0"}},
+        {"AisrSetParam(2)",
+         2,
+         -1,
+         {"AisrSetParam(4)", "AisrInit", "AisrSetParam(2)"},
+         {"5 DE N AISRAlgo setParam:#: mSetParamFunc(&mContext,AISR_TAG_SET_BUF(2),&bufInfo,24) "
+          "failed, return AISR_ERR_BUF_COPY(2)"}},
+        {"AisrProcess",
+         -1,
+         -1,
+         {"AisrSetParam(4)", "AisrInit", "AisrSetParam(2)", "AisrProcess"},
+         {"4 DE N AISRAlgo enhance:#: " + text,
+          "5 DE N AISRAlgo enhance:#: mProcessFunc failed, return Unknown error code: -1"}},
+        {"AisrSetParam(3)",
+         3,
+         0,
+         {"AisrSetParam(4)", "AisrInit", "AisrSetParam(2)", "AisrProcess"},
+         {"5 DE N AISRAlgo setParam:#: mSetParamFunc(&mContext,AISR_TAG_SET_TIMEOUT(3),&bufInfo,48)"
+          " failed, return AISR_ERR_TIMEOUT(3)",
+          "4 DE N AISRAlgo cancel:#: " + text + " -- failed!"}},
+    };
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(expected.entry);
+        fail(expected.entry, expected.status);
+        processing::takeTexts();
+        log.take();
+        AisrAlgorithm fresh;
+        EXPECT_EQ(fresh.enhance(info), expected.result);
+        EXPECT_EQ(processing::takeTexts(), expected.calls);
+        fresh.cancel(info);
+        for (const std::string& message : expected.messages) {
+            EXPECT_TRUE(log.contains(message)) << message;
+        }
+        processing::setHook(nullptr);
+    }
+}
+
+TEST_F(Algorithm, StaysDeinitialisedWhenTheDeinitEntryFails) {
+    ASSERT_EQ(algorithm.init(), 0);
+    fail("AisrDeinit", 3);
+    EXPECT_EQ(algorithm.deinit(), -1);
+    EXPECT_TRUE(
+        log.contains("5 DE N AISRAlgo deinit:#: mDeinitFunc failed, return AISR_ERR_TIMEOUT(3)"));
+    processing::takeTexts();
+    EXPECT_EQ(algorithm.deinit(), 0) << "nothing is initialised any more";
+    EXPECT_EQ(processing::takeTexts(), Texts{});
+}
+
+TEST_F(Algorithm, KeepsDeinitAwayFromProcessingButNeverACancel) {
+    Gate inProcess;
+    std::atomic<int> inEntry{0};
+    std::atomic<bool> overlapped{false};
+    processing::setHook([&](const Call& call) {
+        if (call.text() == "AisrProcess") {
+            ++inEntry;
+            inProcess.pass();
+            --inEntry;
+        } else if (call.text() == "AisrDeinit" && inEntry != 0) {
+            overlapped = true;
+        }
+        return 0;
+    });
+    const Aisr::BufferInfo info = frame.info(1);
+    auto enhanced = std::async(std::launch::async, [&] { return algorithm.enhance(info); });
+    processing::waitFor("AisrProcess");
+    // This one holds the mutex of init() and waits for the frame: the cancels must pass it by.
+    auto ended = std::async(std::launch::async, [&] { return algorithm.deinit(); });
+    algorithm.cancel(info);
+    algorithm.cancel(info);
+    EXPECT_EQ(processing::count("AisrSetParam(3)"), 2U);
+    EXPECT_EQ(processing::count("AisrDeinit"), 0U);
+    inProcess.open();
+    enhanced.get();
+    EXPECT_EQ(ended.get(), 0);
+    EXPECT_FALSE(overlapped);
+}
+
+TEST_F(Algorithm, InitialisesAgainWhenADeinitCameBetween) {
+    constexpr int kRounds = 200;
+    std::atomic<bool> isInited{false};
+    std::atomic<int> misused{0};
+    processing::setHook([&](const Call& call) {
+        if (call.entry == "AisrInit") {
+            isInited = true;
+        } else if (call.entry == "AisrDeinit") {
+            isInited = false;
+        } else if (call.tag != AISR_TAG_SET_LOG_LEVEL && !isInited) {
+            ++misused;
+        }
+        return 0;
+    });
+    std::atomic<bool> isOver{false};
+    auto stopping = std::async(std::launch::async, [&] {
+        while (!isOver) {
+            algorithm.deinit();
+        }
+    });
+    Aisr::BufferInfo info = frame.info(1);
+    for (int round = 0; round < kRounds; ++round) {
+        ++info.idx;  // The sample remembers what was cancelled.
+        EXPECT_EQ(algorithm.enhance(info), 0);
+        algorithm.cancel(info);
+    }
+    isOver = true;
+    stopping.get();
+    EXPECT_EQ(misused, 0);
+}
+
+}  // namespace

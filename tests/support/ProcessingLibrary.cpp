@@ -1,0 +1,126 @@
+#include "support/ProcessingLibrary.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+namespace processing {
+
+namespace {
+
+constexpr int32_t kWidth = 32;
+constexpr int32_t kHeight = 16;
+constexpr int32_t kStride = 64;
+
+// Never destroyed: a library may still be called while the process exits.
+struct Recorder {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<Call> calls;
+    Hook hook;
+};
+
+Recorder& recorder() {
+    static Recorder& theRecorder = *new Recorder;
+    return theRecorder;
+}
+
+size_t countLocked(const std::string& text) {
+    const std::vector<Call>& calls = recorder().calls;
+    return static_cast<size_t>(std::count_if(
+        calls.begin(), calls.end(), [&text](const Call& call) { return call.text() == text; }));
+}
+
+AisrBuffer frameOf(int32_t tag, const void* data) {
+    AisrBuffer buffer{};
+    if (tag == AISR_TAG_SET_TIMEOUT) {
+        std::memcpy(&buffer, data, sizeof(buffer));
+    } else if (tag == AISR_TAG_SET_BUF) {
+        const auto* list = static_cast<const AisrBufferList*>(data);
+        const void* node = list->ends.next;
+        buffer = static_cast<const AisrBufferNode*>(node)->buffer;
+    }
+    return buffer;
+}
+
+}  // namespace
+
+std::string Call::text() const {
+    return entry == "AisrSetParam" ? entry + "(" + std::to_string(tag) + ")" : entry;
+}
+
+void use(const std::string& build) {
+    const std::string root = build.empty() ? "/nowhere" : PROCESSING_BUILDS "/" + build;
+    setenv("DISPLAYENGINE_SYSTEM_ROOT", root.c_str(), 1);
+    setHook(nullptr);
+    takeTexts();
+}
+
+void setHook(Hook hook) {
+    const std::lock_guard<std::mutex> lock(recorder().mutex);
+    recorder().hook = std::move(hook);
+}
+
+std::vector<Call> calls() {
+    const std::lock_guard<std::mutex> lock(recorder().mutex);
+    return recorder().calls;
+}
+
+std::vector<std::string> takeTexts() {
+    const std::lock_guard<std::mutex> lock(recorder().mutex);
+    std::vector<std::string> texts;
+    for (const Call& call : std::exchange(recorder().calls, {})) {
+        texts.push_back(call.text());
+    }
+    return texts;
+}
+
+size_t count(const std::string& text) {
+    const std::lock_guard<std::mutex> lock(recorder().mutex);
+    return countLocked(text);
+}
+
+void waitFor(const std::string& text, size_t times) {
+    std::unique_lock<std::mutex> lock(recorder().mutex);
+    recorder().changed.wait(lock, [&] { return countLocked(text) >= times; });
+}
+
+void Gate::open() {
+    const std::lock_guard<std::mutex> lock(recorder().mutex);
+    mIsOpen = true;
+    recorder().changed.notify_all();
+}
+
+void Gate::pass() {
+    std::unique_lock<std::mutex> lock(recorder().mutex);
+    recorder().changed.wait(lock, [this] { return mIsOpen; });
+}
+
+Frame::Frame() : mPlanes(static_cast<size_t>(kStride * kHeight * 3 / 2), 0x80) {}
+
+Aisr::BufferInfo Frame::info(uint64_t id) {
+    return {id, mPlanes.data(), mPlanes.data() + kStride * kHeight, kWidth, kHeight, kStride, 0};
+}
+
+}  // namespace processing
+
+extern "C" int32_t aisrControlledEntry(const char* entry, void** context, int32_t tag,
+                                       const void* data, uint64_t size) {
+    using processing::recorder;
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    const processing::Call call{
+        entry, context,
+        tag,   data == nullptr ? std::vector<uint8_t>() : std::vector<uint8_t>(bytes, bytes + size),
+        data,  processing::frameOf(tag, data)};
+    processing::Hook hook;
+    {
+        const std::lock_guard<std::mutex> lock(recorder().mutex);
+        recorder().calls.push_back(call);
+        recorder().changed.notify_all();
+        hook = recorder().hook;
+    }
+    return hook ? hook(call) : 0;
+}

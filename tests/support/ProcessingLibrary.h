@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "aisr/AisrBuffer.h"
+#include "common/BufferInfo.h"
+
+/**
+ * The controlled builds of the sample processing library, as the tests see them: each entry reports
+ * here before it does its work, and can be held up or made to fail.
+ */
+namespace processing {
+
+/** One call of an entry. */
+struct Call {
+    std::string entry;  ///< "AisrProcess"
+    void** context;
+    int32_t tag;                ///< Of AisrSetParam; otherwise 0.
+    std::vector<uint8_t> data;  ///< Its bytes as they arrived.
+    const void* address;        ///< Where they stood.
+    AisrBuffer buffer;          ///< The frame of AISR_TAG_SET_BUF and AISR_TAG_SET_TIMEOUT.
+
+    /** "AisrSetParam(2)", or the entry's name alone. */
+    std::string text() const;
+};
+
+/**
+ * Makes the loader find the build of this name below /system/lib64/, or none for an empty name, and
+ * forgets the hook and the calls of an earlier test.
+ */
+void use(const std::string& build);
+
+/** Called for each entry, on the caller's thread. A result other than 0 is the entry's status. */
+using Hook = std::function<int32_t(const Call&)>;
+void setHook(Hook hook);
+
+/** The calls so far. */
+std::vector<Call> calls();
+/** Their texts; forgets the calls. */
+std::vector<std::string> takeTexts();
+/** How many calls have this text. */
+size_t count(const std::string& text);
+/** Blocks until that many calls have this text. */
+void waitFor(const std::string& text, size_t times = 1);
+
+/** A gate that stays shut until it is opened, for holding an entry up. */
+class Gate {
+public:
+    void open();
+    void pass();
+
+private:
+    bool mIsOpen = false;
+};
+
+/** Planes of a small frame, and records that point to them. */
+class Frame {
+public:
+    Frame();
+    Aisr::BufferInfo info(uint64_t id);
+
+private:
+    std::vector<uint8_t> mPlanes;
+};
+
+}  // namespace processing
