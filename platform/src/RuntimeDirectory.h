@@ -15,7 +15,7 @@ namespace transport {
 class RuntimeDirectory {
 public:
     /// Opens the directory, and makes it if asked to. NAME_NOT_FOUND when there is none;
-    /// PERMISSION_DENIED, with a message, when it is another user's or open to others.
+    /// PERMISSION_DENIED when it is another user's or open to others.
     static status_t open(bool create, RuntimeDirectory* directory);
 
     /// A path of a file in it, short enough for a socket however long the directory's own path is.
@@ -38,10 +38,12 @@ struct ServiceSocket {
     /// Takes the name and listens. ALREADY_EXISTS when another living process has it. A socket that
     /// a dead process has left is replaced.
     status_t publish(const RuntimeDirectory& directory, const std::string& service);
-};
+    /// Removes what publish made, for the end of the process. The name is free then.
+    void withdraw(const RuntimeDirectory& directory, const std::string& service) const;
 
-/// File name of a service's socket in the directory.
-std::string socketFileOf(const std::string& service);
+private:
+    status_t takeName(const RuntimeDirectory& directory, const std::string& service);
+};
 
 /// Connects to a service's socket; an invalid descriptor when nobody listens.
 ForkSafeFd connectTo(const RuntimeDirectory& directory, const std::string& service);

@@ -17,39 +17,14 @@
 #include <android/log.h>
 
 #include "BinderProcess.h"
+#include "Handshake.h"
 
 namespace android {
 namespace transport {
 namespace {
 
-// How a peer is looked for a service: it connects to the service's socket and is greeted; it asks,
-// and is answered. The socket then becomes the connection of the two processes, or is closed when
-// they have one.
-constexpr uint32_t kMagic = 0x42444531;
 /// For the other side to answer; it does so without running anybody's code.
 constexpr int64_t kAnswerTimeoutNs = 5'000'000'000;
-
-struct Greeting {
-    uint32_t magic = kMagic;
-    uint32_t reserved = 0;
-    uint64_t instance = 0;
-};
-
-enum class Wish : uint32_t { kConnect = 1, kUseConnection = 2 };
-
-struct Request {
-    uint32_t magic = kMagic;
-    Wish wish = Wish::kConnect;
-    uint64_t instance = 0;
-};
-
-enum class Outcome : uint32_t { kGranted = 1, kRetry = 2 };
-
-struct Answer {
-    uint32_t magic = kMagic;
-    Outcome outcome = Outcome::kRetry;
-    uint64_t handle = 0;
-};
 
 int64_t nowNs() {
     timespec now = {};
@@ -71,7 +46,7 @@ bool sendRecord(int socket, const T& record) {
 template <typename T>
 bool receiveRecord(int socket, T* record) {
     return ::recv(socket, record, sizeof(*record), MSG_DONTWAIT) == sizeof(*record) &&
-           record->magic == kMagic;
+           record->magic == kFrameMagic;
 }
 
 bool waitReadable(int fd, int64_t deadlineNs) {
@@ -100,6 +75,19 @@ bool identify(int socket, Peer* peer) {
     return true;
 }
 
+/// A lookup can only answer null, so the log says why the directory cannot be used.
+bool openForLookup(bool create, RuntimeDirectory* directory) {
+    const status_t status = RuntimeDirectory::open(create, directory);
+    if (status != OK && status != NAME_NOT_FOUND) {
+        __android_log_print(ANDROID_LOG_ERROR, "binder",
+                            "the runtime directory %s cannot be used (%s); it must belong to user "
+                            "%u and be open to nobody else",
+                            RuntimeDirectory::name().c_str(), statusToString(status).c_str(),
+                            static_cast<unsigned>(::geteuid()));
+    }
+    return status == OK;
+}
+
 }  // namespace
 
 // Looking for a service.
@@ -117,7 +105,7 @@ sp<IBinder> ServiceRegistry::findHere(const std::string& name) {
 
 sp<IBinder> ServiceRegistry::findElsewhere(const std::string& name) {
     RuntimeDirectory directory;
-    if (RuntimeDirectory::open(false, &directory) != OK) {
+    if (!openForLookup(false, &directory)) {
         return nullptr;
     }
     const int64_t deadlineNs = nowNs() + kAnswerTimeoutNs;
@@ -173,7 +161,7 @@ sp<IBinder> ServiceRegistry::waitFor(const std::string& name, int64_t timeoutNs)
     // The directory is watched before the first look, so no service can slip in between.
     UniqueFd changes(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     RuntimeDirectory directory;
-    if (RuntimeDirectory::open(true, &directory) != OK) {
+    if (!openForLookup(true, &directory)) {
         return nullptr;
     }
     ::inotify_add_watch(changes.get(), directory.pathOf(".").c_str(), IN_MOVED_TO | IN_CREATE);
@@ -249,7 +237,7 @@ void ServiceRegistry::removeSockets() {
         return;
     }
     for (const auto& [name, entry] : self.mEntries) {
-        ::unlinkat(directory.fd(), socketFileOf(name).c_str(), 0);
+        entry.socket.withdraw(directory, name);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -62,7 +63,9 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     int input[2] = {-1, -1};
     int output[2] = {-1, -1};
     mError = memfd_create("standard-error", MFD_CLOEXEC);
-    if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0 || mError < 0) {
+    // A socket for the input: writing to it when the program has ended raises no signal.
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, input) != 0 ||
+        pipe2(output, O_CLOEXEC) != 0 || mError < 0) {
         ADD_FAILURE() << "no descriptors: " << std::strerror(errno);
     }
     mInput = input[1];
@@ -110,8 +113,7 @@ std::string ChildProcess::ownPath() {
 void ChildProcess::writeLine(const std::string& line) {
     const std::string text = line + "\n";
     // A program that has ended is found out by what it no longer says.
-    signal(SIGPIPE, SIG_IGN);
-    [[maybe_unused]] const ssize_t written = write(mInput, text.data(), text.size());
+    [[maybe_unused]] const ssize_t sent = send(mInput, text.data(), text.size(), MSG_NOSIGNAL);
 }
 
 void ChildProcess::closeInput() {

@@ -8,7 +8,7 @@
 #include <vector>
 
 /// A program that a test starts, by posix_spawn and never by a bare fork. Its standard input and
-/// output are pipes to the test; its standard error is kept, and shown when the test has failed.
+/// output lead to the test; its standard error is kept, and shown when the test has failed.
 /// A program still running at the end is killed. When the environment variable
 /// DISPLAYENGINE_EMULATOR is set, its words stand before the program, so that programs built for
 /// another machine run. Used by one thread at a time; reads wait without limit, as the test runner

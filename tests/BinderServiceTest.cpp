@@ -1,0 +1,291 @@
+// How services are registered and found, and what strangers on their sockets can do.
+#include <binder/IServiceManager.h>
+#include <binder/Parcel.h>
+#include <binder/ProcessState.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/src/Handshake.h"
+#include "support/BinderPeer.h"
+#include "support/ChildProcess.h"
+
+using android::defaultServiceManager;
+using android::IBinder;
+using android::OK;
+using android::Parcel;
+using android::ProcessState;
+using android::sp;
+using android::status_t;
+using android::String16;
+using namespace android::transport;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class BinderServiceTest : public testing::Test {
+protected:
+    BinderServiceTest() {
+        std::string pattern = testing::TempDir() + "services-XXXXXX";
+        mDirectory = mkdtemp(pattern.data());
+        setenv("DISPLAYENGINE_RUNTIME_DIR", mDirectory.c_str(), 1);
+    }
+    ~BinderServiceTest() override { fs::remove_all(mDirectory); }
+
+    static std::unique_ptr<ChildProcess> startPeer(const std::string& name = "peer") {
+        return std::make_unique<ChildProcess>(ChildProcess::ownPath(),
+                                              std::vector<std::string>{"--peer", name, "pool"});
+    }
+    static sp<IBinder> find(const char* name) {
+        return defaultServiceManager()->checkService(String16(name));
+    }
+    static status_t add(const std::string& name, const sp<IBinder>& service) {
+        return defaultServiceManager()->addService(String16(name.c_str()), service);
+    }
+
+    std::string mDirectory;
+};
+
+TEST_F(BinderServiceTest, AServiceOfThisProcessIsHandedOutAsItIs) {
+    const sp<IBinder> first = new PeerObject();
+    const sp<IBinder> second = new PeerObject();
+    EXPECT_EQ(find("own"), nullptr);
+    EXPECT_EQ(add("own", first), OK);
+    EXPECT_EQ(find("own"), first);
+    EXPECT_EQ(add("own", second), OK);
+    EXPECT_EQ(find("own"), second);
+    EXPECT_EQ(first->getStrongCount(), 1);
+    EXPECT_EQ(defaultServiceManager()->getService(String16("own")), second);
+    for (const char* name : {"", ".hidden", "a/b", "../up"}) {
+        EXPECT_EQ(add(name, first), android::BAD_VALUE) << name;
+    }
+    EXPECT_EQ(add("none", nullptr), android::BAD_VALUE);
+    EXPECT_NE(add(std::string(300, 'x'), first), OK);
+}
+
+TEST_F(BinderServiceTest, TheRuntimeDirectoryMustBeTheUsersOwn) {
+    const std::string made = mDirectory +
+                             "/a-name-that-makes-the-path-longer-than-a-socket-address"
+                             "-may-be-which-is-about-one-hundred-bytes";
+    struct {
+        std::string directory;
+        mode_t mode;
+        status_t status;
+    } const cases[] = {
+        {mDirectory, 0770, android::PERMISSION_DENIED},
+        {mDirectory, 0701, android::PERMISSION_DENIED},
+        {mDirectory + "/missing/deeper", 0700, android::NAME_NOT_FOUND},
+        {mDirectory, 0700, OK},
+        {made, 0700, OK},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.directory);
+        setenv("DISPLAYENGINE_RUNTIME_DIR", c.directory.c_str(), 1);
+        chmod(mDirectory.c_str(), c.mode);
+        const std::string name = "service" + std::to_string(&c - cases);
+        EXPECT_EQ(add(name, new PeerObject()), c.status);
+        EXPECT_EQ(find("missing"), nullptr);
+        const auto peer = startPeer();
+        EXPECT_EQ(peer->readLine(),
+                  c.status == OK ? "registered" : android::statusToString(c.status));
+        EXPECT_EQ(find("peer") != nullptr, c.status == OK);
+    }
+    struct stat state = {};
+    EXPECT_EQ(stat(made.c_str(), &state), 0);
+    EXPECT_EQ(state.st_mode & 07777, 0700U);
+}
+
+TEST_F(BinderServiceTest, ASocketLeftBehindIsReplacedAndALiveOneIsNot) {
+    auto peer = startPeer();
+    ASSERT_TRUE(peer->waitForLine("registered"));
+    const sp<IBinder> first = find("peer");
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(add("peer", new PeerObject()), android::ALREADY_EXISTS);
+    EXPECT_EQ(find("peer"), first);
+    peer->kill();
+    peer->wait();
+    EXPECT_TRUE(fs::exists(mDirectory + "/peer.sock")) << "there is nothing left behind to test";
+    EXPECT_EQ(find("peer"), nullptr);
+
+    // Of many that start at once over what was left behind, one is the service.
+    std::vector<std::unique_ptr<ChildProcess>> peers;
+    for (int i = 0; i < 6; ++i) {
+        peers.push_back(startPeer());
+    }
+    int registered = 0;
+    for (const auto& starter : peers) {
+        const auto line = starter->readLine();
+        registered += line == "registered" ? 1 : 0;
+        EXPECT_TRUE(line == "registered" || line == "ALREADY_EXISTS") << line.value_or("");
+    }
+    EXPECT_EQ(registered, 1);
+    const sp<IBinder> second = find("peer");
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(second->pingBinder(), OK);
+    EXPECT_EQ(first->pingBinder(), android::DEAD_OBJECT);
+}
+
+TEST_F(BinderServiceTest, GetServiceWaitsForTheService) {
+    sp<IBinder> service;
+    std::thread waiting([&] { service = defaultServiceManager()->getService(String16("peer")); });
+    // The waiting thread has made the watched directory's first look by the time it is watching;
+    // a service that is up before is found at once, so either way the result is the same.
+    const auto peer = startPeer();
+    EXPECT_TRUE(peer->waitForLine("registered"));
+    waiting.join();
+    ASSERT_NE(service, nullptr);
+    EXPECT_EQ(service->pingBinder(), OK);
+}
+
+TEST_F(BinderServiceTest, TwoProcessesThatFindEachOtherHaveOneConnection) {
+    ProcessState::self()->startThreadPool();
+    const sp<IBinder> own = new PeerObject();
+    ASSERT_EQ(add("own", own), OK);
+    for (int round = 0; round < 8; ++round) {
+        const auto peer = startPeer();
+        ASSERT_TRUE(peer->waitForLine("registered"));
+        peer->writeLine("lookup own");
+        const sp<IBinder> remote = find("peer");
+        ASSERT_NE(remote, nullptr);
+        EXPECT_EQ(peer->readLine(), "found");
+        // Over a second connection the own object would come home as somebody else's.
+        Parcel request;
+        Parcel reply;
+        request.writeString16(String16("own"));
+        EXPECT_EQ(remote->transact(PeerObject::LOOK_UP, request, &reply), OK);
+        EXPECT_EQ(reply.readStrongBinder(), own);
+    }
+}
+
+/// A stranger's connection to a service's socket.
+class RawClient {
+public:
+    explicit RawClient(const std::string& path)
+        : mSocket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+        EXPECT_EQ(connect(mSocket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        Greeting greeting;
+        EXPECT_EQ(recv(mSocket, &greeting, sizeof(greeting), MSG_WAITALL), sizeof(greeting));
+    }
+    ~RawClient() { close(mSocket); }
+
+    void sendBytes(const void* bytes, size_t size) {
+        EXPECT_EQ(send(mSocket, bytes, size, MSG_NOSIGNAL), static_cast<ssize_t>(size));
+    }
+    uint64_t enter() {
+        Request request;
+        request.instance = 4711;
+        sendBytes(&request, sizeof(request));
+        Answer answer;
+        EXPECT_EQ(recv(mSocket, &answer, sizeof(answer), MSG_WAITALL), sizeof(answer));
+        EXPECT_EQ(answer.outcome, Outcome::kGranted);
+        return answer.handle;
+    }
+    void sendFrame(const FrameHeader& header, const std::vector<WireObject>& objects = {}) {
+        sendBytes(&header, sizeof(header));
+        const std::vector<uint8_t> data(std::min<size_t>(header.dataSize, 64));
+        if (!data.empty()) {
+            sendBytes(data.data(), data.size());
+        }
+        if (!objects.empty()) {
+            sendBytes(objects.data(), objects.size() * sizeof(WireObject));
+        }
+    }
+    /// Waits for the service to hang up.
+    bool isClosed() {
+        char byte;
+        const ssize_t size = recv(mSocket, &byte, 1, 0);
+        return size == 0 || (size < 0 && errno == ECONNRESET);
+    }
+    int status() {
+        FrameHeader reply;
+        EXPECT_EQ(recv(mSocket, &reply, sizeof(reply), MSG_WAITALL), sizeof(reply));
+        return reply.status;
+    }
+
+private:
+    const int mSocket;
+};
+
+TEST_F(BinderServiceTest, AMalformedFrameClosesItsConnectionAndNothingElse) {
+    const auto peer = startPeer();
+    ASSERT_TRUE(peer->waitForLine("registered"));
+    const sp<IBinder> honest = find("peer");
+    ASSERT_NE(honest, nullptr);
+    const WireObject none;
+    const WireObject unknown = {0, 99, ObjectKind::kReceivers, 0};
+    const WireObject descriptor = {0, 0, ObjectKind::kDescriptor, 0};
+    const WireObject strange = {0, 0, static_cast<ObjectKind>(77), 0};
+    const WireObject outside = {60, 0, ObjectKind::kNull, 0};
+    struct {
+        const char* what;
+        std::function<void(FrameHeader&)> change;
+        std::vector<WireObject> objects;
+    } const cases[] = {
+        {"magic", [](FrameHeader& h) { h.magic ^= 1; }, {}},
+        {"type", [](FrameHeader& h) { h.type = static_cast<FrameType>(9); }, {}},
+        {"target", [](FrameHeader& h) { h.target += 1; }, {}},
+        {"reply to nothing", [](FrameHeader& h) { h.type = FrameType::kReply; }, {}},
+        {"release of too much",
+         [](FrameHeader& h) { h.type = FrameType::kRelease, h.code = 2; },
+         {}},
+        {"done with too much",
+         [](FrameHeader& h) { h.type = FrameType::kOnewayDone, h.code = 1; },
+         {}},
+        {"size", [](FrameHeader& h) { h.dataSize = kMaxTransactionBytes + 1; }, {}},
+        {"sizes", [](FrameHeader& h) { h.dataSize = h.objectCount = UINT32_MAX; }, {}},
+        {"more objects than room", [](FrameHeader& h) { h.objectCount = 3; }, {}},
+        {"descriptor that did not come", [](FrameHeader& h) { h.fdCount = 1; }, {descriptor}},
+        {"descriptor not announced", [](FrameHeader&) {}, {descriptor}},
+        {"unknown object", [](FrameHeader&) {}, {unknown}},
+        {"strange object", [](FrameHeader&) {}, {strange}},
+        {"object outside", [](FrameHeader&) {}, {outside}},
+        {"overlapping objects", [](FrameHeader&) {}, {none, none}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        RawClient client(mDirectory + "/peer.sock");
+        FrameHeader header;
+        header.callId = 1;
+        header.target = client.enter();
+        header.code = IBinder::PING_TRANSACTION;
+        client.sendFrame(header);
+        EXPECT_EQ(client.status(), OK) << "the sound frame has to pass";
+        header.dataSize = 64;
+        header.objectCount = static_cast<uint32_t>(c.objects.size());
+        c.change(header);
+        client.sendFrame(header, c.objects);
+        EXPECT_TRUE(client.isClosed());
+        EXPECT_EQ(honest->pingBinder(), OK);
+    }
+    // Somebody who says nothing, or nonsense, does not keep the others out.
+    RawClient silent(mDirectory + "/peer.sock");
+    RawClient babbling(mDirectory + "/peer.sock");
+    babbling.sendBytes("nonsense", 8);
+    EXPECT_TRUE(babbling.isClosed());
+    EXPECT_EQ(find("peer"), honest);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 1 && std::string(argv[1]) == "--peer") {
+        return runPeer(std::vector<std::string>(argv + 1, argv + argc));
+    }
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
