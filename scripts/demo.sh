@@ -1,0 +1,218 @@
+#!/usr/bin/env bash
+# Shows the video path at work: installs what is missing, builds, starts the sample service, plays a
+# video through it for a while, and says where the pictures are.
+set -euo pipefail
+
+usage() {
+    cat <<'TEXT'
+Usage: scripts/demo.sh [VIDEO] [options]
+
+Plays VIDEO through the display engine and a service of its own, which switches enhancement off and
+on again in the middle. Without VIDEO it plays real footage of 768 x 576, fetched once.
+
+  --fps N|max     pace of the frames; the video's own if not given. From 39 on the engine's health
+                  monitor refuses the stream after a while
+  --slow-ms N     make the processing library take at least N milliseconds for a frame: from 33 on
+                  the overload latch sets, from 40 on frames expire
+  --seconds N     length of the run (10)
+  --output DIR    folder for the pictures, the frames' table and the service's log (out, in the
+                  project's folder)
+  --verbose       show the engine's log
+  --help          this text
+TEXT
+}
+
+fail() {
+    echo "demo.sh: $1" >&2
+    exit "${2:-1}"
+}
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cache=${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/displayengine
+video=
+output=$root/out
+seconds=10
+slow_ms=
+player_options=(--loop)
+
+is_number() { [[ $1 =~ ^([0-9]+(\.[0-9]*)?|\.[0-9]+)$ && ! $1 =~ ^[0.]*$ ]]; }
+
+parse_options() {
+    while (($#)); do
+        case $1 in
+            -h | --help) usage; exit 0 ;;
+            -v | --verbose) player_options+=(--verbose) ;;
+            --*=*) set -- "${1%%=*}" "${1#*=}" "${@:2}"; continue ;;
+            --fps | --slow-ms | --seconds | --output | -o)
+                (($# > 1)) || fail "$1 needs a value (--help lists the options)" 2
+                case $1 in
+                    --fps) player_options+=(--fps "$2") ;;
+                    --slow-ms) slow_ms=$2 ;;
+                    --seconds) seconds=$2 ;;
+                    *) output=$2 ;;
+                esac
+                shift ;;
+            -?*) fail "unknown option $1 (--help lists the options)" 2 ;;
+            *)
+                [[ -z $video ]] || fail "more than one video: $video and $1" 2
+                [[ -n $1 ]] || fail "the name of the video is empty" 2
+                video=$1 ;;
+        esac
+        shift
+    done
+    is_number "$seconds" || fail "--seconds $seconds is not a time in seconds" 2
+    [[ -z $slow_ms || $slow_ms =~ ^[0-9]{1,7}$ ]] ||
+        fail "--slow-ms $slow_ms is not a time in milliseconds" 2
+    [[ -z $video || -r $video ]] || fail "cannot read the video $video"
+}
+
+# Debian packages ---------------------------------------------------------------------------------
+
+packages=(g++ cmake ninja-build pkg-config libcli11-dev libgtest-dev libavformat-dev libavcodec-dev
+    libavutil-dev libswscale-dev gnuplot-nox)
+
+is_root() { [[ $(id -u) -eq 0 ]]; }
+
+apt_quiet() { DEBIAN_FRONTEND=noninteractive apt-get -qq -o APT::Sandbox::User=root "$@" >/dev/null; }
+
+is_installed() { [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]; }
+
+install_packages() {
+    local missing=() package
+    for package in "$@"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    ((${#missing[@]})) || return 0
+    is_root || fail "please install these packages first: ${missing[*]}"
+    echo "Installing ${missing[*]} ..."
+    apt_quiet install -y --no-install-recommends "${missing[@]}" 2>/dev/null ||
+        { apt_quiet update && apt_quiet install -y --no-install-recommends "${missing[@]}"; } ||
+        fail "cannot install: ${missing[*]}"
+}
+
+# The video ---------------------------------------------------------------------------------------
+
+# Takes vtest.avi out of Debian's package with the examples of OpenCV, without installing it.
+fetch_footage() {
+    local work=$1 name
+    echo "Fetching vtest.avi out of Debian's package opencv-doc (96 MB, once) ..."
+    (cd "$work" && apt_quiet download opencv-doc 2>/dev/null) ||
+        { is_root && apt_quiet update && (cd "$work" && apt_quiet download opencv-doc); } || return 1
+    name=$(dpkg-deb --fsys-tarfile "$work"/opencv-doc_*.deb | tar -t |
+        grep -E '/vtest\.avi(\.gz)?$') || return 1
+    dpkg-deb --fsys-tarfile "$work"/opencv-doc_*.deb | tar -x -O "$name" >"$work/footage" || return 1
+    if [[ $name == *.gz ]]; then
+        gzip -dc <"$work/footage" >"$work/vtest.avi"
+    else
+        mv "$work/footage" "$work/vtest.avi"
+    fi
+}
+
+make_clip() {
+    echo "The footage is not to be had; making a clip with FFmpeg instead."
+    is_installed ffmpeg || command -v ffmpeg >/dev/null || install_packages ffmpeg
+    ffmpeg -v error -y -f lavfi -i testsrc2=size=1280x720:rate=30 -t 10 -vf gblur=sigma=1.2 \
+        -c:v mpeg4 -q:v 3 "$1/clip.avi" || fail "FFmpeg cannot make a clip"
+}
+
+# Sets `video` to a file in the cache folder, which it fills first if need be.
+choose_video() {
+    mkdir -p "$cache" || fail "cannot make the cache folder $cache"
+    video=$cache/vtest.avi
+    [[ ! -s $video ]] || return 0
+    fetch_dir=$(mktemp -d "$cache/fetch.XXXXXX")
+    if fetch_footage "$fetch_dir"; then
+        mv "$fetch_dir/vtest.avi" "$video"
+    else
+        video=$cache/clip.avi
+        [[ -s $video ]] || { make_clip "$fetch_dir" && mv "$fetch_dir/clip.avi" "$video"; }
+        echo "Playing the generated clip $video."
+    fi
+    rm -rf "$fetch_dir"
+}
+
+# Build and run -----------------------------------------------------------------------------------
+
+build() {
+    local log=$root/build/demo-build.log
+    echo "Building ..."
+    mkdir -p "$root/build"
+    (cd "$root" && cmake --preset release && cmake --build --preset release \
+        --target displayengine-service displayengine-player aisr_process_sample) >"$log" 2>&1 ||
+        { tail -n 30 "$log" >&2; fail "the build failed, see $log"; }
+}
+
+service_pid=
+player_pid=
+runtime_dir=
+fetch_dir=
+
+# Ends one process of ours, if it still runs.
+stop_process() {
+    [[ -n $1 ]] || return 0
+    kill -TERM "$1" 2>/dev/null || true
+    wait "$1" 2>/dev/null || true
+}
+
+cleanup() {
+    stop_process "$player_pid"
+    stop_process "$service_pid"
+    [[ -z $runtime_dir ]] || rm -rf "$runtime_dir"
+    [[ -z $fetch_dir ]] || rm -rf "$fetch_dir"
+}
+
+# The times are a fifth before and after the middle of the run.
+start_service() {
+    local off on log=$output/service.log
+    off=$(awk -v s="$seconds" 'BEGIN { printf "%.3f", s * 0.4 }')
+    on=$(awk -v s="$seconds" 'BEGIN { printf "%.3f", s * 0.6 }')
+    "$binaries/service/displayengine-service" --toggle "$off:off" --toggle "$on:on" \
+        </dev/null >"$log" 2>&1 &
+    service_pid=$!
+    for ((i = 0; i < 200; ++i)); do
+        ! grep -qx ready "$log" || return 0
+        kill -0 "$service_pid" 2>/dev/null || break
+        sleep 0.05
+    done
+    fail "the service did not start: $(tail -n 1 "$log")"
+}
+
+run_player() {
+    [[ -z $slow_ms ]] || export AISR_SAMPLE_SLOW_MS=$slow_ms
+    LD_LIBRARY_PATH=$binaries/processing${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH} \
+        "$binaries/player/displayengine-player" "$video" --seconds "$seconds" --output "$output" \
+        "${player_options[@]}" &
+    player_pid=$!
+    local status=0
+    wait "$player_pid" || status=$?
+    player_pid=
+    return "$status"
+}
+
+main() {
+    parse_options "$@"
+    trap cleanup EXIT
+    trap 'exit 130' INT
+    trap 'exit 143' TERM HUP
+    if command -v dpkg-query >/dev/null; then
+        install_packages "${packages[@]}"
+    fi
+    [[ -n $video ]] || choose_video
+    build
+    binaries=$root/build/release/demo
+    mkdir -p "$output" || fail "cannot make the folder $output"
+    output=$(cd "$output" && pwd)
+    runtime_dir=$(mktemp -d "${TMPDIR:-/tmp}/displayengine-demo.XXXXXX")
+    export DISPLAYENGINE_RUNTIME_DIR=$runtime_dir
+
+    start_service
+    local status=0
+    run_player || status=$?
+    if ! kill -0 "$service_pid" 2>/dev/null; then
+        echo "The service ended during the run; the player went on without it."
+    fi
+    ((status == 0)) || fail "the player failed" "$status"
+    echo "The pictures are in $output (the service's account of the run is service.log there)."
+}
+
+main "$@"
