@@ -28,6 +28,9 @@ fail() {
 }
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+# shellcheck source=scripts/lib/packages.sh
+. "$root/scripts/lib/packages.sh"
+
 cache=${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/displayengine
 video=
 output=$root/out
@@ -66,38 +69,17 @@ parse_options() {
     [[ -z $video || -r $video ]] || fail "cannot read the video $video"
 }
 
-# Debian packages ---------------------------------------------------------------------------------
-
-packages=(g++ cmake ninja-build pkg-config libcli11-dev libgtest-dev libavformat-dev libavcodec-dev
-    libavutil-dev libswscale-dev gnuplot-nox)
-
-is_root() { [[ $(id -u) -eq 0 ]]; }
-
-apt_quiet() { DEBIAN_FRONTEND=noninteractive apt-get -qq -o APT::Sandbox::User=root "$@" >/dev/null; }
-
-is_installed() { [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]; }
-
-install_packages() {
-    local missing=() package
-    for package in "$@"; do
-        is_installed "$package" || missing+=("$package")
-    done
-    ((${#missing[@]})) || return 0
-    is_root || fail "please install these packages first: ${missing[*]}"
-    echo "Installing ${missing[*]} ..."
-    apt_quiet install -y --no-install-recommends "${missing[@]}" 2>/dev/null ||
-        { apt_quiet update && apt_quiet install -y --no-install-recommends "${missing[@]}"; } ||
-        fail "cannot install: ${missing[*]}"
-}
-
 # The video ---------------------------------------------------------------------------------------
+
+apt_get() { apt-get -qq -o APT::Sandbox::User=root "$@" >/dev/null; }
 
 # Takes vtest.avi out of Debian's package with the examples of OpenCV, without installing it.
 fetch_footage() {
     local work=$1 name
     echo "Fetching vtest.avi out of Debian's package opencv-doc (96 MB, once) ..."
-    (cd "$work" && apt_quiet download opencv-doc 2>/dev/null) ||
-        { is_root && apt_quiet update && (cd "$work" && apt_quiet download opencv-doc); } || return 1
+    (cd "$work" && apt_get download opencv-doc 2>/dev/null) ||
+        { [[ $(id -u) -eq 0 ]] && apt_get update && (cd "$work" && apt_get download opencv-doc); } ||
+        return 1
     name=$(dpkg-deb --fsys-tarfile "$work"/opencv-doc_*.deb | tar -t |
         grep -E '/vtest\.avi(\.gz)?$') || return 1
     dpkg-deb --fsys-tarfile "$work"/opencv-doc_*.deb | tar -x -O "$name" >"$work/footage" || return 1
@@ -110,7 +92,7 @@ fetch_footage() {
 
 make_clip() {
     echo "The footage is not to be had; making a clip with FFmpeg instead."
-    is_installed ffmpeg || command -v ffmpeg >/dev/null || install_packages ffmpeg
+    command -v ffmpeg >/dev/null || require_packages ffmpeg
     ffmpeg -v error -y -f lavfi -i testsrc2=size=1280x720:rate=30 -t 10 -vf gblur=sigma=1.2 \
         -c:v mpeg4 -q:v 3 "$1/clip.avi" || fail "FFmpeg cannot make a clip"
 }
@@ -194,9 +176,7 @@ main() {
     trap cleanup EXIT
     trap 'exit 130' INT
     trap 'exit 143' TERM HUP
-    if command -v dpkg-query >/dev/null; then
-        install_packages "${packages[@]}"
-    fi
+    require_packages "${build_packages[@]}" libgtest-dev gnuplot-nox
     [[ -n $video ]] || choose_video
     build
     binaries=$root/build/release/demo
