@@ -49,7 +49,10 @@ parse_options() {
             --fps | --slow-ms | --seconds | --output | -o)
                 (($# > 1)) || fail "$1 needs a value (--help lists the options)" 2
                 case $1 in
-                    --fps) player_options+=(--fps "$2") ;;
+                    --fps)
+                        [[ $2 == max ]] || is_number "$2" ||
+                            fail "--fps $2 is neither max nor a rate" 2
+                        player_options+=(--fps "$2") ;;
                     --slow-ms) slow_ms=$2 ;;
                     --seconds) seconds=$2 ;;
                     *) output=$2 ;;
@@ -99,7 +102,7 @@ make_clip() {
 
 # Sets `video` to a file in the cache folder, which it fills first if need be.
 choose_video() {
-    mkdir -p "$cache" || fail "cannot make the cache folder $cache"
+    mkdir -p "$cache" 2>/dev/null || fail "cannot make the cache folder $cache"
     video=$cache/vtest.avi
     [[ ! -s $video ]] || return 0
     fetch_dir=$(mktemp -d "$cache/fetch.XXXXXX")
@@ -118,7 +121,7 @@ choose_video() {
 build() {
     local log=$root/build/demo-build.log
     echo "Building ..."
-    mkdir -p "$root/build"
+    mkdir -p "$root/build" 2>/dev/null && [[ -w $root/build ]] || fail "cannot write to $root/build"
     (cd "$root" && cmake --preset release && cmake --build --preset release \
         --target displayengine-service displayengine-player aisr_process_sample) >"$log" 2>&1 ||
         { tail -n 30 "$log" >&2; fail "the build failed, see $log"; }
@@ -166,7 +169,8 @@ run_player() {
         "${player_options[@]}" &
     player_pid=$!
     local status=0
-    wait "$player_pid" || status=$?
+    # Without what the shell itself says if the service is killed meanwhile.
+    wait "$player_pid" 2>/dev/null || status=$?
     player_pid=
     return "$status"
 }
@@ -177,11 +181,11 @@ main() {
     trap 'exit 130' INT
     trap 'exit 143' TERM HUP
     require_packages "${build_packages[@]}" libgtest-dev gnuplot-nox
+    mkdir -p "$output" 2>/dev/null || fail "cannot make the folder $output"
+    output=$(cd "$output" && pwd)
     [[ -n $video ]] || choose_video
     build
     binaries=$root/build/release/demo
-    mkdir -p "$output" || fail "cannot make the folder $output"
-    output=$(cd "$output" && pwd)
     runtime_dir=$(mktemp -d "${TMPDIR:-/tmp}/displayengine-demo.XXXXXX")
     export DISPLAYENGINE_RUNTIME_DIR=$runtime_dir
 
@@ -191,7 +195,7 @@ main() {
     if ! kill -0 "$service_pid" 2>/dev/null; then
         echo "The service ended during the run; the player went on without it."
     fi
-    ((status == 0)) || fail "the player failed" "$status"
+    ((status == 0)) || exit "$status" # the player has said why
     echo "The pictures are in $output (the service's account of the run is service.log there)."
 }
 
