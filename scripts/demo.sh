@@ -121,7 +121,8 @@ choose_video() {
 build() {
     local log=$root/build/demo-build.log
     echo "Building ..."
-    mkdir -p "$root/build" 2>/dev/null && [[ -w $root/build ]] || fail "cannot write to $root/build"
+    mkdir -p "$root/build" 2>/dev/null || true
+    [[ -w $root/build ]] || fail "cannot write to $root/build"
     (cd "$root" && cmake --preset release && cmake --build --preset release \
         --target displayengine-service displayengine-player aisr_process_sample) >"$log" 2>&1 ||
         { tail -n 30 "$log" >&2; fail "the build failed, see $log"; }
