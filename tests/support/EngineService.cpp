@@ -53,6 +53,7 @@ void EngineService::reset() {
     config = defaultConfig();
     supportStatus = configStatus = registerStatus = Status::ok();
     registerResult = true;
+    whenAsked = nullptr;
     const std::lock_guard<std::mutex> lock(mMutex);
     mCalls.clear();
     mCallback = nullptr;
@@ -83,6 +84,9 @@ EngineService::Callback EngineService::callback() const {
 
 Status EngineService::getSupported(int32_t feature, int32_t* result) {
     record("getSupported " + std::to_string(feature));
+    if (whenAsked) {
+        whenAsked();
+    }
     *result = support;
     return supportStatus;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -27,6 +28,7 @@ public:
     Status configStatus;
     Status registerStatus;
     bool registerResult;
+    std::function<void()> whenAsked;  ///< Called for each getSupported, on the caller's thread.
 
     /** How often an operation of this name was called. */
     size_t count(const std::string& operation) const;

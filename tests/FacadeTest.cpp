@@ -1,0 +1,227 @@
+// The video facade: how the engine comes up once, or never, and how events reach it. Each test
+// needs a process of its own, as the test runner gives it, because the outcome holds for the
+// process.
+#include <binder/PersistableBundle.h>
+#include <gtest/gtest.h>
+#include <utils/String16.h>
+
+#include <future>
+#include <utility>
+
+#include "client/DisplayEngineManager.h"
+#include "client/VideoEngine.h"
+#include "common/DisplayEngineCleanCommon.h"
+#include "support/EngineService.h"
+#include "support/LogCapture.h"
+#include "support/ProcessingLibrary.h"
+
+using android::sp;
+using android::String16;
+using android::binder::Status;
+using android::os::PersistableBundle;
+using Texts = std::vector<std::string>;
+
+namespace {
+
+class Facade : public testing::Test {
+protected:
+    Facade() : manager(new DisplayEngineManager) {
+        processing::use("without_nothing");
+        g_delogdEnable = g_delogiEnable = true;  // The manager has switched them off.
+    }
+
+    /** Every video method, in a client's order; none may have an effect without an engine. */
+    void expectNothing() {
+        Aisr::BufferInfo info = frame.info(1);
+        info.idx = 77;
+        EXPECT_FALSE(manager->isVideoEngineSupported());
+        manager->onVideoAppStart();
+        manager->onVideoStart();
+        manager->setVideoRect(1280, 720);
+        manager->setVideoFrameRate(30);
+        manager->setAisrEnable(true);
+        EXPECT_FALSE(manager->needVideoEnhance());
+        EXPECT_FALSE(manager->getVideoAppConfig());
+        manager->doVideoEnhance(info);
+        manager->onVideoStop();
+        manager->onVideoAppStop();
+        EXPECT_EQ(info.idx, 77U);
+        EXPECT_TRUE(processing::calls().empty());
+    }
+
+    LogCapture log;
+    processing::Frame frame;
+    sp<DisplayEngineManager> manager;
+};
+
+TEST_F(Facade, StaysWithoutEnhancementWhenThereWasNoService) {
+    expectNothing();
+    EXPECT_EQ(log.count("5 DE N VideoEngine isAisrProcessorSupported:#: Failed to get "
+                        "displayengineserver binder("),
+              1U);
+    EXPECT_EQ(log.count("5 DE N VideoEngine isAisrValid:#: AisrProcessor is NOT supported!"), 1U);
+    EXPECT_EQ(log.count("6 DE N DEM checkDisplayEngineService:#: binder is nullptr!"), 1U);
+
+    const sp<EngineService> service = EngineService::install();
+    expectNothing();
+    EXPECT_EQ(service->takeCalls(), Texts{});
+}
+
+struct Refusal {
+    const char* name;
+    void (*prepare)(EngineService&);
+    std::string message;
+    Texts operations;
+
+    friend void PrintTo(const Refusal& refusal, std::ostream* text) { *text << refusal.name; }
+};
+
+class FacadeRefusal : public Facade, public testing::WithParamInterface<Refusal> {};
+
+TEST_P(FacadeRefusal, IsFinal) {
+    const sp<EngineService> service = EngineService::install();
+    GetParam().prepare(*service);
+    expectNothing();
+    expectNothing();
+    EXPECT_EQ(log.count(GetParam().message), 1U);
+    Texts operations;
+    for (const std::string& call : service->takeCalls()) {
+        operations.push_back(call.substr(0, call.find(' ')));
+    }
+    EXPECT_EQ(operations, GetParam().operations) << "a refused engine leaves no registration";
+    EXPECT_EQ(log.count("~AisrEngine:#: step in"), operations.size() > 1 ? 1U : 0U);
+}
+
+const Status kTransportError = Status::fromStatusT(android::DEAD_OBJECT);
+const Status kException = Status::fromExceptionCode(Status::EX_SECURITY);
+const Texts kAsked = {"getSupported"};
+const Texts kConfigured = {"getSupported", "getEffectExByData"};
+const Texts kRegistered = {"getSupported", "getEffectExByData", "registerCallbackEx"};
+const std::string kNotSupported =
+    "5 DE N VideoEngine isAisrValid:#: AisrProcessor is NOT supported!";
+
+INSTANTIATE_TEST_SUITE_P(
+    All, FacadeRefusal,
+    testing::Values(
+        Refusal{"AnswerTwo", [](EngineService& it) { it.support = 2; }, kNotSupported, kAsked},
+        Refusal{"AnswerNegative", [](EngineService& it) { it.support = -1; }, kNotSupported,
+                kAsked},
+        Refusal{"NoAnswer", [](EngineService& it) { it.supportStatus = kTransportError; },
+                "5 DE N VideoEngine isAisrProcessorSupported:#: getSupported(DE_FEATURE_AISR, "
+                "&support) failed!",
+                kAsked},
+        Refusal{"NoConfiguration", [](EngineService& it) { it.configStatus = kException; },
+                "status(size=13),&ret)", kConfigured},
+        Refusal{"ShortConfiguration", [](EngineService& it) { it.config.resize(12); },
+                "5 DE N VideoEngine isAisrValid:#: AisrEngine initialize() failed!", kConfigured},
+        Refusal{"InvalidConfiguration", [](EngineService& it) { it.config[5] = 1; },
+                "6 DE N AISR getConfig:#: Invalid input: rect:{ min:512x512 max:720x1280 } "
+                "maxFps:1",
+                kConfigured},
+        Refusal{"NoRegistration", [](EngineService& it) { it.registerStatus = kTransportError; },
+                "6 DE N AISR registerCallback:#: registerCallbackEx(callback, data:{ key:",
+                kRegistered},
+        Refusal{"RegistrationRefused", [](EngineService& it) { it.registerResult = false; },
+                " feature:44 failed!", kRegistered}),
+    [](const auto& refusal) { return refusal.param.name; });
+
+TEST_F(Facade, BringsTheEngineUpAndEnhances) {
+    const sp<EngineService> service = EngineService::install();
+    EXPECT_TRUE(manager->isVideoEngineSupported());
+    const std::string start = "4 DE N AISR updateAppName:#: ";
+    const std::string name = log.last(start).substr(start.size());
+    EXPECT_NE(name.find("FacadeTest"), std::string::npos);
+    EXPECT_EQ(name.find("--gtest"), std::string::npos) << "the arguments are no part of the name";
+    EXPECT_EQ(service->takeCalls(),
+              (Texts{"getSupported 44", "getEffectExByData 44 Key=" + name + " Type=26 size=13",
+                     "registerCallbackEx Key=" + name + " Feature=44"}));
+    EXPECT_TRUE(
+        log.contains("4 DE N AISR registerCallback:#: key:" + name + " feature:44 success."));
+    EXPECT_EQ(log.last("DE N VideoEngine"),
+              "4 DE N VideoEngine isAisrValid:#: Load AISR successfully.");
+
+    EXPECT_TRUE(manager->getVideoAppConfig());
+    manager->onVideoAppStart();
+    manager->onVideoStart();
+    manager->setVideoRect(1280, 720);
+    EXPECT_FALSE(manager->needVideoEnhance());
+    manager->setVideoFrameRate(25);
+    EXPECT_TRUE(manager->needVideoEnhance());
+    Aisr::BufferInfo info = frame.info(1);
+    manager->doVideoEnhance(info);
+    manager->doVideoEnhance(info);
+    EXPECT_EQ(info.idx, 1U);
+    processing::waitFor("AisrProcess", 2);
+    manager->setAisrEnable(false);
+    EXPECT_FALSE(manager->needVideoEnhance());
+    EXPECT_FALSE(manager->getVideoAppConfig());
+    manager->onVideoStop();
+    manager->onVideoAppStop();
+    EXPECT_EQ(processing::calls().back().text(), "AisrDeinit");
+    EXPECT_EQ(service->takeCalls(), Texts{}) << "frames and reports do not trouble the service";
+}
+
+TEST_F(Facade, CreatesOneEngineForTwoFirstCallers) {
+    const sp<EngineService> service = EngineService::install();
+    processing::Gate gate;
+    std::promise<void> isAsked;
+    service->whenAsked = [&, isFirst = true]() mutable {
+        if (std::exchange(isFirst, false)) {
+            isAsked.set_value();
+            gate.pass();
+        }
+    };
+    auto first = std::async(std::launch::async, [&] { return manager->isVideoEngineSupported(); });
+    isAsked.get_future().get();
+    std::promise<void> isStarted;
+    auto second = std::async(std::launch::async, [&] {
+        isStarted.set_value();
+        return manager->getVideoAppConfig();
+    });
+    isStarted.get_future().get();
+    gate.open();
+    EXPECT_TRUE(first.get());
+    EXPECT_TRUE(second.get());
+    EXPECT_EQ(service->count("registerCallbackEx"), 1U);
+    EXPECT_EQ(log.count("Start to load AISR......"), 1U);
+}
+
+TEST_F(Facade, ObeysItsEventsAndNoOthers) {
+    const sp<EngineService> service = EngineService::install();
+    ASSERT_TRUE(manager->getVideoAppConfig());
+    const EngineService::Callback callback = service->callback();
+    PersistableBundle off;
+    off.putBoolean(String16("Enable"), false);
+    PersistableBundle on;
+    on.putBoolean(String16("Enable"), true);
+    PersistableBundle number;
+    number.putInt(String16("Enable"), 0);
+    const std::string tag = "DE N AISR onEventWithData:#: ";
+    const std::string wrongType =
+        "5 " + tag + "Invalid input: event:2(expeted IDisplayEngineService::DE_EVENT_AISR:3)!";
+    const std::string noEnable = "5 " + tag + "Invalid input: no \"Enable\" found in data!";
+    const struct {
+        int event;
+        const PersistableBundle& data;
+        std::string first;
+        std::string last;
+        bool isEnabled;
+    } events[] = {
+        {2, off, wrongType, wrongType, true},
+        {3, number, noEnable, noEnable, true},
+        {3, PersistableBundle(), noEnable, noEnable, true},
+        {3, on, "4 " + tag + "Enable:1", "setEnableInternal:#: Same enable:1 for ", true},
+        {3, off, "4 " + tag + "Enable:0", "Because mIsEnable:0", false},
+        {3, on, "4 " + tag + "Enable:1", "Because mIsEnable:1", true},
+    };
+    for (const auto& expected : events) {
+        log.take();
+        EXPECT_TRUE(callback->onEventWithData(expected.event, expected.data).isOk());
+        EXPECT_TRUE(callback->onEvent(3, 0).isOk());
+        EXPECT_EQ(log.lines().front(), expected.first);
+        EXPECT_NE(log.lines().back().find(expected.last), std::string::npos);
+        EXPECT_EQ(manager->getVideoAppConfig(), expected.isEnabled);
+    }
+}
+
+}  // namespace
