@@ -36,13 +36,6 @@ PersistableBundle enable(bool on) {
 
 class CallbackProtocolTest : public ::testing::Test {
 protected:
-    status_t send(uint32_t code, const std::string& bytes, Parcel* reply) {
-        Parcel data;
-        const std::vector<uint8_t> raw = protocol::unhex(bytes);
-        data.setData(raw.data(), raw.size());
-        return mPeer.callback->transact(code, data, reply);
-    }
-
     Peer mPeer;
     sp<IDisplayEngineCallback> mCallback = IDisplayEngineCallback::asInterface(mPeer.callback);
     sp<IDisplayEngineCallback> mScripted = IDisplayEngineCallback::asInterface(mPeer.scripted);
@@ -110,8 +103,8 @@ TEST_F(CallbackProtocolTest, AMalformedEventCallsNothing) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         Parcel reply;
-        EXPECT_EQ(send(c.code, c.bytes, &reply), c.status);
-        EXPECT_EQ(protocol::hex(reply.data(), reply.dataSize()), c.reply);
+        EXPECT_EQ(protocol::send(mPeer.callback, c.code, c.bytes, &reply), c.status);
+        EXPECT_EQ(protocol::hex(reply), c.reply);
     }
     EXPECT_EQ(Peer::takeCalls(mPeer.callback, 1), Strings{"onEvent 3 -1"});
 }

@@ -54,13 +54,7 @@ std::string servicePath() {
 
 class DemoServiceTest : public ::testing::Test {
 protected:
-    DemoServiceTest() {
-        std::string path = (std::filesystem::temp_directory_path() / "service.XXXXXX").string();
-        mDirectory = mkdtemp(path.data());
-        setenv("DISPLAYENGINE_RUNTIME_DIR", mDirectory.c_str(), 1);
-        android::ProcessState::self()->startThreadPool();
-    }
-    ~DemoServiceTest() override { std::filesystem::remove_all(mDirectory); }
+    DemoServiceTest() { android::ProcessState::self()->startThreadPool(); }
 
     void start(const Strings& arguments) {
         mProgram = std::make_unique<ChildProcess>(servicePath(), arguments);
@@ -77,7 +71,7 @@ protected:
         EXPECT_TRUE(mProgram->waitForLine(line)) << "not reported: " << line;
     }
 
-    std::string mDirectory;
+    const std::string mDirectory = getenv("DISPLAYENGINE_RUNTIME_DIR");
     std::unique_ptr<ChildProcess> mProgram;
     sp<IDisplayEngineService> mService;
 };

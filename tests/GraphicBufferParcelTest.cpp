@@ -41,7 +41,7 @@ void writeWhole(const sp<GraphicBuffer>& buffer, Parcel* parcel) {
 std::string written(const DeGraphicBuffer& object) {
     Parcel parcel;
     EXPECT_EQ(object.writeToParcel(&parcel), OK);
-    return protocol::hex(parcel.data(), parcel.dataSize());
+    return protocol::hex(parcel);
 }
 
 uint8_t* pixels(const sp<GraphicBuffer>& buffer) {
@@ -83,7 +83,7 @@ TEST(GraphicBufferParcelTest, IntegersAndBufferSurviveInANewOrInTheHeldObject) {
         writeWhole(buffer, &parcel);
         EXPECT_EQ(object.readFromParcel(&parcel), OK);
         EXPECT_EQ(parcel.dataAvail(), 0U);
-        EXPECT_EQ(written(object), protocol::hex(parcel.data(), parcel.dataSize()));
+        EXPECT_EQ(written(object), protocol::hex(parcel));
         const sp<GraphicBuffer> read = object.getGraphicBuffer();
         ASSERT_NE(read, nullptr);
         EXPECT_NE(read, buffer);

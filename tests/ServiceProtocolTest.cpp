@@ -120,13 +120,6 @@ protected:
         return mPeer.takeRequest();
     }
 
-    status_t send(uint32_t code, const std::string& bytes, Parcel* reply) {
-        Parcel data;
-        const std::vector<uint8_t> raw = protocol::unhex(bytes);
-        data.setData(raw.data(), raw.size());
-        return mPeer.service->transact(code, data, reply);
-    }
-
     Peer mPeer;
     sp<IDisplayEngineService> mService = IDisplayEngineService::asInterface(mPeer.service);
     sp<IDisplayEngineService> mScripted = IDisplayEngineService::asInterface(mPeer.scripted);
@@ -139,28 +132,29 @@ const char kToken[] =
     "67006900 6e006500 2e004900 44006900 73007000 6c006100 79004500 6e006700 69006e00 65005300 "
     "65007200 76006900 63006500 00000000";
 
+/// The operations as the recording side sees them, and what its answers do to the results.
+struct {
+    uint32_t code;
+    const char* call;
+    const char* results;
+} const kOperations[] = {
+    {1, "getSupported 44", "1001 no 1,2,3 4,5,6,7,8"},
+    {2, "setScene 20 -100", "1002 no 1,2,3 4,5,6,7,8"},
+    {3, "setData 15 { FPS='60' }", "1003 no 1,2,3 4,5,6,7,8"},
+    {4, "getEffectEx 25 16 [ 1 2 3 ] 7", "1004 no 3,2,1,77 4,5,6,7,8"},
+    {5, "getEffect 33 14 [ 4 5 6 7 8 ] 9", "1005 no 1,2,3 8,7,6,5,4,77"},
+    {6, "getEffectExByData 44 { Key='player' Feature=44 } [ 1 2 3 ]", "1006 no 3,2,1,77 4,5,6,7,8"},
+    {7, "setEffect 25 16 { FPS='60' }", "1007 no 1,2,3 4,5,6,7,8"},
+    {8, "registerCallback told", kUntouched},
+    {9, "registerCallbackEx { Key='player' Feature=44 }", "-5 yes 1,2,3 4,5,6,7,8"},
+    {10, "unregisterCallback", kUntouched},
+    {11, "unregisterCallbackEx { Key='player' Feature=44 }", kUntouched},
+    {12, "processGraphicBuffer 1 2 none none", "1012 no 1,2,3 4,5,6,7,8"},
+};
+
 TEST_F(ServiceProtocolTest, EveryOperationCarriesItsArgumentsAndResults) {
-    struct {
-        uint32_t code;
-        const char* call;
-        const char* results;
-    } const cases[] = {
-        {1, "getSupported 44", "1001 no 1,2,3 4,5,6,7,8"},
-        {2, "setScene 20 -100", "1002 no 1,2,3 4,5,6,7,8"},
-        {3, "setData 15 { FPS='60' }", "1003 no 1,2,3 4,5,6,7,8"},
-        {4, "getEffectEx 25 16 [ 1 2 3 ] 7", "1004 no 3,2,1,77 4,5,6,7,8"},
-        {5, "getEffect 33 14 [ 4 5 6 7 8 ] 9", "1005 no 1,2,3 8,7,6,5,4,77"},
-        {6, "getEffectExByData 44 { Key='player' Feature=44 } [ 1 2 3 ]",
-         "1006 no 3,2,1,77 4,5,6,7,8"},
-        {7, "setEffect 25 16 { FPS='60' }", "1007 no 1,2,3 4,5,6,7,8"},
-        {8, "registerCallback told", kUntouched},
-        {9, "registerCallbackEx { Key='player' Feature=44 }", "-5 yes 1,2,3 4,5,6,7,8"},
-        {10, "unregisterCallback", kUntouched},
-        {11, "unregisterCallbackEx { Key='player' Feature=44 }", kUntouched},
-        {12, "processGraphicBuffer 1 2 none none", "1012 no 1,2,3 4,5,6,7,8"},
-    };
     const sp<RecordingCallback> callback = new RecordingCallback;
-    for (const auto& c : cases) {
+    for (const auto& c : kOperations) {
         SCOPED_TRACE(c.call);
         Results out;
         const Status status = callOperation(*mService, c.code, &out, callback);
@@ -210,8 +204,8 @@ TEST_F(ServiceProtocolTest, RequestsAndRepliesHaveTheirLayout) {
         EXPECT_EQ(request.flags & IBinder::FLAG_ONEWAY, 0U);
         EXPECT_EQ(request.bytes, std::string(kToken) + c.request);
         Parcel reply;
-        EXPECT_EQ(send(c.code, request.bytes, &reply), OK);
-        EXPECT_EQ(protocol::hex(reply.data(), reply.dataSize()), c.reply);
+        EXPECT_EQ(protocol::send(mPeer.service, c.code, request.bytes, &reply), OK);
+        EXPECT_EQ(protocol::hex(reply), c.reply);
     }
     // Two parcelables, present, without a buffer. (The service fills the output.)
     EXPECT_EQ(capture(12).bytes,
@@ -244,14 +238,23 @@ TEST_F(ServiceProtocolTest, ExceptionsTravelAndLeaveTheResultsAlone) {
         }
         mPeer.raise(c.exception, "no", c.code);
         Parcel reply;
-        EXPECT_EQ(send(1, std::string(kToken) + " 2c000000", &reply), OK);
-        EXPECT_EQ(protocol::hex(reply.data(), reply.dataSize()), c.reply);
+        EXPECT_EQ(protocol::send(mPeer.service, 1, std::string(kToken) + " 2c000000", &reply), OK);
+        EXPECT_EQ(protocol::hex(reply), c.reply);
     }
 }
 
 TEST_F(ServiceProtocolTest, AMalformedRequestReachesNothingAndWritesNothing) {
     const sp<RecordingCallback> callback = new RecordingCallback;
     const size_t tokenSize = protocol::unhex(kToken).size();
+    const sp<RecordingService> local = new RecordingService;
+    // What has been written beside an error shows only in this process.
+    const auto refusal = [&](uint32_t code, const std::string& bytes) {
+        Parcel reply;
+        const status_t status = protocol::send(mPeer.service, code, bytes, &reply);
+        EXPECT_EQ(protocol::send(local, code, bytes, &reply), status);
+        EXPECT_EQ(reply.dataSize(), 0U);
+        return status;
+    };
     for (uint32_t code = kFirst; code <= kLast; ++code) {
         const std::vector<uint8_t> whole = protocol::unhex(capture(code, callback).bytes);
         // The content of a graphic buffer reads as absent when it is not there, so the last request
@@ -259,14 +262,11 @@ TEST_F(ServiceProtocolTest, AMalformedRequestReachesNothingAndWritesNothing) {
         const size_t needed = code == kLast ? whole.size() - 4 : whole.size();
         for (size_t size = 0; size < needed; size += 4) {
             SCOPED_TRACE(testing::Message() << "code " << code << " cut to " << size);
-            Parcel reply;
-            const status_t status = send(code, protocol::hex(whole.data(), size), &reply);
+            const status_t status = refusal(code, protocol::hex(whole.data(), size));
             EXPECT_NE(status, OK);
             if (size < tokenSize) {
                 EXPECT_EQ(status, android::BAD_TYPE);
             }
-            EXPECT_EQ(mPeer.outcome().returned, status);
-            EXPECT_EQ(mPeer.outcome().replied, 0);
         }
     }
     struct {
@@ -288,9 +288,7 @@ TEST_F(ServiceProtocolTest, AMalformedRequestReachesNothingAndWritesNothing) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        Parcel reply;
-        EXPECT_EQ(send(c.code, c.bytes, &reply), c.status);
-        EXPECT_EQ(mPeer.outcome().replied, 0);
+        EXPECT_EQ(refusal(c.code, c.bytes), c.status);
     }
     int32_t result = 0;
     EXPECT_TRUE(mService->getSupported(1, &result).isOk());
@@ -311,9 +309,9 @@ TEST_F(ServiceProtocolTest, ANullWhereAValueIsRequiredIsANullPointerException) {
     };
     for (uint32_t i = 0; i < 3; ++i) {
         Parcel reply;
-        EXPECT_EQ(send(4 + i, kToken + std::string(requests[i]), &reply), OK);
-        EXPECT_EQ(protocol::hex(reply.data(), reply.dataSize()),
-                  "fcffffff 00000000 00000000 00000000");
+        EXPECT_EQ(protocol::send(mPeer.service, 4 + i, kToken + std::string(requests[i]), &reply),
+                  OK);
+        EXPECT_EQ(protocol::hex(reply), "fcffffff 00000000 00000000 00000000");
     }
     int32_t result = 0;
     EXPECT_TRUE(mService->getSupported(1, &result).isOk());
@@ -355,20 +353,17 @@ TEST_F(ServiceProtocolTest, AShortReplyIsTakenAsFarAsItGoes) {
 }
 
 TEST_F(ServiceProtocolTest, AnOlderServiceIsAnsweredForByTheDefaultImplementation) {
-    const auto callAll = [this](int32_t* answered, status_t* error) {
-        for (uint32_t code = kFirst; code <= kLast; ++code) {
+    const sp<RecordingCallback> callback = new RecordingCallback;
+    const auto expectError = [&](status_t error) {
+        mPeer.script(error, "00000000 01000000");
+        for (const auto& c : kOperations) {
             Results out;
-            const Status status = callOperation(*mScripted, code, &out, new RecordingCallback);
-            *error = status.transactionError();
-            *answered += status.isOk() ? 1 : 0;
+            const Status status = callOperation(*mScripted, c.code, &out, callback);
+            EXPECT_EQ(status.transactionError(), error) << c.call;
+            EXPECT_EQ(out.text(), kUntouched);
         }
     };
-    int32_t answered = 0;
-    status_t error = OK;
-    mPeer.script(android::UNKNOWN_TRANSACTION, "00000000 01000000");
-    callAll(&answered, &error);
-    EXPECT_EQ(answered, 0);
-    EXPECT_EQ(error, android::UNKNOWN_TRANSACTION);
+    expectError(android::UNKNOWN_TRANSACTION);
 
     EXPECT_FALSE(IDisplayEngineService::setDefaultImpl(nullptr));
     EXPECT_EQ(IDisplayEngineService::getDefaultImpl(), nullptr);
@@ -377,28 +372,19 @@ TEST_F(ServiceProtocolTest, AnOlderServiceIsAnsweredForByTheDefaultImplementatio
     EXPECT_TRUE(IDisplayEngineService::setDefaultImpl(std::move(fallback)));
     EXPECT_FALSE(IDisplayEngineService::setDefaultImpl(nullptr));
     EXPECT_EQ(IDisplayEngineService::getDefaultImpl().get(), &recorder);
-
-    callAll(&answered, &error);
-    EXPECT_EQ(answered, 12);
-    EXPECT_EQ(recorder.take(12),
-              (Strings{"getSupported 44", "setScene 20 -100", "setData 15 { FPS='60' }",
-                       "getEffectEx 25 16 [ 1 2 3 ] 7", "getEffect 33 14 [ 4 5 6 7 8 ] 9",
-                       "getEffectExByData 44 { Key='player' Feature=44 } [ 1 2 3 ]",
-                       "setEffect 25 16 { FPS='60' }", "registerCallback told",
-                       "registerCallbackEx { Key='player' Feature=44 }", "unregisterCallback",
-                       "unregisterCallbackEx { Key='player' Feature=44 }",
-                       "processGraphicBuffer 1 2 none none"}));
-
-    mPeer.script(android::INVALID_OPERATION);
-    callAll(&answered, &error);
-    EXPECT_EQ(answered, 12);
-    EXPECT_EQ(error, android::INVALID_OPERATION);
+    for (const auto& c : kOperations) {
+        Results out;
+        EXPECT_TRUE(callOperation(*mScripted, c.code, &out, callback).isOk()) << c.call;
+        EXPECT_EQ(recorder.take(1), Strings{c.call});
+        EXPECT_EQ(out.text(), c.results);
+    }
+    expectError(android::INVALID_OPERATION);
 }
 
 TEST_F(ServiceProtocolTest, OtherCodesGoToThePlatform) {
     for (const uint32_t code : {0U, 13U, 14U, 0x00ffffffU}) {
         Parcel reply;
-        EXPECT_EQ(send(code, std::string(kToken) + " 2c000000", &reply),
+        EXPECT_EQ(protocol::send(mPeer.service, code, std::string(kToken) + " 2c000000", &reply),
                   android::UNKNOWN_TRANSACTION);
     }
     EXPECT_EQ(mPeer.service->pingBinder(), OK);

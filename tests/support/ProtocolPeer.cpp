@@ -2,15 +2,12 @@
 
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
-#include <binder/Parcel.h>
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <utils/String16.h>
 #include <utils/String8.h>
 
 #include <cstring>
-#include <filesystem>
 #include <iostream>
 #include <utility>
 
@@ -21,6 +18,7 @@ using android::IBinder;
 using android::OK;
 using android::Parcel;
 using android::sp;
+using android::status_t;
 using android::String16;
 
 namespace protocol {
@@ -31,14 +29,6 @@ constexpr char kServiceName[] = "protocol.service";
 constexpr char kCallbackName[] = "protocol.callback";
 constexpr char kScriptedName[] = "protocol.scripted";
 constexpr char kReady[] = "ready";
-
-/// A private directory in which the two processes find each other.
-std::string makeRuntimeDirectory() {
-    std::string path = (std::filesystem::temp_directory_path() / "protocol.XXXXXX").string();
-    EXPECT_NE(mkdtemp(path.data()), nullptr);
-    setenv("DISPLAYENGINE_RUNTIME_DIR", path.c_str(), 1);
-    return path;
-}
 
 sp<IBinder> find(const char* name) {
     const sp<IBinder> found = android::defaultServiceManager()->getService(String16(name));
@@ -71,9 +61,7 @@ int testMain(int argc, char** argv) {
 
 struct Peer::Process {
     Process() { EXPECT_TRUE(child.waitForLine(kReady)); }
-    ~Process() { std::filesystem::remove_all(directory); }
 
-    const std::string directory = makeRuntimeDirectory();
     ChildProcess child{ChildProcess::ownPath(), {kPeerArgument}};
 };
 
@@ -90,6 +78,17 @@ Peer::~Peer() = default;
 void Peer::kill() const {
     mProcess->child.kill();
     mProcess->child.wait();
+}
+
+status_t send(const sp<IBinder>& binder, uint32_t code, const std::string& bytes, Parcel* reply) {
+    Parcel data;
+    const std::vector<uint8_t> raw = unhex(bytes);
+    data.setData(raw.data(), raw.size());
+    return binder->transact(code, data, reply);
+}
+
+std::string hex(const Parcel& parcel) {
+    return hex(parcel.data(), parcel.dataSize());
 }
 
 std::string hex(const uint8_t* bytes, size_t size) {
@@ -138,14 +137,6 @@ void Peer::raise(int32_t exception, const char* message, int32_t code) const {
     data.writeString16(String16(message));
     data.writeInt32(code);
     EXPECT_EQ(service->transact(CONTROL_RAISE, data, &reply), OK);
-}
-
-Peer::Outcome Peer::outcome() const {
-    Parcel data;
-    Parcel reply;
-    EXPECT_EQ(service->transact(CONTROL_OUTCOME, data, &reply), OK);
-    const int32_t returned = reply.readInt32();
-    return {returned, reply.readInt32()};
 }
 
 void Peer::script(android::status_t returned, const std::string& reply) const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <binder/IBinder.h>
+#include <binder/Parcel.h>
 #include <utils/Errors.h>
 #include <utils/StrongPointer.h>
 
@@ -17,9 +18,14 @@ int testMain(int argc, char** argv);
 
 /// Bytes as text, in groups of four: "05000000 ff". The layouts in the tests are written this way.
 std::string hex(const uint8_t* bytes, size_t size);
+std::string hex(const android::Parcel& parcel);
 std::vector<uint8_t> unhex(const std::string& text);
 
-/// A started peer. Gives up its runtime directory and the process when it goes.
+/// Makes a two-way transaction with exactly these bytes.
+android::status_t send(const android::sp<android::IBinder>& binder, uint32_t code,
+                       const std::string& bytes, android::Parcel* reply);
+
+/// A started peer. Its process ends when this goes.
 class Peer {
 public:
     Peer();
@@ -38,13 +44,6 @@ public:
 
     /// Makes the service's next operation answer with an exception; `code` is the service's own.
     void raise(int32_t exception, const char* message, int32_t code = 0) const;
-
-    struct Outcome {
-        android::status_t returned;
-        int32_t replied;  // bytes
-    };
-    /// What the service's onTransact did last.
-    Outcome outcome() const;
 
     /// Makes every later transaction of the scripted object return `returned` and these bytes.
     void script(android::status_t returned, const std::string& reply = "") const;

@@ -106,16 +106,7 @@ status_t RecordingService::onTransact(uint32_t code, const Parcel& data, Parcel*
                     : Status::fromExceptionCode(exception, message);
         return OK;
     }
-    if (code == CONTROL_OUTCOME) {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        reply->writeInt32(mReturned);
-        return reply->writeInt32(static_cast<int32_t>(mReplied));
-    }
-    const status_t returned = BnDisplayEngineService::onTransact(code, data, reply, flags);
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mReturned = returned;
-    mReplied = reply->dataSize();
-    return returned;
+    return BnDisplayEngineService::onTransact(code, data, reply, flags);
 }
 
 Status RecordingService::finish(std::string call) {

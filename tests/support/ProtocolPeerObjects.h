@@ -73,9 +73,7 @@ private:
 
     Journal mJournal;
     std::mutex mMutex;
-    Status mNext;  // guarded by mMutex, as the two below
-    android::status_t mReturned = android::OK;
-    size_t mReplied = 0;
+    Status mNext;  // guarded by mMutex
 };
 
 class RecordingCallback : public com::tivora::displayengine::BnDisplayEngineCallback {
