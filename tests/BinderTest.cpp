@@ -370,6 +370,7 @@ TEST_F(BinderTest, AForkedChildHasNoPartInItsParentsConnections) {
     Parcel reply;
     EXPECT_EQ(mPeer->transact(PeerObject::FORK, Parcel(), &reply), OK);
     const pid_t orphan = reply.readInt32();
+    ASSERT_GT(orphan, 0);
     mProgram->kill();
     EXPECT_EQ(mPeer->pingBinder(), DEAD_OBJECT);
     EXPECT_EQ(defaultServiceManager()->checkService(String16("peer")), nullptr);

@@ -72,7 +72,7 @@ std::shared_ptr<Connection> BinderProcess::addConnection(ForkSafeFd socket, cons
     return connection;
 }
 
-bool BinderProcess::acceptConnection(ForkSafeFd socket, const Peer& peer,
+bool BinderProcess::acceptConnection(ForkSafeFd& socket, const Peer& peer,
                                      const std::function<void(Connection&)>& welcome) {
     std::shared_ptr<Connection> connection;
     {

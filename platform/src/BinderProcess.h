@@ -51,8 +51,8 @@ public:
     };
     /// Takes up the connection of a peer that reaches out to this process. `welcome` tells the peer
     /// so, before anything else can be sent. False, without a welcome, when there is a connection
-    /// already or this process's own attempt has precedence.
-    bool acceptConnection(ForkSafeFd socket, const Peer& peer,
+    /// already or this process's own attempt has precedence; the socket is then still the caller's.
+    bool acceptConnection(ForkSafeFd& socket, const Peer& peer,
                           const std::function<void(Connection&)>& welcome);
 
 private:

@@ -322,7 +322,7 @@ void ServiceRegistry::answer(Visitor& visitor) {
     }
     const int socket = visitor.socket.get();
     const bool accepted =
-        mProcess.acceptConnection(std::move(visitor.socket), visitor.peer, [&](Connection& made) {
+        mProcess.acceptConnection(visitor.socket, visitor.peer, [&](Connection& made) {
             answer.outcome = Outcome::kGranted;
             answer.handle = made.exportObject(service);
             sendRecord(socket, answer);

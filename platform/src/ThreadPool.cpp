@@ -137,13 +137,15 @@ void ThreadPool::run(bool started) {
 /// Waits, and reads the connection that has become readable; what is to be run of that.
 std::vector<ThreadPool::Job> ThreadPool::waitForWork() {
     epoll_event event = {};
-    if (::epoll_wait(mEpoll.get(), &event, 1, -1) != 1 || event.data.u64 == kWakeupId) {
+    const int count = ::epoll_wait(mEpoll.get(), &event, 1, -1);
+    const uint64_t id = event.data.u64;  // a copy: the record is packed, hence misaligned
+    if (count != 1 || id == kWakeupId) {
         return {};
     }
     std::shared_ptr<Connection> connection;
     {
         const std::lock_guard<std::mutex> lock(mLock);
-        const auto found = mWatched.find(event.data.u64);
+        const auto found = mWatched.find(id);
         if (mStopping || found == mWatched.end()) {
             return {};
         }

@@ -96,6 +96,10 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
 ChildProcess::~ChildProcess() {
     kill(SIGKILL);
     wait();
+    // A program that is killed cannot report by its exit status what a sanitizer has found.
+    if (standardError().find("Sanitizer") != std::string::npos) {
+        ADD_FAILURE() << "a sanitizer has found a fault in process " << mPid;
+    }
     if (testing::Test::HasFailure()) {
         std::cerr << "standard error of process " << mPid << ":\n" << standardError();
     }
