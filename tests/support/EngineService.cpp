@@ -51,7 +51,7 @@ sp<EngineService> EngineService::install() {
 void EngineService::reset() {
     support = 1;
     config = defaultConfig();
-    supportStatus = configStatus = registerStatus = Status::ok();
+    supportStatus = configStatus = registerStatus = dataStatus = Status::ok();
     registerResult = true;
     whenAsked = nullptr;
     const std::lock_guard<std::mutex> lock(mMutex);
@@ -89,6 +89,14 @@ Status EngineService::getSupported(int32_t feature, int32_t* result) {
     }
     *result = support;
     return supportStatus;
+}
+
+Status EngineService::setData(int32_t type, const Bundle& data, int32_t* result) {
+    int32_t value = -1;
+    data.getInt(String16("forceEnable"), &value);
+    record("setData " + std::to_string(type) + " forceEnable=" + std::to_string(value));
+    *result = -1;  // Nobody looks at it.
+    return dataStatus;
 }
 
 Status EngineService::getEffectExByData(int32_t feature, const Bundle& data,

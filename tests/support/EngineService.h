@@ -27,6 +27,7 @@ public:
     Status supportStatus;
     Status configStatus;
     Status registerStatus;
+    Status dataStatus;
     bool registerResult;
     std::function<void()> whenAsked;  ///< Called for each getSupported, on the caller's thread.
 
@@ -38,6 +39,7 @@ public:
     Callback callback() const;
 
     Status getSupported(int32_t feature, int32_t* result) override;
+    Status setData(int32_t type, const Bundle& data, int32_t* result) override;
     Status getEffectExByData(int32_t feature, const Bundle& data, std::vector<int32_t>* status,
                              int32_t* result) override;
     Status registerCallbackEx(const Callback& callback, const Bundle& data, bool* result) override;
