@@ -27,13 +27,13 @@ uint32_t rowChange(const uint8_t* a, const uint8_t* b, int width) {
 void drawSeam(uint8_t* luma, uint8_t* chroma, int width, int height, int stride) {
     const int middle = width / 2;
     const int first = std::max(middle - kSeamHalfWidth, 0);
-    const int last = std::min(middle + kSeamHalfWidth - 1, width - 1);
+    const int last = std::min(middle + kSeamHalfWidth, width) - 1;
     for (int y = 0; y < height; ++y) {
+        uint8_t* lumaRow = luma + static_cast<ptrdiff_t>(y) * stride;
+        uint8_t* chromaRow = chroma + static_cast<ptrdiff_t>(y / 2) * stride;
         for (int x = first; x <= last; ++x) {
-            luma[static_cast<ptrdiff_t>(y) * stride + x] =
-                x == first || x == last ? kSeamEdgeLuma : kSeamLuma;
-            chroma[static_cast<ptrdiff_t>(y / 2) * stride + x / 2 * 2] = kNoColour;
-            chroma[static_cast<ptrdiff_t>(y / 2) * stride + x / 2 * 2 + 1] = kNoColour;
+            lumaRow[x] = x == first || x == last ? kSeamEdgeLuma : kSeamLuma;
+            chromaRow[x] = kNoColour;
         }
     }
 }

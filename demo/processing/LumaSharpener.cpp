@@ -40,7 +40,7 @@ int16_t strengthAt(int16_t gradient) {
 
 void LumaSharpener::prepare(int width) {
     mWidth = width;
-    mRowBytes = static_cast<size_t>(width) + 2 * kRadius;
+    mRowBytes = static_cast<size_t>(width + 2 * kRadius);
     mRows.resize(kRingRows * mRowBytes);
     mColumn.resize(mRowBytes);
     mSlope.resize(mRowBytes);
