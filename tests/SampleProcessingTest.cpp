@@ -179,6 +179,7 @@ TEST(SampleProcessing, RefusesWhatItCannotProcess) {
         [](Submission& s) { s.node.buffer.uv = nullptr; },
         [](Submission& s) { s.node.buffer.width = 0; },
         [](Submission& s) { s.node.buffer.height = -1; },
+        [](Submission& s) { s.node.buffer.width = s.node.buffer.stride = INT32_MAX; },
         [](Submission& s) { s.node.buffer.stride = kWidth - 1; },
     };
     for (const Spoil& spoil : spoils) {

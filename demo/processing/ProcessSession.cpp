@@ -5,6 +5,9 @@ namespace {
 // A slowed frame is held back at every so many rows.
 constexpr int kPaceRows = 16;
 
+// More than any video has, and far from what would overflow the arithmetic.
+constexpr int kLargestSide = 1 << 15;
+
 bool sameFrame(const AisrBuffer& a, const AisrBuffer& b) {
     return a.id == b.id && a.idx == b.idx;
 }
