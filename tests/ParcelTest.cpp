@@ -156,7 +156,7 @@ TEST(Parcel, RefusesWhatCannotBe) {
         {"no parcelable", {0}, readBundle, UNEXPECTED_NULL},
         {"bundle without its length", {1}, readBundle, NOT_ENOUGH_DATA},
         {"negative bundle", {1, kNone, kMagic, 0}, readBundle, BAD_VALUE},
-        {"bundle of another magic", {1, 4, 1, 0}, readBundle, BAD_VALUE},
+        {"bundle of another magic", {1, 20, 1, 1, 1, 'k', 1, 5}, readBundle, BAD_VALUE},
         {"bundle beyond the data", {1, 24, kMagic, 1, 1, 'k', 1, 5}, readBundle, BAD_VALUE},
         {"bundle shorter than its entries",
          {1, 16, kMagic, 1, 1, 'k', 1, 5},
@@ -264,7 +264,7 @@ TEST(PersistableBundle, BoundsItsNesting) {
 
     // A peer that keeps no bound: one level more around the deepest that was written.
     Bytes forged =
-        words({4 + 16 + static_cast<uint32_t>(parcel.dataSize()), 0x4C444E42, 1, 1, 'p', 25});
+        words({16 + static_cast<uint32_t>(parcel.dataSize()), 0x4C444E42, 1, 1, 'p', 25});
     const Bytes deepest = content(parcel);
     forged.insert(forged.end(), deepest.begin(), deepest.end());
     parcel.setData(forged.data(), forged.size());
@@ -272,52 +272,54 @@ TEST(PersistableBundle, BoundsItsNesting) {
 }
 
 TEST(Parcel, CarriesBindersAndDescriptorsBesideTheData) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
+    constexpr int32_t kBinderType = 0x73622A85;
+    constexpr size_t kDescriptorAt = 4;
+    constexpr size_t kBinderAt = kDescriptorAt + 24;
+    const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
     const sp<IBinder> binder = sp<BBinder>::make();
     int inside = -1;
     {
         Parcel parcel;
-        ASSERT_EQ(parcel.writeInt32(1), OK);
+        parcel.writeInt32(1);
+        ASSERT_EQ(parcel.writeDupFileDescriptor(null), OK);
         ASSERT_EQ(parcel.writeStrongBinder(binder), OK);
-        ASSERT_EQ(parcel.writeDupFileDescriptor(ends[1]), OK);
         ASSERT_EQ(parcel.objects().size(), 2u);
-        EXPECT_EQ(parcel.objects()[0].offset, 4u);
-        EXPECT_EQ(parcel.objects()[1].offset, 4u + 24 + 4);
-        EXPECT_EQ(binder->getStrongCount(), 2);
+        EXPECT_EQ(parcel.objects()[0].offset, kDescriptorAt);
+        EXPECT_EQ(parcel.objects()[1].offset, kBinderAt);
 
-        parcel.setDataPosition(4);
         sp<IBinder> read;
-        EXPECT_EQ(parcel.readStrongBinder(&read), OK);
-        EXPECT_EQ(read, binder);
+        parcel.setDataPosition(kDescriptorAt);
         inside = parcel.readFileDescriptor();
         EXPECT_TRUE(isOpen(inside));
-        EXPECT_NE(inside, ends[1]);
-        EXPECT_EQ(parcel.readFileDescriptor(), -1);  // past the end
-
-        // A descriptor's place is no binder's, and neither survives being written over.
-        parcel.setDataPosition(4 + 24 + 4);
+        EXPECT_NE(inside, null);
+        EXPECT_EQ(parcel.readStrongBinder(&read), OK);
+        EXPECT_EQ(read, binder);
+        EXPECT_EQ(parcel.dataAvail(), 0u);
+        EXPECT_EQ(parcel.readFileDescriptor(), -1);
+        parcel.setDataPosition(kDescriptorAt);
         EXPECT_EQ(parcel.readStrongBinder(&read), BAD_TYPE);
-        parcel.setDataPosition(8);
-        ASSERT_EQ(parcel.writeInt32(0), OK);
+
+        // An object written over is gone, also for a placeholder that claims to be one.
+        parcel.setDataPosition(kDescriptorAt);
+        parcel.writeInt32(kBinderType);
         EXPECT_EQ(parcel.objects().size(), 1u);
-        parcel.setDataPosition(4);
-        EXPECT_EQ(parcel.readStrongBinder(&read), BAD_TYPE);
-        EXPECT_EQ(parcel.setDataSize(4 + 24 + 4 + 20), OK);
-        EXPECT_TRUE(parcel.objects().empty());
         EXPECT_FALSE(isOpen(inside));
+        parcel.setDataPosition(kDescriptorAt);
+        EXPECT_EQ(parcel.readStrongBinder(&read), BAD_TYPE);
+        EXPECT_EQ(parcel.setDataSize(kBinderAt + 20), OK);
+        EXPECT_TRUE(parcel.objects().empty());
 
-        parcel.setDataPosition(0);
-        ASSERT_EQ(parcel.writeDupFileDescriptor(ends[1]), OK);
+        ASSERT_EQ(parcel.writeDupFileDescriptor(null), OK);
         inside = parcel.objects().at(0).fd;
     }
     EXPECT_FALSE(isOpen(inside));
-    EXPECT_TRUE(isOpen(ends[1]));
     EXPECT_EQ(binder->getStrongCount(), 1);
+
+    // A placeholder and its entry that disagree.
     Parcel parcel;
-    EXPECT_EQ(parcel.writeDupFileDescriptor(-1), -EBADF);
-    close(ends[0]);
-    close(ends[1]);
+    sp<IBinder> read;
+    ASSERT_EQ(parcel.ipcSetData(words({kBinderType, 0, 1, 0, 0, 0, 0}), {{0, nullptr, null}}), OK);
+    EXPECT_EQ(parcel.readNullableStrongBinder(&read), BAD_TYPE);
 }
 
 TEST(Parcel, TakesOverWhatAPeerSentOrNothing) {

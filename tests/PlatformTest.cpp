@@ -83,9 +83,12 @@ TEST(Strings, ConvertBothWaysAndReplaceWhatIsBroken) {
         const String8 narrow(wide);
         EXPECT_EQ(std::string(narrow.c_str(), narrow.size()), c.back) << c.utf8;
     }
-    const char16_t unpaired[] = {0xDE00, 'a', 0xD83D, 'b', 0xD83D, 0xD83D, 0xDE00, 0xD83D};
+    const char16_t unpaired[] = {0xDE00, 0xDE00, 0xD83D, 'b', 0xD83D, 0xD83D, 0xDE00, 0xD83D};
     EXPECT_EQ(String8(unpaired, std::size(unpaired)),
-              String8((bad + "a" + bad + "b" + bad + "\xF0\x9F\x98\x80" + bad).c_str()));
+              String8((bad + bad + bad + "b" + bad + "\xF0\x9F\x98\x80" + bad).c_str()));
+    // What would complete a sequence lies behind the end.
+    EXPECT_EQ(String16("\xC3\xA9", 1), String16(u"\uFFFD"));
+    EXPECT_EQ(String8(u"\U0001F600", 1), String8(bad.c_str()));
     EXPECT_TRUE(String16(static_cast<const char*>(nullptr)).empty());
 }
 
@@ -137,8 +140,19 @@ TEST(Log, HandsOverWholeTexts) {
 TEST(Log, WritesWholeLinesToStandardError) {
     constexpr int kThreads = 4;
     constexpr int kLines = 50;
-    constexpr size_t kLength = 9000;  // more than a pipe takes at once
-    testing::internal::CaptureStderr();
+    constexpr size_t kLength = 9000;  // more than a pipe takes without mixing
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const int standardError = dup(STDERR_FILENO);
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[1]);
+    std::string written;
+    std::thread reader([&written, end = ends[0]] {
+        char part[4096];
+        for (ssize_t count = 0; (count = read(end, part, sizeof part)) > 0;) {
+            written.append(part, static_cast<size_t>(count));
+        }
+    });
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([text = std::string(kLength, static_cast<char>('a' + i))] {
@@ -150,7 +164,12 @@ TEST(Log, WritesWholeLinesToStandardError) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    std::istringstream output(testing::internal::GetCapturedStderr());
+    dup2(standardError, STDERR_FILENO);
+    close(standardError);
+    reader.join();
+    close(ends[0]);
+
+    std::istringstream output(written);
     const std::regex form(R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +)" + std::to_string(getpid()) +
                           R"( +\d+ I tag: )");
     int lines = 0;
@@ -262,20 +281,20 @@ sp<GraphicBuffer> makeBuffer(uint32_t width, uint32_t height, PixelFormat format
 }
 
 TEST(GraphicBuffer, SharesItsMemoryThroughTheFlatForm) {
-    const sp<GraphicBuffer> ours = makeBuffer(33, 7, HAL_PIXEL_FORMAT_YCRCB_420_SP);
+    const sp<GraphicBuffer> ours = makeBuffer(4081, 1, HAL_PIXEL_FORMAT_YCRCB_420_SP);
     ASSERT_EQ(ours->initCheck(), OK);
     const sp<GraphicBuffer> theirs = makeBuffer(2, 2, PIXEL_FORMAT_RGBA_8888);
     ASSERT_EQ(Flat(*ours).readInto(theirs.get()), OK);
-    EXPECT_EQ(theirs->getWidth(), 33u);
-    EXPECT_EQ(theirs->getHeight(), 7u);
-    EXPECT_EQ(theirs->getStride(), 48u);
+    EXPECT_EQ(theirs->getWidth(), 4081u);
+    EXPECT_EQ(theirs->getHeight(), 1u);
+    EXPECT_EQ(theirs->getStride(), 4096u);
     EXPECT_EQ(theirs->getPixelFormat(), HAL_PIXEL_FORMAT_YCRCB_420_SP);
     EXPECT_EQ(theirs->getUsage(), GraphicBuffer::USAGE_SW_WRITE_OFTEN);
     void* written = nullptr;
     void* seen = nullptr;
     ASSERT_EQ(ours->lock(GraphicBuffer::USAGE_SW_WRITE_OFTEN, &written), OK);
     ASSERT_EQ(theirs->lock(GraphicBuffer::USAGE_SW_READ_OFTEN, &seen), OK);
-    const size_t last = 48 * 8 * 3 / 2 - 1;  // both chroma rows of the odd height are there
+    const size_t last = 4096 * 3 - 1;  // an odd height still has whole rows of chroma
     static_cast<uint8_t*>(written)[last] = 0x5A;
     EXPECT_EQ(static_cast<uint8_t*>(seen)[last], 0x5A);
 

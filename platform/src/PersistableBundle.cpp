@@ -157,8 +157,7 @@ status_t PersistableBundle::readNested(const Parcel* parcel, int depth) {
     if (length != 0) {
         int32_t magic = 0;
         int32_t count = 0;
-        if (depth > kMaxDepth || length < 0 || parcel->readInt32(&magic) != OK || magic != kMagic ||
-            static_cast<size_t>(length) > parcel->dataAvail()) {
+        if (depth > kMaxDepth || length < 0 || parcel->readInt32(&magic) != OK || magic != kMagic) {
             return BAD_VALUE;
         }
         const size_t end = parcel->dataPosition() + static_cast<size_t>(length);

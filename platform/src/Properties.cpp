@@ -37,12 +37,10 @@ bool findInFile(const std::string& key, std::string* value) {
     bool found = false;
     for (std::string line; std::getline(file, line);) {
         const size_t equals = line.find('=');
-        if (equals == std::string::npos || trimmed(line)[0] == '#' ||
-            trimmed(line.substr(0, equals)) != key) {
-            continue;
+        if (equals != std::string::npos && trimmed(line.substr(0, equals)) == key) {
+            *value = trimmed(line.substr(equals + 1));
+            found = true;
         }
-        *value = trimmed(line.substr(equals + 1));
-        found = true;
     }
     return found;
 }
