@@ -8,6 +8,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -188,7 +190,8 @@ public:
     }
     uint64_t enter() {
         Request request;
-        request.instance = 4711;
+        static uint64_t instance = 4711;  // of the client's process: each is another one
+        request.instance = instance++;
         sendBytes(&request, sizeof(request));
         Answer answer;
         EXPECT_EQ(recv(mSocket, &answer, sizeof(answer), MSG_WAITALL), sizeof(answer));
@@ -196,14 +199,12 @@ public:
         return answer.handle;
     }
     void sendFrame(const FrameHeader& header, const std::vector<WireObject>& objects = {}) {
-        sendBytes(&header, sizeof(header));
-        const std::vector<uint8_t> data(std::min<size_t>(header.dataSize, 64));
-        if (!data.empty()) {
-            sendBytes(data.data(), data.size());
-        }
-        if (!objects.empty()) {
-            sendBytes(objects.data(), objects.size() * sizeof(WireObject));
-        }
+        // In one piece, since the service may hang up as soon as it has seen the header.
+        std::vector<uint8_t> bytes(sizeof(header) + std::min<size_t>(header.dataSize, 64));
+        std::memcpy(bytes.data(), &header, sizeof(header));
+        const auto* const records = reinterpret_cast<const uint8_t*>(objects.data());
+        bytes.insert(bytes.end(), records, records + objects.size() * sizeof(WireObject));
+        sendBytes(bytes.data(), bytes.size());
     }
     /// Waits for the service to hang up.
     bool isClosed() {
