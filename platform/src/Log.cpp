@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <mutex>
 #include <string>
 
 namespace {
@@ -14,12 +13,6 @@ namespace {
 constexpr size_t kUsualLength = 1024;
 
 std::atomic<__android_logger_function> gLogger{__android_log_stderr_logger};
-
-std::mutex& outputMutex() {
-    // Never destroyed: threads and destructors log until the very end of the process.
-    static std::mutex& mutex = *new std::mutex;
-    return mutex;
-}
 
 /// Logging must not disturb the error number that its caller is about to look at.
 class ErrnoKeeper {
@@ -109,6 +102,9 @@ void __android_log_set_logger(__android_logger_function logger) {
 
 void __android_log_stderr_logger(const __android_log_message* message) {
     const std::string line = linePrefix(*message) + message->tag + ": " + message->message + "\n";
-    const std::lock_guard<std::mutex> lock(outputMutex());
+    // The stream's own lock: it lasts until the very end of the process, a child of fork finds it
+    // free, and what the program itself prints there stays apart too.
+    flockfile(stderr);
     writeAll(line);
+    funlockfile(stderr);
 }
