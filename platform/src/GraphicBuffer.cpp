@@ -73,7 +73,8 @@ bool isSharedMemory(int fd, size_t bytes) {
 GraphicBuffer::GraphicBuffer() = default;
 
 GraphicBuffer::GraphicBuffer(uint32_t width, uint32_t height, PixelFormat format,
-                             uint32_t layerCount, uint64_t usage, std::string requestorName) {
+                             uint32_t layerCount, uint64_t usage,
+                             const std::string& requestorName) {
     Shape shape;
     shape.width = width;
     shape.height = height;

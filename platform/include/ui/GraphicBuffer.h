@@ -36,7 +36,7 @@ public:
     GraphicBuffer();
     /** Allocates memory for one image, filled with zeros. initCheck() tells the outcome. */
     GraphicBuffer(uint32_t width, uint32_t height, PixelFormat format, uint32_t layerCount,
-                  uint64_t usage, std::string requestorName = "<Unknown>");
+                  uint64_t usage, const std::string& requestorName = "<Unknown>");
 
     /**
      * OK with memory, NO_INIT without; BAD_VALUE for dimensions or a format that cannot be,
