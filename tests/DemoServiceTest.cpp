@@ -108,29 +108,30 @@ TEST_F(DemoServiceTest, FeaturesAreAnsweredAndKeepWhatIsSet) {
         EXPECT_EQ(result, c.result);
         EXPECT_EQ(std::string(buffer.begin(), buffer.end()).substr(0, c.begin.size()), c.begin);
     }
-    int32_t results[6] = {};
+    int32_t results[7] = {};
     PersistableBundle rate;
-    rate.putString(String16("FPS"), String16("60\nready"));
+    rate.putString(String16("FPS"), String16("60\n\x7fready"));
     EXPECT_TRUE(mService->setScene(20, 100, &results[0]).isOk());
     EXPECT_TRUE(mService->setScene(20, -1, &results[1]).isOk());
     EXPECT_TRUE(mService->setData(15, rate, &results[2]).isOk());
     EXPECT_TRUE(mService->setData(24, entry("forceEnable", 2), &results[3]).isOk());
     EXPECT_TRUE(mService->setEffect(33, 14, entry("Value", 7), &results[4]).isOk());
     EXPECT_TRUE(mService->setEffect(25, 16, entry("Value", 2), &results[5]).isOk());
-    EXPECT_EQ(std::vector<int32_t>(results, results + 6),
-              (std::vector<int32_t>{0, kRefused, 0, kRefused, 0, kRefused}));
+    EXPECT_TRUE(mService->setEffect(33, 14, entry("Value", -1), &results[6]).isOk());
+    EXPECT_EQ(std::vector<int32_t>(results, results + 7),
+              (std::vector<int32_t>{0, kRefused, 0, kRefused, 0, kRefused, kRefused}));
     std::vector<int32_t> alpha = {-1};
     EXPECT_TRUE(mService->getEffectEx(33, 14, &alpha, 1, results).isOk());
     EXPECT_EQ(alpha, std::vector<int32_t>{7});
 
     command("status");
     expectLine("setScene scene=20 value=100 result=0");
-    expectLine("setData type=15 data={FPS=\"60\\x0aready\"} result=0");
+    expectLine("setData type=15 data={FPS=\"60\\x0a\\x7fready\"} result=0");
     expectLine("setEffect feature=25 type=16 data={Value=2} result=-22");
     expectLine("status enable=on");
     expectLine("status scene=20 value=100");
     expectLine("status feature=33 type=14 value=7");
-    expectLine("status frame-rate=\"60\\x0aready\"");
+    expectLine("status frame-rate=\"60\\x0a\\x7fready\"");
 }
 
 TEST_F(DemoServiceTest, TheConfigurationFollowsTheOptionsAndTheEnableState) {
@@ -191,7 +192,8 @@ TEST_F(DemoServiceTest, TheConfigurationFollowsTheOptionsAndTheEnableState) {
 }
 
 TEST_F(DemoServiceTest, AKeyHasOneCallbackAndItIsToldTheState) {
-    start({"--toggle", "0:off"});
+    start({"--toggle", "0.02:off", "--toggle", "0:on"});
+    expectLine("enable on clients=0");
     expectLine("enable off clients=0");
     const std::string self = " pid=" + std::to_string(getpid());
     const sp<RecordingCallback> first = new RecordingCallback;
@@ -285,6 +287,7 @@ TEST_F(DemoServiceTest, ABadStartSaysWhyAndFails) {
         {{"--min-width", "wide"}, mDirectory, "--min-width"},
         {{"--short-config", "14"}, mDirectory, "--short-config"},
         {{"--toggle", "1:maybe"}, mDirectory, "'1:maybe' is not SECONDS:on"},
+        {{"--toggle", "1x:on"}, mDirectory, "'1x:on' is not SECONDS:on"},
         {{"--toggle", "-1:on"}, mDirectory, "'-1:on' is not SECONDS:on"},
         {{}, mDirectory, "another process has already registered"},
         {{}, shared, "the runtime directory belongs to another user or is open to others"},
