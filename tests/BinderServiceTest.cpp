@@ -154,18 +154,18 @@ TEST_F(BinderServiceTest, GetServiceWaitsForTheService) {
 TEST_F(BinderServiceTest, TwoProcessesThatFindEachOtherHaveOneConnection) {
     ProcessState::self()->startThreadPool();
     const sp<IBinder> own = new PeerObject();
-    ASSERT_EQ(add("own", own), OK);
+    ASSERT_EQ(add("mutual", own), OK);
     for (int round = 0; round < 8; ++round) {
         const auto peer = startPeer();
         ASSERT_TRUE(peer->waitForLine("registered"));
-        peer->writeLine("lookup own");
+        peer->writeLine("lookup mutual");
         const sp<IBinder> remote = find("peer");
         ASSERT_NE(remote, nullptr);
         EXPECT_EQ(peer->readLine(), "found");
         // Over a second connection the own object would come home as somebody else's.
         Parcel request;
         Parcel reply;
-        request.writeString16(String16("own"));
+        request.writeString16(String16("mutual"));
         EXPECT_EQ(remote->transact(PeerObject::LOOK_UP, request, &reply), OK);
         EXPECT_EQ(reply.readStrongBinder(), own);
     }

@@ -11,7 +11,9 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <numeric>
 #include <string>
@@ -123,6 +125,19 @@ std::string readAll(int descriptor) {
     return text;
 }
 
+/// Waits until the main thread of a process waits for something itself.
+void waitUntilAsleep(pid_t process) {
+    char state = 'R';
+    while (state != 'S') {
+        std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+        std::string text((std::istreambuf_iterator<char>(file)), {});
+        const size_t name = text.rfind(')');
+        ASSERT_NE(name, std::string::npos) << "the process is gone";
+        state = text[name + 2];
+        ASSERT_NE(state, 'Z') << "the process has ended";
+    }
+}
+
 TEST_F(BinderTest, ACallAnswersWhatTheObjectAnswers) {
     start();
     for (const status_t status : {status_t{OK}, status_t{android::BAD_TYPE}, -42}) {
@@ -188,7 +203,7 @@ TEST_F(BinderTest, ABlockedCallKeepsNeitherOtherCallsNorTheirRepliesBack) {
 }
 
 TEST_F(BinderTest, OnewayCallsArriveInOrderOneAtATimeAndNeverBlockTheSender) {
-    start();
+    start("none");
     gate("shut");
     const auto record = [this](int32_t number, size_t size) {
         Parcel request;
@@ -196,7 +211,7 @@ TEST_F(BinderTest, OnewayCallsArriveInOrderOneAtATimeAndNeverBlockTheSender) {
         request.setDataSize(size);
         return call(PeerObject::RECORD, request, IBinder::FLAG_ONEWAY);
     };
-    // More than any socket holds, while nobody takes a single one up.
+    // More than any socket holds, while nobody even reads.
     int32_t sent = 0;
     while (sent < 1000) {
         ASSERT_EQ(record(sent++, 2000), OK);
@@ -207,6 +222,7 @@ TEST_F(BinderTest, OnewayCallsArriveInOrderOneAtATimeAndNeverBlockTheSender) {
         ASSERT_LT(++sent, 1100);
     }
     EXPECT_EQ(status, FAILED_TRANSACTION);
+    mProgram->writeLine("pool");
     gate("open");
     for (int round = 0; round < 2; ++round) {
         Parcel awaited;
@@ -231,8 +247,10 @@ TEST_F(BinderTest, ThePoolHasAtMostFifteenThreads) {
     while (calls.size() < 15) {
         calls.push_back(callBlocked());
     }
-    for (int i = 0; i < 5; ++i) {
-        calls.push_back(std::async(std::launch::async, [this] { return call(PeerObject::BLOCK); }));
+    // One more is with the peer before its gate opens, and runs after that.
+    EXPECT_EQ(call(PeerObject::RECORD, IBinder::FLAG_ONEWAY), OK);
+    for (int i = 0; i < 100; ++i) {
+        gate("shut");  // changes nothing, but gives a sixteenth thread every occasion
     }
     gate("open");
     for (auto& result : calls) {
@@ -240,7 +258,7 @@ TEST_F(BinderTest, ThePoolHasAtMostFifteenThreads) {
     }
     Parcel awaited;
     Parcel reply;
-    awaited.writeInt32(0);
+    awaited.writeInt32(1);
     EXPECT_EQ(mPeer->transact(PeerObject::RECORDED, awaited, &reply), OK);
     EXPECT_EQ(reply.readInt32(), 15);
 }
@@ -372,6 +390,7 @@ TEST_F(BinderTest, AForkedChildHasNoPartInItsParentsConnections) {
     const pid_t orphan = reply.readInt32();
     ASSERT_GT(orphan, 0);
     mProgram->kill();
+    mProgram->wait();
     EXPECT_EQ(mPeer->pingBinder(), DEAD_OBJECT);
     EXPECT_EQ(defaultServiceManager()->checkService(String16("peer")), nullptr);
     EXPECT_EQ(kill(orphan, SIGKILL), 0);
@@ -389,6 +408,7 @@ TEST_F(BinderTest, ExitWaitsForRunningCallsAndOutgoingCallsStillWork) {
     EXPECT_TRUE(mProgram->waitForLine("waiting"));
     mProgram->writeLine("exit");
     EXPECT_TRUE(mProgram->waitForLine("exiting"));
+    waitUntilAsleep(mProgram->pid());
     EXPECT_EQ(write(ends[1], "x", 1), 1);
     EXPECT_EQ(mProgram->readLine(), "done");
     EXPECT_EQ(mProgram->readLine(), "stopped 0");

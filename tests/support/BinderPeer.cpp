@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <iostream>
 #include <thread>
@@ -27,6 +28,7 @@ void say(const std::string& text) {
 
 /// The object that is told when the program has stopped running calls.
 sp<IBinder>* gToldAtExit = new sp<IBinder>();
+std::atomic<bool> gStopped{false};
 
 }  // namespace
 
@@ -136,7 +138,7 @@ status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply
             say("waiting");
             char byte;
             const bool got = read(data.readFileDescriptor(), &byte, 1) == 1;
-            say("done");
+            say(gStopped ? "late" : "done");
             return got ? OK : android::UNKNOWN_ERROR;
         }
         default:
@@ -150,6 +152,7 @@ int runPeer(const std::vector<std::string>& arguments) {
     const sp<PeerObject> object = new PeerObject();
     // Registered before the pool's handler, hence run after it: calls out of here still work.
     std::atexit([] {
+        gStopped = true;
         if (*gToldAtExit != nullptr) {
             Parcel request;
             Parcel answer;
@@ -173,6 +176,8 @@ int runPeer(const std::vector<std::string>& arguments) {
         if (word == "exit") {
             say("exiting");
             std::exit(0);
+        } else if (word == "pool") {
+            android::ProcessState::self()->startThreadPool();
         } else if (word == "lookup") {
             std::cin >> word;
             const bool found =

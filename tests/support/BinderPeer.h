@@ -29,7 +29,8 @@ public:
         FORK,       ///< forks a child that only waits; replies its pid
         EXIT,       ///< ends the program through exit()
         LOOK_UP,    ///< string16: replies the service of that name
-        WAIT,       ///< descriptor: says "waiting", reads a byte from it, says "done"
+        WAIT,       ///< descriptor: says "waiting", reads a byte from it, says "done",
+                    ///< or "late" when exit did not wait for it
     };
 
     /// Opens or shuts the gate, open at first.
@@ -60,5 +61,5 @@ private:
 
 /// The program: `arguments` are "--peer", the service's name and "pool", "join" or "none" for the
 /// threads that run its calls. It says "registered", or the error, and then obeys its input: "shut"
-/// and "open" for the gate, "exit", "lookup NAME".
+/// and "open" for the gate, "pool" to start one, "exit", "lookup NAME".
 int runPeer(const std::vector<std::string>& arguments);
