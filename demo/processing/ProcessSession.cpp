@@ -13,8 +13,10 @@ bool sameFrame(const AisrBuffer& a, const AisrBuffer& b) {
 }
 
 bool isUsable(const AisrBuffer& frame) {
-    return frame.id != 0 && frame.y != nullptr && frame.uv != nullptr && frame.width >= 1 &&
-           frame.height >= 1 && frame.stride >= frame.width;
+    const bool hasPlanes = frame.y != nullptr && frame.uv != nullptr;
+    const bool hasSize = frame.width >= 1 && frame.width <= kLargestSide && frame.height >= 1 &&
+                         frame.height <= kLargestSide;
+    return frame.id != 0 && hasPlanes && hasSize && frame.stride >= frame.width;
 }
 
 }  // namespace
