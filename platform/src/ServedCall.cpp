@@ -30,11 +30,7 @@ uint64_t ServedCall::innermostFrom(const Connection* connection) {
     return 0;
 }
 
-bool ServedCall::any() {
-    return tInnermost != nullptr;
-}
-
-CallerIdentity& ServedCall::caller() {
+const CallerIdentity& ServedCall::caller() {
     return tCaller;
 }
 

@@ -11,7 +11,7 @@ class Connection;
 
 /// Who made the call that a thread is running.
 struct CallerIdentity {
-    bool known = false;  ///< false: the thread runs no call, or has put the identity aside
+    bool known = false;  ///< false: the thread runs no call
     pid_t pid = 0;
     uid_t uid = 0;
 };
@@ -25,8 +25,7 @@ public:
 
     /// The innermost two-way call of the peer that this thread is running, 0 for none.
     static uint64_t innermostFrom(const Connection* connection);
-    static bool any();
-    static CallerIdentity& caller();
+    static const CallerIdentity& caller();
 
 private:
     ServedCall(const ServedCall&) = delete;

@@ -11,7 +11,7 @@ namespace internal {
 class Stability;
 }
 
-/** An object of this process that others can call: derive and override onTransact. */
+/// An object of this process that others can call: derive and override onTransact.
 class BBinder : public IBinder {
 public:
     BBinder() = default;
@@ -19,7 +19,7 @@ public:
     const String16& getInterfaceDescriptor() const override;
     bool isBinderAlive() const override;
     status_t pingBinder() override;
-    /** Writes nothing; for a subclass to override. */
+    /// Writes nothing; for a subclass to override.
     status_t dump(int fd, const Vector<String16>& args) override;
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0) final;
     status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
@@ -31,12 +31,10 @@ public:
 protected:
     ~BBinder() override = default;
 
-    /**
-     * Runs one call, on a thread of the pool or, for a call from this process, on the caller's.
-     * `reply` is never null for a call from another process, a oneway one included. This one
-     * answers PING_TRANSACTION, INTERFACE_TRANSACTION and DUMP_TRANSACTION, else
-     * UNKNOWN_TRANSACTION.
-     */
+    /// Runs one call, on a thread of the pool or, for a call from this process, on the caller's.
+    /// `reply` is never null for a call from another process, a oneway one included. This one
+    /// answers PING_TRANSACTION, INTERFACE_TRANSACTION and DUMP_TRANSACTION, else
+    /// UNKNOWN_TRANSACTION.
     virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                 uint32_t flags = 0);
 
@@ -49,7 +47,7 @@ private:
     std::atomic<int32_t> mStability{0};
 };
 
-/** The part of an interface's proxy that holds the remote object. */
+/// The part of an interface's proxy that holds the remote object.
 class BpRefBase : public virtual RefBase {
 protected:
     explicit BpRefBase(const sp<IBinder>& o);

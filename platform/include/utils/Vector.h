@@ -4,7 +4,7 @@
 
 namespace android {
 
-/** The platform's growable array, as far as binder's dump arguments need one. */
+/// The platform's growable array, as far as binder's dump arguments need one.
 template <typename T>
 using Vector = std::vector<T>;
 
