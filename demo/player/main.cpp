@@ -26,7 +26,7 @@ int play(const player::Options& options) {
     const player::StopSignal stop;
     player::EngineLog& log = player::collectEngineLog(options.isVerbose);
     // Never destroyed: at exit the library may still be writing a frame that expired.
-    auto& pool = *new player::FramePool();
+    static auto& pool = *new player::FramePool();
     // The service's events come in on these threads; the library starts none of its own.
     android::ProcessState::self()->startThreadPool();
 
