@@ -103,6 +103,8 @@ TEST_F(BinderServiceTest, TheRuntimeDirectoryMustBeTheUsersOwn) {
         EXPECT_EQ(peer->readLine(),
                   c.status == OK ? "registered" : android::statusToString(c.status));
         EXPECT_EQ(find("peer") != nullptr, c.status == OK);
+        const std::string detour = "../" + fs::path(c.directory).filename().string() + "/peer";
+        EXPECT_EQ(find(detour.c_str()), nullptr);
     }
     struct stat state = {};
     EXPECT_EQ(stat(made.c_str(), &state), 0);

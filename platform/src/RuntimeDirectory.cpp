@@ -132,9 +132,11 @@ void ServiceSocket::withdraw(const RuntimeDirectory& directory, const std::strin
 
 ForkSafeFd connectTo(const RuntimeDirectory& directory, const std::string& service) {
     sockaddr_un address;
-    ForkSafeFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    // Without waiting, should the other process be stopped and its queue be full.
+    ForkSafeFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket.ok() || !fillAddress(directory.pathOf(service + ".sock"), &address) ||
-        ::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        ::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        ::fcntl(socket.get(), F_SETFL, 0) != 0) {
         return ForkSafeFd();
     }
     return socket;

@@ -75,6 +75,12 @@ bool identify(int socket, Peer* peer) {
     return true;
 }
 
+/// True for a name that is the name of a file in the directory, and nowhere else.
+bool isSound(const std::string& service) {
+    return !service.empty() && service.front() != '.' &&
+           service.find_first_of(std::string("/\0", 2)) == std::string::npos;
+}
+
 /// A lookup can only answer null, so the log says why the directory cannot be used.
 bool openForLookup(bool create, RuntimeDirectory* directory) {
     const status_t status = RuntimeDirectory::open(create, directory);
@@ -105,7 +111,7 @@ sp<IBinder> ServiceRegistry::findHere(const std::string& name) {
 
 sp<IBinder> ServiceRegistry::findElsewhere(const std::string& name) {
     RuntimeDirectory directory;
-    if (!openForLookup(false, &directory)) {
+    if (!isSound(name) || !openForLookup(false, &directory)) {
         return nullptr;
     }
     const int64_t deadlineNs = nowNs() + kAnswerTimeoutNs;
@@ -178,10 +184,7 @@ sp<IBinder> ServiceRegistry::waitFor(const std::string& name, int64_t timeoutNs)
 // Offering services.
 
 status_t ServiceRegistry::add(const std::string& name, const sp<IBinder>& service) {
-    const bool nameIsSound = !name.empty() && name.front() != '.' &&
-                             name.find('/') == std::string::npos &&
-                             name.find('\0') == std::string::npos;
-    if (!nameIsSound || service == nullptr) {
+    if (!isSound(name) || service == nullptr) {
         return BAD_VALUE;
     }
     sp<IBinder> replaced = service;  // let go of without the lock
@@ -254,11 +257,11 @@ void ServiceRegistry::answerVisitors() {
                 waited.push_back({entry.socket.listener.get(), POLLIN, 0});
             }
         }
-        int timeoutMs = -1;
         for (const Visitor& visitor : visitors) {
             waited.push_back({visitor.socket.get(), POLLIN, 0});
-            timeoutMs = leftMs(visitors.front().deadlineNs);  // the first has come first
         }
+        // The first visitor has come first, hence is the first to be given up.
+        const int timeoutMs = visitors.empty() ? -1 : leftMs(visitors.front().deadlineNs);
         ::poll(waited.data(), waited.size(), timeoutMs);
 
         if (waited[0].revents != 0) {
