@@ -99,8 +99,7 @@ public:
                                               int32_t* result) = 0;
     virtual android::binder::Status registerCallback(
         const android::sp<IDisplayEngineCallback>& callback) = 0;
-    /** Registers under the "Key" and "Feature" of `data`; `result` tells whether it was accepted.
-     */
+    /** Registers under the "Key" and "Feature" of `data`; `result`: whether it was accepted. */
     virtual android::binder::Status registerCallbackEx(
         const android::sp<IDisplayEngineCallback>& callback,
         const android::os::PersistableBundle& data, bool* result) = 0;

@@ -7,6 +7,21 @@
 using android::sp;
 using com::tivora::displayengine::IDisplayEngineService;
 
+namespace {
+
+class PosixLock {
+public:
+    explicit PosixLock(pthread_mutex_t& mutex) : mMutex(mutex) { pthread_mutex_lock(&mMutex); }
+    ~PosixLock() { pthread_mutex_unlock(&mMutex); }
+    PosixLock(const PosixLock&) = delete;
+    PosixLock& operator=(const PosixLock&) = delete;
+
+private:
+    pthread_mutex_t& mMutex;
+};
+
+}  // namespace
+
 DisplayEngineManager::DisplayEngineManager() {
     pthread_mutex_init(&mServiceLock, nullptr);
     DisplayEngineCleanCommon::initLogSwitch();
@@ -24,7 +39,7 @@ sp<IDisplayEngineService> DisplayEngineManager::getService() {
     if (known != nullptr) {
         return known;
     }
-    pthread_mutex_lock(&mServiceLock);
+    const PosixLock lock(mServiceLock);
     known = mService.load(std::memory_order_relaxed);
     if (known == nullptr) {
         const sp<IDisplayEngineService> found = getDisplayEngineService();
@@ -34,7 +49,7 @@ sp<IDisplayEngineService> DisplayEngineManager::getService() {
             mService.store(known, std::memory_order_release);
         }
     }
-    pthread_mutex_unlock(&mServiceLock);
+
     return known;
 }
 

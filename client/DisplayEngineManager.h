@@ -59,8 +59,7 @@ public:
     int setScene(int scene, int value);
     /** Passes the frame rate as text, up to its first NUL. The service's result; -22 on failure. */
     int setFrameRate(const std::string& fps);
-    /** Registers for the service's events; a failure is only logged. The caller keeps its
-     * reference. */
+    /** Registers for the service's events; a failure is only logged. */
     void registerCallback(
         const android::sp<com::tivora::displayengine::IDisplayEngineCallback>& callback);
     /** Withdraws the registration; a failure is only logged. */
@@ -94,8 +93,8 @@ public:
      * Enhances one frame in place, or passes it unenhanced; the log tells which. Blocks at most the
      * configured abort timeout, 40 ms unless configured. When the frame outlasted it, the
      * processing library may still be writing the planes: the caller keeps them allocated and
-     * unread until a later frame has completed. No frame may be under way when the process calls
-     * exit.
+     * unread until a later frame has completed, or else until the process has ended. Neither this
+     * nor needVideoEnhance() may be under way when the process calls exit.
      */
     void doVideoEnhance(Aisr::BufferInfo& info);
 

@@ -80,7 +80,8 @@ int DisplayEngineManager::getPanelName(std::string& name) {
     static_cast<void>(service->getEffect(IDisplayEngineService::DE_FEATURE_PANEL_NAME, 0, &buffer,
                                          kPanelNameSize, &result));
     if (result != 0) {
-        DE_LOGE("getPanelName() failed ret= %d", result);
+        // Log readers search for this spelling.
+        DE_LOGE("getPanelName() failded ret= %d", result);
         return result;
     }
     name.assign(buffer.begin(), buffer.end());

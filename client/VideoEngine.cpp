@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "aisr/Milliseconds.h"
 #include "client/ServiceConnection.h"
@@ -59,9 +60,10 @@ VideoEngine::~VideoEngine() {
         mIsClosed = true;
         mAisrValid = kInvalid;
     }
-    // Each visit is short: the longest waits for the frame in processing. An object to wait on
-    // would have to outlive this one, since the last visitor still touches it after the count is
-    // down.
+    // The longest visits wait for the frame in processing, or for the processing library to
+    // initialise; its entries therefore must not call exit. The wait polls, because a condition
+    // variable would have to outlive this object: the last visitor still touches it after the
+    // count is down.
     while (mVisitCount != 0) {
         std::this_thread::sleep_for(kExitPoll);
     }
@@ -110,13 +112,14 @@ bool VideoEngine::isAisrValid() {
     DE_LOGD("AisrProcessor is supported.");
     if (mAisrEngine == nullptr) {
         DE_LOGD("Start to load AISR......");
-        mAisrEngine = std::make_unique<AisrEngine>();
-        if (!mAisrEngine->initialize()) {
+        auto engine = std::make_unique<AisrEngine>();
+        if (!engine->initialize()) {
             DE_LOGW("AisrEngine initialize() failed!");
-            mAisrEngine.reset();
+            engine.reset();
             mAisrValid.store(kInvalid, std::memory_order_release);
             return false;
         }
+        mAisrEngine = std::move(engine);
     }
     DE_LOGD("Load AISR successfully.");
     mAisrValid.store(kValid, std::memory_order_release);

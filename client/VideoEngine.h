@@ -74,7 +74,8 @@ private:
     std::mutex mAisrMutex;               ///< Held while the validity is being determined.
     std::unique_ptr<AisrEngine> mAisrEngine;
 
-    // Exit. Both outlive the destructor: static storage, and nothing to destroy.
+    // Exit. These two and mAisrValid are read by calls that come after the destructor: they lie in
+    // static storage and have nothing to destroy.
     std::atomic<bool> mIsClosed{false};
     std::atomic<int32_t> mVisitCount{0};
 };

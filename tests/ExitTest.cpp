@@ -3,17 +3,20 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "client/DisplayEngineManager.h"
 #include "common/DisplayEngineCleanCommon.h"
 #include "support/ChildProcess.h"
 #include "support/ProcessingLibrary.h"
+#include "support/ThreadState.h"
 
 using android::sp;
 using Texts = std::vector<std::string>;
@@ -61,6 +64,27 @@ bool offer() {
 }
 
 /**
+ * Starts a report of the client that the processing library holds up until the process is exiting:
+ * the facade answers no more, and the main thread sleeps.
+ */
+void holdReportUp() {
+    client()->onVideoAppStop();
+    processing::setHook([](const processing::Call& call) {
+        if (call.entry == "AisrDeinit") {
+            while (client()->isVideoEngineSupported()) {
+                std::this_thread::yield();
+            }
+            waitUntilAsleep(getpid());
+            __android_log_print(ANDROID_LOG_INFO, "TEST", "the report is done");
+        }
+        return 0;
+    });
+    offer();
+    std::thread([] { client()->onVideoAppStop(); }).detach();
+    processing::waitFor("AisrDeinit", 2);
+}
+
+/**
  * A client that offers a frame, waits for a line, offers another, and exits; told to, while a frame
  * is held up in the processing library until the engine waits for its worker.
  */
@@ -85,6 +109,8 @@ int runClient(const std::string& mode) {
         });
         offer();
         processing::waitFor("AisrProcess", 3);
+    } else if (mode == "report") {
+        holdReportUp();
     }
     return 0;
 }
@@ -142,6 +168,12 @@ TEST_F(Exit, WaitsForTheFrameInProcessing) {
     EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
     expectOrder({"expired", "unregisterCallback:", "join", "the frame is done", "enhance died.",
                  "~AisrAlgorithm:", "Unload library."});
+}
+
+TEST_F(Exit, WaitsForAReportUnderWay) {
+    run("report", [] {});
+    EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
+    expectOrder({"the report is done", "~AisrEngine:", "unregisterCallback:", "Unload library."});
 }
 
 TEST_F(Exit, GoesOnWhenTheServiceHasDied) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <utils/String16.h>
 
+#include <functional>
 #include <future>
 #include <utility>
 
@@ -14,6 +15,7 @@
 #include "support/EngineService.h"
 #include "support/LogCapture.h"
 #include "support/ProcessingLibrary.h"
+#include "support/ThreadState.h"
 
 using android::sp;
 using android::String16;
@@ -127,6 +129,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Facade, BringsTheEngineUpAndEnhances) {
     const sp<EngineService> service = EngineService::install();
+    service->config[9] = 60'000;  // No frame expires here, however busy the machine.
     EXPECT_TRUE(manager->isVideoEngineSupported());
     const std::string start = "4 DE N AISR updateAppName:#: ";
     const std::string name = log.last(start).substr(start.size());
@@ -161,29 +164,73 @@ TEST_F(Facade, BringsTheEngineUpAndEnhances) {
     EXPECT_EQ(service->takeCalls(), Texts{}) << "frames and reports do not trouble the service";
 }
 
-TEST_F(Facade, CreatesOneEngineForTwoFirstCallers) {
+/** Two first callers at once: the second waits while the service holds up its answer to the first.
+ */
+class FacadeRace : public Facade {
+protected:
+    /** `beforeRepeat` is called when the second caller asks the service again. */
+    void race(EngineService& service, const std::function<void()>& beforeRepeat) {
+        processing::Gate gate;
+        std::promise<void> isAsked;
+        service.whenAsked = [&, queries = 0]() mutable {
+            if (++queries == 1) {
+                isAsked.set_value();
+                gate.pass();
+            } else {
+                beforeRepeat();
+            }
+        };
+        auto first =
+            std::async(std::launch::async, [&] { return manager->isVideoEngineSupported(); });
+        isAsked.get_future().get();
+        std::promise<pid_t> thread;
+        auto second = std::async(std::launch::async, [&] {
+            thread.set_value(ownThread());
+            return manager->isVideoEngineSupported();
+        });
+        waitUntilAsleep(thread.get_future().get());
+        gate.open();
+        EXPECT_TRUE(first.get());
+        secondAnswer = second.get();
+        EXPECT_EQ(service.count("getSupported"), 2U);
+        EXPECT_EQ(service.count("registerCallbackEx"), 1U);
+        EXPECT_EQ(log.count("Start to load AISR......"), 1U);
+    }
+
+    bool secondAnswer = false;
+};
+
+TEST_F(FacadeRace, CreatesOneEngineForTwoFirstCallers) {
     const sp<EngineService> service = EngineService::install();
-    processing::Gate gate;
-    std::promise<void> isAsked;
-    service->whenAsked = [&, isFirst = true]() mutable {
-        if (std::exchange(isFirst, false)) {
-            isAsked.set_value();
-            gate.pass();
-        }
+    race(*service, [] {});
+    EXPECT_TRUE(secondAnswer);
+    EXPECT_TRUE(manager->getVideoAppConfig());
+}
+
+TEST_F(FacadeRace, TakesTheLastAnswerForGood) {
+    const sp<EngineService> service = EngineService::install();
+    race(*service, [&] { service->support = 0; });
+    EXPECT_FALSE(secondAnswer);
+    EXPECT_FALSE(manager->getVideoAppConfig());
+    EXPECT_FALSE(log.contains("~AisrEngine")) << "the engine stays until the process exits";
+}
+
+TEST_F(Facade, MakesAnEventWaitForTheEngine) {
+    const sp<EngineService> service = EngineService::install();
+    std::future<void> event;
+    service->whenRegistered = [&](const EngineService::Callback& callback) {
+        std::promise<pid_t> thread;
+        event = std::async(std::launch::async, [&thread, callback] {
+            PersistableBundle off;
+            off.putBoolean(String16("Enable"), false);
+            thread.set_value(ownThread());
+            EXPECT_TRUE(callback->onEventWithData(3, off).isOk());
+        });
+        waitUntilAsleep(thread.get_future().get());
     };
-    auto first = std::async(std::launch::async, [&] { return manager->isVideoEngineSupported(); });
-    isAsked.get_future().get();
-    std::promise<void> isStarted;
-    auto second = std::async(std::launch::async, [&] {
-        isStarted.set_value();
-        return manager->getVideoAppConfig();
-    });
-    isStarted.get_future().get();
-    gate.open();
-    EXPECT_TRUE(first.get());
-    EXPECT_TRUE(second.get());
-    EXPECT_EQ(service->count("registerCallbackEx"), 1U);
-    EXPECT_EQ(log.count("Start to load AISR......"), 1U);
+    EXPECT_TRUE(manager->isVideoEngineSupported());
+    event.get();
+    EXPECT_FALSE(manager->getVideoAppConfig()) << "it came while the engine was registering";
 }
 
 TEST_F(Facade, ObeysItsEventsAndNoOthers) {

@@ -1,6 +1,8 @@
 // Finding the service, and the functions that do without a manager. Each test needs a process of
 // its own, as the test runner gives it.
+#include <binder/IServiceManager.h>
 #include <gtest/gtest.h>
+#include <utils/String16.h>
 
 #include "client/DisplayEngineManager.h"
 #include "client/ServiceConnection.h"
@@ -9,6 +11,7 @@
 #include "support/LogCapture.h"
 
 using android::sp;
+using android::String16;
 using android::binder::Status;
 using com::tivora::displayengine::IDisplayEngineService;
 
@@ -36,6 +39,13 @@ TEST(ServiceConnection, LooksAgainUntilTheServiceIsFoundAndThenNeverMore) {
         EXPECT_EQ(service->getStrongCount(), before + 2);
     }
     EXPECT_EQ(service->getStrongCount(), before + 1) << "and gives it back";
+
+    const sp<EngineService> successor = new EngineService;
+    ASSERT_EQ(
+        android::defaultServiceManager()->addService(String16("DisplayEngineService"), successor),
+        android::OK);
+    EXPECT_EQ(checkDisplayEngineService(), successor);
+    EXPECT_EQ(manager->getService(), service) << "once found, it is never looked up again";
 }
 
 TEST(ServiceConnection, SetsCwbForceEnable) {

@@ -54,6 +54,7 @@ void EngineService::reset() {
     supportStatus = configStatus = registerStatus = dataStatus = Status::ok();
     registerResult = true;
     whenAsked = nullptr;
+    whenRegistered = nullptr;
     const std::lock_guard<std::mutex> lock(mMutex);
     mCalls.clear();
     mCallback = nullptr;
@@ -114,6 +115,9 @@ Status EngineService::registerCallbackEx(const Callback& callback, const Bundle&
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         mCallback = callback;
+    }
+    if (whenRegistered) {
+        whenRegistered(callback);
     }
     *result = registerResult;
     return registerStatus;

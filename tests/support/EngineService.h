@@ -30,6 +30,7 @@ public:
     Status dataStatus;
     bool registerResult;
     std::function<void()> whenAsked;  ///< Called for each getSupported, on the caller's thread.
+    std::function<void(const Callback&)> whenRegistered;  ///< Likewise for registerCallbackEx.
 
     /** How often an operation of this name was called. */
     size_t count(const std::string& operation) const;
