@@ -1,5 +1,7 @@
 #include "support/ProcessingLibrary.h"
 
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <cstdlib>
@@ -86,6 +88,15 @@ size_t count(const std::string& text) {
 void waitFor(const std::string& text, size_t times) {
     std::unique_lock<std::mutex> lock(recorder().mutex);
     recorder().changed.wait(lock, [&] { return countLocked(text) >= times; });
+}
+
+void endSession() {
+    setHook(nullptr);
+    const std::string path = getenv("DISPLAYENGINE_SYSTEM_ROOT") +
+                             std::string("/system/lib64/libAISRProcess_interface.so");
+    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+    reinterpret_cast<int32_t (*)(void**)>(dlsym(library, "AisrDeinit"))(calls().back().context);
+    dlclose(library);
 }
 
 void Gate::open() {

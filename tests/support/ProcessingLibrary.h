@@ -46,6 +46,12 @@ size_t count(const std::string& text);
 /** Blocks until that many calls have this text. */
 void waitFor(const std::string& text, size_t times = 1);
 
+/**
+ * De-initialises the library itself, after a hook has made its deinit entry fail and the adapter has
+ * therefore given its session up.
+ */
+void endSession();
+
 /** A gate that stays shut until it is opened, for holding an entry up. */
 class Gate {
 public:
