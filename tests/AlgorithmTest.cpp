@@ -233,6 +233,7 @@ TEST_F(Algorithm, StaysDeinitialisedWhenTheDeinitEntryFails) {
     EXPECT_EQ(algorithm.deinit(), -1);
     EXPECT_TRUE(
         log.contains("5 DE N AISRAlgo deinit:#: mDeinitFunc failed, return AISR_ERR_TIMEOUT(3)"));
+    processing::endSession();
     processing::takeTexts();
     EXPECT_EQ(algorithm.deinit(), 0) << "nothing is initialised any more";
     EXPECT_EQ(processing::takeTexts(), Texts{});

@@ -304,6 +304,7 @@ TEST_F(EngineWorker, DeinitialisesTheLibraryWhenTheAppStops) {
     processing::setHook([](const Call& call) { return call.entry == "AisrDeinit" ? 1 : 0; });
     engine->onAppStop();
     EXPECT_TRUE(log.contains("5 DE N AISR onAppStop:#: mAlgorithm.deinit() failed!"));
+    processing::endSession();
 }
 
 }  // namespace
