@@ -15,8 +15,8 @@ namespace {
 const std::string kLibraryName = "libAISRProcess_interface.so";
 const std::string kLibraryFolder = "/system/lib64/";
 
-constexpr int32_t kLogLevelErrors = 1;
-constexpr int32_t kLogLevelAll = 3;
+constexpr int32_t kLogLevelUsual = 1;
+constexpr int32_t kLogLevelDebug = 3;
 
 /** The loader's text for the last failure. It is handed out once, and may be missing. */
 std::string takeLoaderError() {
@@ -138,7 +138,7 @@ int AisrAlgorithm::init() {
     }
     // The library takes its log level before it is initialised, each time.
     const int32_t level =
-        property_get_bool("persist.sys.tivora.debug.on", false) ? kLogLevelAll : kLogLevelErrors;
+        property_get_bool("persist.sys.tivora.debug.on", false) ? kLogLevelDebug : kLogLevelUsual;
     const bool isSet = setParam(AISR_TAG_SET_LOG_LEVEL, &level, sizeof(level));
     DE_LOGD("setParam(AISR_TAG_SET_LOG_LEVEL,%d) return %d", level, isSet);
 

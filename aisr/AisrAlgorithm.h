@@ -13,9 +13,9 @@
  * bare name, then in the system's library folder. Without that library only enhancement fails; each
  * later use tries to open it again.
  *
- * init() and deinit() may be called on any thread and take their turns. enhance() is for one thread
- * at a time, and cancel() for any other meanwhile. deinit() waits for a frame in processing;
- * cancel() never does.
+ * init() and deinit() may be called on any thread and take their turns. One thread at a time calls
+ * enhance(), and any other may call cancel() meanwhile. deinit() waits for a frame in processing;
+ * cancel() never does, though it may wait for the library's deinit entry.
  */
 class DE_EXPORT AisrAlgorithm {
 public:

@@ -69,7 +69,7 @@ enum AisrTag : int32_t {
     AISR_TAG_DEL_MEM = 1,
     AISR_TAG_SET_BUF = 2,        ///< AisrBufferList of the frames that the next process call takes.
     AISR_TAG_SET_TIMEOUT = 3,    ///< AisrBuffer of a frame to abandon; may come during processing.
-    AISR_TAG_SET_LOG_LEVEL = 4,  ///< int32: 1 for errors only, 3 for everything.
+    AISR_TAG_SET_LOG_LEVEL = 4,  ///< int32: 3 when the product is debugged, else 1.
     AISR_TAG_NUM = 5,
 };
 

@@ -27,8 +27,8 @@
  * it.
  *
  * Any thread may call the public operations; initialize() and the destructor run alone. Operations
- * without a result report failures in the log only. Until initialize() has succeeded, they do
- * nothing.
+ * without a result report failures in the log only. Until initialize() has succeeded nothing is
+ * enhanced and no report is taken.
  */
 class DE_EXPORT AisrEngine {
 public:
@@ -108,6 +108,7 @@ private:
     // Conditions. REQUIRES: mStateMutex held, or initialize() running.
     void setEnableInternal(bool enable);
     void updateEnhance(EnhanceCondition cond, bool on, const std::string& reason);
+    // These two need no lock.
     bool isRectAccepted(int width, int height) const;
     std::string getCondName(int cond) const;
 

@@ -123,9 +123,9 @@ void AisrEngine::enhance(Aisr::BufferInfo& info) {
     std::packaged_task<int()> task([this, info] {
         try {
             return doEnhance(info);
-        } catch (const std::exception& error) {
+        } catch (...) {
             // Out of memory, say. The caller is to find a failed frame, not an exception.
-            DE_LOGW("%s", error.what());
+            DE_LOGW("doEnhance() ended by an exception!");
             return -1;
         }
     });

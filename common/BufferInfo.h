@@ -11,9 +11,8 @@ namespace Aisr {
  * The caller owns the planes. They must stay allocated, and unread, for the whole call that takes
  * this record; and when that call gave up waiting for the frame (it expired), until a later frame
  * has completed, or else until the process has ended, because the processing library may still be
- * writing them. The pixel format and the
- * unit of the stride are agreed between the client and the processing library; this library only
- * forwards the addresses.
+ * writing them. The pixel format and the unit of the stride are agreed between the client and the
+ * processing library; this library only forwards the addresses.
  *
  * The layout is fixed: clients and this library are built apart.
  */

@@ -9,6 +9,7 @@
 #include "aisr/AisrAlgorithm.h"
 #include "support/LogCapture.h"
 #include "support/ProcessingLibrary.h"
+#include "support/ThreadState.h"
 
 using processing::Call;
 using processing::Frame;
@@ -124,6 +125,14 @@ TEST_F(Algorithm, SubmitsAFrameAsAListOfOneNode) {
     EXPECT_EQ(word(node, 40), 64U) << "stride, reserved";
     EXPECT_EQ(word(node, 48), reinterpret_cast<uintptr_t>(info.y)) << "luma plane";
     EXPECT_EQ(word(node, 56), reinterpret_cast<uintptr_t>(info.uv)) << "chroma plane";
+
+    algorithm.cancel(info);
+    const Call cancel = processing::calls().back();
+    EXPECT_EQ(cancel.text(), "AisrSetParam(3)");
+    EXPECT_EQ(cancel.data, std::vector<uint8_t>(node.begin() + 16, node.end()))
+        << "the same record";
+    EXPECT_EQ(log.lines().back(),
+              "4 DE N AISRAlgo cancel:#: " + AisrAlgorithm::toString(info) + " -- success.");
 }
 
 TEST_F(Algorithm, InitialisesOnFirstUseAndAgainAfterDeinit) {
@@ -239,17 +248,23 @@ TEST_F(Algorithm, StaysDeinitialisedWhenTheDeinitEntryFails) {
     EXPECT_EQ(processing::takeTexts(), Texts{});
 }
 
+/** Runs `operation` on a thread of its own and returns once that thread sleeps. */
+template <typename OPERATION>
+std::future<int> startAndWaitUntilAsleep(OPERATION operation) {
+    std::promise<pid_t> thread;
+    std::future<int> result = std::async(std::launch::async, [&thread, operation] {
+        thread.set_value(ownThread());
+        return operation();
+    });
+    waitUntilAsleep(thread.get_future().get());
+    return result;
+}
+
 TEST_F(Algorithm, KeepsDeinitAwayFromProcessingButNeverACancel) {
     Gate inProcess;
-    std::atomic<int> inEntry{0};
-    std::atomic<bool> overlapped{false};
     processing::setHook([&](const Call& call) {
         if (call.text() == "AisrProcess") {
-            ++inEntry;
             inProcess.pass();
-            --inEntry;
-        } else if (call.text() == "AisrDeinit" && inEntry != 0) {
-            overlapped = true;
         }
         return 0;
     });
@@ -257,7 +272,7 @@ TEST_F(Algorithm, KeepsDeinitAwayFromProcessingButNeverACancel) {
     auto enhanced = std::async(std::launch::async, [&] { return algorithm.enhance(info); });
     processing::waitFor("AisrProcess");
     // This one holds the mutex of init() and waits for the frame: the cancels must pass it by.
-    auto ended = std::async(std::launch::async, [&] { return algorithm.deinit(); });
+    std::future<int> ended = startAndWaitUntilAsleep([this] { return algorithm.deinit(); });
     algorithm.cancel(info);
     algorithm.cancel(info);
     EXPECT_EQ(processing::count("AisrSetParam(3)"), 2U);
@@ -265,38 +280,32 @@ TEST_F(Algorithm, KeepsDeinitAwayFromProcessingButNeverACancel) {
     inProcess.open();
     enhanced.get();
     EXPECT_EQ(ended.get(), 0);
-    EXPECT_FALSE(overlapped);
+    EXPECT_EQ(processing::calls().back().text(), "AisrDeinit");
 }
 
 TEST_F(Algorithm, InitialisesAgainWhenADeinitCameBetween) {
-    constexpr int kRounds = 200;
-    std::atomic<bool> isInited{false};
-    std::atomic<int> misused{0};
+    ASSERT_EQ(algorithm.init(), 0);
+    processing::takeTexts();
+    Gate inCancel;
     processing::setHook([&](const Call& call) {
-        if (call.entry == "AisrInit") {
-            isInited = true;
-        } else if (call.entry == "AisrDeinit") {
-            isInited = false;
-        } else if (call.tag != AISR_TAG_SET_LOG_LEVEL && !isInited) {
-            ++misused;
+        if (call.tag == AISR_TAG_SET_TIMEOUT) {
+            inCancel.pass();
         }
         return 0;
     });
-    std::atomic<bool> isOver{false};
-    auto stopping = std::async(std::launch::async, [&] {
-        while (!isOver) {
-            algorithm.deinit();
-        }
-    });
-    Aisr::BufferInfo info = frame.info(1);
-    for (int round = 0; round < kRounds; ++round) {
-        ++info.idx;  // The sample remembers what was cancelled.
-        EXPECT_EQ(algorithm.enhance(info), 0);
-        algorithm.cancel(info);
-    }
-    isOver = true;
-    stopping.get();
-    EXPECT_EQ(misused, 0);
+    auto cancelled = std::async(std::launch::async, [this] { algorithm.cancel(frame.info(9)); });
+    processing::waitFor("AisrSetParam(3)");
+    // The deinit waits for the cancel, and the frame, which has seen the flag still set, for it.
+    std::future<int> ended = startAndWaitUntilAsleep([this] { return algorithm.deinit(); });
+    std::future<int> enhanced =
+        startAndWaitUntilAsleep([this] { return algorithm.enhance(frame.info(1)); });
+    EXPECT_EQ(processing::count("AisrDeinit"), 0U);
+    inCancel.open();
+    cancelled.get();
+    EXPECT_EQ(ended.get(), 0);
+    EXPECT_EQ(enhanced.get(), 0);
+    EXPECT_EQ(processing::takeTexts(), (Texts{"AisrSetParam(3)", "AisrDeinit", "AisrSetParam(4)",
+                                              "AisrInit", "AisrSetParam(2)", "AisrProcess"}));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <optional>
+#include <thread>
 
 #include "aisr/AisrEngine.h"
 #include "common/DisplayEngineCleanCommon.h"
@@ -191,6 +192,41 @@ TEST_F(EngineConditions, CountsVerdictsAndTellsWhy) {
         EXPECT_EQ(log.lines().back(), expected);
         EXPECT_EQ(engine->needEnhance(), step.isWanted);
     }
+}
+
+TEST_F(EngineConditions, CountForNothingWhenTheRegistrationFailed) {
+    service->registerResult = false;
+    EXPECT_FALSE(engine->initialize());
+    EXPECT_TRUE(log.contains("mIsEnhance[EN_COND_ENABLE]:1 mEnhanceCount:1 for "));
+    EXPECT_FALSE(engine->getAppConfig());
+
+    service->registerResult = true;
+    EXPECT_TRUE(engine->initialize());
+    service->takeCalls();
+    EXPECT_TRUE(engine->initialize());
+    EXPECT_TRUE(service->takeCalls().empty()) << "once is enough";
+}
+
+TEST_F(EngineConditions, AreCountedRightWhenManyReport) {
+    ASSERT_TRUE(engine->initialize());
+    engine->setRect(1280, 720);
+    engine->setFrameRate(30);
+    g_delogdEnable = g_delogiEnable = false;
+    const auto report = [this] {
+        for (int i = 0; i < 20'000; ++i) {
+            engine->setEnable(i % 2 == 0);
+            engine->setFrameRate(i % 3 == 0 ? 60 : 30);
+        }
+    };
+    std::thread other(report);
+    report();
+    other.join();
+    engine->setFrameRate(30);
+    engine->setEnable(true);
+    EXPECT_TRUE(engine->needEnhance());
+    engine->setEnable(false);
+    EXPECT_FALSE(engine->needEnhance());
+    g_delogdEnable = g_delogiEnable = true;
 }
 
 TEST_F(EngineConditions, IgnoreReportsBeforeInitialisation) {

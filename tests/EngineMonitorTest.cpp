@@ -1,7 +1,7 @@
 // The health monitor, with frames offered at exact rates.
 #include <gtest/gtest.h>
 
-#include <clocale>
+#include <locale>
 
 #include "aisr/AisrEngine.h"
 #include "support/ControlledClock.h"
@@ -84,8 +84,10 @@ TEST_F(EngineMonitor, CountsOnlyConsecutiveIntervalsAndTakesASecondForNormal) {
     start(38, 1, 3);
     const nanoseconds exactly{1'000'000'000 / 38 +
                               1};  // 38 gaps just above 1000 ms, 1000.0 as float
+    const nanoseconds shorter{exactly - microseconds(1)};
     for (int round = 0; round < 4; ++round) {
-        EXPECT_TRUE(interval(kStream, kFast, true));
+        EXPECT_TRUE(interval(kStream, shorter, true));
+        EXPECT_NE(log.last("monitor").find(" count:1|0(tol:1|3)."), std::string::npos);
         EXPECT_TRUE(interval(kStream, exactly, true));
         EXPECT_NE(log.last("monitor").find(" fps:39(max:38) count:0|1(tol:1|3)."),
                   std::string::npos);
@@ -108,14 +110,19 @@ TEST_F(EngineMonitor, LiftsTheVerdictWhenAnIntervalClosesOnAnotherStream) {
         EXPECT_TRUE(offer(i % 2 == 0 ? kStream : kOther, kFast));
     }
     EXPECT_FALSE(offer(kStream, kFast));
-    EXPECT_FALSE(offer(kOther, kFast));
     EXPECT_NE(log.last("UNHEALTHY").find("ID:7f3a"), std::string::npos);
+    EXPECT_FALSE(interval(kOther, kFast, false));
+    EXPECT_NE(log.last("UNHEALTHY").find("ID:1234"), std::string::npos);
+    EXPECT_TRUE(interval(kStream, kNormal, false)) << "it is the other one that is unhealthy now";
+}
+
+TEST_F(EngineMonitor, RestoresAtTheFirstNormalIntervalWhenToldTo) {
+    start(38, 0, 0);
+    EXPECT_FALSE(interval(kStream, kFast, true));
+    EXPECT_TRUE(interval(kStream, kNormal, false));
 }
 
 TEST_F(EngineMonitor, PrintsTheRateInNoLocale) {
-    if (std::setlocale(LC_ALL, "") == nullptr) {
-        std::setlocale(LC_ALL, "C");
-    }
     class Comma : public std::numpunct<char> {
         char do_decimal_point() const override { return ','; }
     };

@@ -1,15 +1,18 @@
 // A frame's way through the engine: its guards, the worker, the time limits and the stop.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <future>
 #include <optional>
 
 #include "aisr/AisrEngine.h"
+#include "common/DisplayEngineCleanCommon.h"
 #include "support/ControlledClock.h"
 #include "support/EngineService.h"
 #include "support/LogCapture.h"
 #include "support/ProcessingLibrary.h"
+#include "support/ThreadState.h"
 
 using processing::Call;
 using processing::Gate;
@@ -45,8 +48,9 @@ protected:
 
     /** Makes each frame take `duration` of the controlled clock in the library. */
     static void take(milliseconds duration, int32_t status = 0) {
-        processing::setHook([=](const Call& call) {
+        processing::setHook([=, caller = ownThread()](const Call& call) {
             if (call.entry == "AisrProcess") {
+                waitUntilAsleep(caller);  // It has looked at the clock by then.
                 controlled_clock::advance(duration);
                 return status;
             }
@@ -149,15 +153,15 @@ TEST_F(EngineWorker, LatchesOverloadUntilTheStreamChanges) {
         EXPECT_EQ(log.last("count:"),
                   "4 DE N AISR updateTimeoutStatus:#: Overload:0. count:" + std::to_string(slow) +
                       " at data:{ id=7b3f idx=" + std::to_string(slow - 1) + " 32(64)x16 }");
-        controlled_clock::advance(milliseconds(2467 + (slow == 4 ? 1 : 0)));
+        controlled_clock::advance(milliseconds(2467));
     }
     offer(kStream);
     EXPECT_EQ(log.last("timeouts"),
               "4 DE N AISR updateTimeoutStatus:#: Overload:0. 5 timeouts(>=33ms) occurred during "
-              "10001ms(>=10000ms), count at data:{ id=7b3f idx=4 32(64)x16 }");
+              "10000ms(>=10000ms), count at data:{ id=7b3f idx=4 32(64)x16 }");
 
     // The last four of them are kept, so that each further one is judged with those before it.
-    controlled_clock::advance(milliseconds(2465));
+    controlled_clock::advance(milliseconds(2466));
     offer(kStream);
     EXPECT_EQ(log.last("timeouts"),
               "5 DE N AISR updateTimeoutStatus:#: Overload! 5 timeouts(>=33ms) occurred during "
@@ -175,6 +179,23 @@ TEST_F(EngineWorker, LatchesOverloadUntilTheStreamChanges) {
     EXPECT_NE(log.last("count:").find("count:1 at"), std::string::npos) << "a new history";
 }
 
+TEST_F(EngineWorker, KeepsOverloadedFramesFromTheMonitor) {
+    service->config[5] = 2;
+    service->config[6] = 3;   // The monitor's interval closes on the fourth frame that it sees.
+    service->config[10] = 5;  // ms
+    service->config[11] = 2;  // Two slow frames latch the overload.
+    ASSERT_TRUE(engine->initialize());
+    take(milliseconds(5));
+    for (int offered = 0; offered < 10; ++offered) {
+        offer(kStream);
+    }
+    EXPECT_EQ(processing::count("AisrProcess"), 2U);
+    offer(kOther);
+    EXPECT_FALSE(log.contains("isUnhealthy:#: "));
+    offer(kOther);
+    EXPECT_TRUE(log.contains("isUnhealthy:#: "));
+}
+
 TEST_F(EngineWorker, NeverLatchesOverloadForAlternatingStreams) {
     ASSERT_TRUE(engine->initialize());
     take(milliseconds(40));
@@ -187,6 +208,8 @@ TEST_F(EngineWorker, NeverLatchesOverloadForAlternatingStreams) {
 
 TEST_F(EngineWorker, GivesUpAndCancelsAnExpiredFrame) {
     service->config[9] = service->config[10] = 5;  // ms of real time
+    service->config[5] = 2;
+    service->config[6] = 3;  // The monitor's interval closes on the fourth frame.
     ASSERT_TRUE(engine->initialize());
     Gate gate;
     processing::setHook([&](const Call& call) {
@@ -215,10 +238,78 @@ TEST_F(EngineWorker, GivesUpAndCancelsAnExpiredFrame) {
                                      "id=7b3f idx=2 y=0x"),
               std::string::npos);
 
+    EXPECT_FALSE(log.contains("isUnhealthy:#: "));
+    offer(kStream);
+    EXPECT_TRUE(log.contains("isUnhealthy:#: ")) << "frames that find the queue busy are monitored";
+
     // Done late and in vain, they count as timeouts.
     gate.open();
     log.waitFor("Overload:0. count:2 at data:{ id=7b3f idx=1");
     EXPECT_EQ(processing::count("AisrProcess"), 2U);
+}
+
+TEST_F(EngineWorker, WaitsByTheWallClock) {
+    ASSERT_TRUE(engine->initialize());
+    Gate gate;
+    hold(&gate);
+    controlled_clock::stepWallClock(-std::chrono::hours(1));
+    offer(kStream);  // Its deadline, ten minutes ahead by that clock, lies behind.
+    EXPECT_TRUE(log.contains("expired"));
+    gate.open();
+}
+
+TEST_F(EngineWorker, ReportsAnExceptionAsAFailedFrame) {
+    ASSERT_TRUE(engine->initialize());
+    processing::setHook([](const Call& call) -> int32_t {
+        if (call.entry == "AisrProcess") {
+            throw 7;
+        }
+        return 0;
+    });
+    offer(kStream);
+    EXPECT_TRUE(log.contains("5 DE N AISR operator():#: doEnhance() ended by an exception!"));
+    EXPECT_TRUE(log.contains("ms return -1"));
+    processing::setHook(nullptr);
+    offer(kStream);
+    EXPECT_TRUE(log.contains("ms return 0"));
+}
+
+TEST_F(EngineWorker, TellsFastAndSlowFramesBehindTheirOwnSwitches) {
+    ASSERT_TRUE(engine->initialize());
+    const struct {
+        bool debug, info;
+        milliseconds duration;
+        bool isTold;
+    } cases[] = {{true, false, milliseconds(32), true},
+                 {false, true, milliseconds(32), false},
+                 {true, false, milliseconds(33), false},
+                 {false, true, milliseconds(33), true}};
+    for (const auto& expected : cases) {
+        g_delogdEnable = expected.debug;
+        g_delogiEnable = expected.info;
+        log.take();
+        take(expected.duration);
+        offer(kStream);
+        EXPECT_EQ(log.contains("doEnhance:#: enhance("), expected.isTold);
+    }
+    g_delogdEnable = g_delogiEnable = true;
+}
+
+TEST_F(EngineWorker, SurvivesAThreadThatDoesNotStart) {
+    ASSERT_TRUE(engine->initialize());
+    // No machine has room for such a stack, so no thread can be started.
+    pthread_attr_t usual;
+    pthread_attr_t huge;
+    pthread_getattr_default_np(&usual);
+    pthread_getattr_default_np(&huge);
+    pthread_attr_setstacksize(&huge, size_t{1} << 47);
+    ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+    offer(kStream);
+    EXPECT_TRUE(log.contains("5 DE N AISR getReady:#: Failed to start the worker! "));
+    pthread_setattr_default_np(&usual);
+    EXPECT_EQ(processing::count("AisrProcess"), 0U);
+    EXPECT_EQ(offer(kStream), 0U);
+    EXPECT_EQ(processing::count("AisrProcess"), 1U);
 }
 
 TEST_F(EngineWorker, StopsAtOnceWhenIdle) {
@@ -279,12 +370,12 @@ TEST_F(EngineWorker, ReportsEveryHundredSecondsOfIdleness) {
 #endif
     ASSERT_TRUE(engine->initialize());
     engine->onAppStart();
-    controlled_clock::waitForSleeper();
-    controlled_clock::advance(milliseconds(99'999));
-    EXPECT_EQ(log.count("enhance timeout."), 0U);
     for (size_t times = 1; times <= 2; ++times) {
         controlled_clock::waitForSleeper();
-        controlled_clock::advance(seconds(100));
+        controlled_clock::advance(milliseconds(99'999));
+        controlled_clock::waitForSleeper();  // Woken before its time, it went back to sleep.
+        EXPECT_EQ(log.count("enhance timeout."), times - 1);
+        controlled_clock::advance(milliseconds(1));
         log.waitFor("4 DE N AISR operator():#: enhance timeout.", times);
     }
     EXPECT_EQ(offer(kStream), 0U) << "the worker is still alive";

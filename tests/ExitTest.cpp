@@ -25,6 +25,7 @@ namespace {
 
 constexpr char kClientArgument[] = "--client";
 constexpr uint64_t kStream = 1;
+constexpr size_t kMaxName = 255;  ///< of a process, as the service gets to know it
 
 sp<DisplayEngineManager>& client() {
     static sp<DisplayEngineManager>& theClient = *new sp<DisplayEngineManager>;
@@ -127,9 +128,10 @@ protected:
 
     /** Runs the client to its end; between its two frames, `meanwhile` is called. */
     template <typename ACTION>
-    void run(const std::string& mode, ACTION meanwhile) {
-        ChildProcess program(ChildProcess::ownPath(), {kClientArgument, mode});
-        identity = "key=" + ChildProcess::ownPath() + " pid=" + std::to_string(program.pid());
+    void run(const std::string& mode, ACTION meanwhile,
+             const std::string& path = ChildProcess::ownPath()) {
+        ChildProcess program(path, {kClientArgument, mode});
+        identity = "key=" + path.substr(0, kMaxName) + " pid=" + std::to_string(program.pid());
         EXPECT_TRUE(program.waitForLine("first: 1"));
         EXPECT_TRUE(service.waitForLine("registered " + identity));
         meanwhile();
@@ -175,6 +177,19 @@ TEST_F(Exit, WaitsForAReportUnderWay) {
     EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
     expectOrder({"the report is done", "unregisterCallback:", "Unload library."});
     EXPECT_LT(log.find("the report is done"), log.find("~AisrEngine:"));
+}
+
+TEST_F(Exit, WithdrawsUnderTheNameItRegistered) {
+    // A path of more than 255 bytes names the process; only the first 255 are its key.
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::path(getenv("DISPLAYENGINE_RUNTIME_DIR")) / std::string(240, 'n');
+    fs::create_directory(folder);
+    const fs::path program = folder / "a-client-with-a-long-name";
+    fs::create_symlink(ChildProcess::ownPath(), program);
+    run(
+        "idle", [] {}, program);
+    EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
+    fs::remove_all(folder);
 }
 
 TEST_F(Exit, GoesOnWhenTheServiceHasDied) {

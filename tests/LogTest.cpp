@@ -48,6 +48,18 @@ TEST(Log, SwitchesFollowTheProperties) {
     }
 }
 
+int gLoggedLine = 0;
+
+TEST(Log, MessagesNameTheirSourceLine) {
+    __android_log_set_logger([](const struct __android_log_message* message) {
+        const std::string text = message->message;
+        gLoggedLine = std::stoi(text.substr(text.find(':') + 1));
+    });
+    DE_LOGW("here");
+    EXPECT_EQ(gLoggedLine, __LINE__ - 1);
+    __android_log_set_logger(nullptr);
+}
+
 TEST(Log, SuppressedMessagesComputeNothing) {
     int computed = 0;
     const auto argument = [&computed] { return ++computed; };

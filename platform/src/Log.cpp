@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <ctime>
 #include <string>
@@ -21,6 +22,20 @@ public:
 
 private:
     const int mSaved = errno;
+};
+
+/// The device knows no other locale: a number looks the same whatever the process has chosen.
+class CLocale {
+public:
+    CLocale() : mPrevious(uselocale(plain())) {}
+    ~CLocale() { uselocale(mPrevious); }
+
+private:
+    static locale_t plain() {
+        static const locale_t theLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+        return theLocale;
+    }
+    const locale_t mPrevious;
 };
 
 char priorityLetter(int32_t priority) {
@@ -73,6 +88,7 @@ int __android_log_vprint(int priority, const char* tag, const char* format, va_l
     const ErrnoKeeper keeper;
     va_list again;
     va_copy(again, arguments);
+    const CLocale locale;
     char usual[kUsualLength];
     const int length = std::vsnprintf(usual, sizeof usual, format, arguments);
     int result = -EINVAL;

@@ -11,7 +11,10 @@ namespace controlled_clock {
 
 void advance(std::chrono::nanoseconds duration);
 
-/** Blocks until a thread waits for a condition until a point of the steady clock. */
+/** Makes the wall clock run before or behind the real one, from the next look at it. */
+void stepWallClock(std::chrono::nanoseconds duration);
+
+/** Blocks until a thread, having looked at the clock as it stands, waits until a point of it. */
 void waitForSleeper();
 
 }  // namespace controlled_clock

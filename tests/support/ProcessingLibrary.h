@@ -47,8 +47,8 @@ size_t count(const std::string& text);
 void waitFor(const std::string& text, size_t times = 1);
 
 /**
- * De-initialises the library itself, after a hook has made its deinit entry fail and the adapter has
- * therefore given its session up.
+ * De-initialises the library itself, after a hook has made its deinit entry fail and the adapter
+ * has therefore given its session up.
  */
 void endSession();
 

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdint>
@@ -14,19 +15,25 @@ namespace controlled_clock {
 
 namespace {
 
-// Starts at the real time, so that a point in its future lies in the real future as well.
-int64_t realNow() {
+constexpr int64_t kSecond = 1'000'000'000;
+
+int64_t realNow(clockid_t clock) {
     timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+    clock_gettime(clock, &now);
+    return now.tv_sec * kSecond + now.tv_nsec;
 }
 
+// A condition somebody waits for, and the mutex that goes with it.
+using Sleepers = std::set<std::pair<pthread_cond_t*, pthread_mutex_t*>>;
+
 struct State {
+    // Starts at the real time, so that a point in its future lies in the real future as well. Read
+    // without the mutex, so that looking at the clock never puts a thread to sleep.
+    std::atomic<int64_t> now{realNow(CLOCK_MONOTONIC)};
+    std::atomic<int64_t> wallClockStep{0};
     std::mutex mutex;
     std::condition_variable slept;
-    int64_t now = realNow();
-    // Who waits: the condition and the mutex that goes with it.
-    std::set<std::pair<pthread_cond_t*, pthread_mutex_t*>> sleepers;
+    Sleepers sleepers;  // Those who looked at the clock since it was moved.
 };
 
 State& state() {
@@ -34,25 +41,24 @@ State& state() {
     return theState;
 }
 
-int64_t now() {
-    const std::lock_guard<std::mutex> lock(state().mutex);
-    return state().now;
-}
-
 }  // namespace
 
 void advance(std::chrono::nanoseconds duration) {
-    std::set<std::pair<pthread_cond_t*, pthread_mutex_t*>> sleepers;
+    Sleepers sleepers;
     {
         const std::lock_guard<std::mutex> lock(state().mutex);
         state().now += duration.count();
-        sleepers = state().sleepers;
+        sleepers.swap(state().sleepers);
     }
     for (const auto& [condition, mutex] : sleepers) {
         pthread_mutex_lock(mutex);  // Not between a sleeper's look at the clock and its sleep.
         pthread_cond_broadcast(condition);
         pthread_mutex_unlock(mutex);
     }
+}
+
+void stepWallClock(std::chrono::nanoseconds duration) {
+    state().wallClockStep += duration.count();
 }
 
 void waitForSleeper() {
@@ -62,8 +68,15 @@ void waitForSleeper() {
 
 }  // namespace controlled_clock
 
+using controlled_clock::realNow;
+using controlled_clock::state;
+
 std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept {
-    return time_point(std::chrono::nanoseconds(controlled_clock::now()));
+    return time_point(std::chrono::nanoseconds(state().now));
+}
+
+std::chrono::system_clock::time_point std::chrono::system_clock::now() noexcept {
+    return time_point(std::chrono::nanoseconds(realNow(CLOCK_REALTIME) + state().wallClockStep));
 }
 
 // Not under the thread sanitizer, which has to see the waits itself.
@@ -72,19 +85,18 @@ std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept 
 // clock.
 extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                       clockid_t /*clock*/, const timespec* deadline) {
-    using controlled_clock::state;
-    const int64_t point = int64_t{deadline->tv_sec} * 1'000'000'000 + deadline->tv_nsec;
-    const auto isOver = [point] { return controlled_clock::now() >= point; };
-    if (!isOver()) {
-        {
-            const std::lock_guard<std::mutex> lock(state().mutex);
-            state().sleepers.emplace(condition, mutex);
-            state().slept.notify_all();
-        }
-        pthread_cond_wait(condition, mutex);
+    const int64_t point = deadline->tv_sec * controlled_clock::kSecond + deadline->tv_nsec;
+    {
         const std::lock_guard<std::mutex> lock(state().mutex);
-        state().sleepers.erase({condition, mutex});
+        if (state().now >= point) {
+            return ETIMEDOUT;
+        }
+        state().sleepers.emplace(condition, mutex);
+        state().slept.notify_all();
     }
-    return isOver() ? ETIMEDOUT : 0;
+    pthread_cond_wait(condition, mutex);
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    state().sleepers.erase({condition, mutex});
+    return state().now >= point ? ETIMEDOUT : 0;
 }
 #endif
