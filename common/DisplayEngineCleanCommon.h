@@ -2,8 +2,13 @@
 
 #include <atomic>
 #include <string>
+#include <vector>
 
 #include "common/Export.h"
+
+namespace android {
+class String16;
+}
 
 /**
  * Switches of the three suppressible message classes. Any module of the process may read and write
@@ -24,11 +29,32 @@ namespace DisplayEngineCleanCommon {
  */
 DE_EXPORT void initLogSwitch();
 
-/** Removes leading white space: the bytes 0x09 to 0x0D and the space. Any thread. */
+// String utilities. Any thread may call them, and none looks at the locale.
+
+/**
+ * Appends the fields of `str` between the occurrences of `sep` to `out`, which keeps what it holds:
+ * at least one field, empty ones included. `sep` should not be empty; then `str` is one field.
+ */
+DE_EXPORT void split(const std::string& str, const std::string& sep, std::vector<std::string>& out);
+
+/** The decimal number at the start of `str`, after white space; 0 when there is none. */
+DE_EXPORT int stringToInt(const std::string& str);
+
+/**
+ * The value of a decimal number: digits, at most one full stop, a hyphen-minus in front for a
+ * negative one. Anything else, no digit at all, or a value outside the float range gives a warning
+ * in the log and 0.
+ */
+DE_EXPORT float stringToFloat(const std::string& str);
+
+/** Removes leading white space: the bytes 0x09 to 0x0D and the space. */
 DE_EXPORT void trimLeft(std::string& str);
-/** Removes trailing control bytes, NUL and delete among them, and spaces. Any thread. */
+/** Removes trailing control bytes, NUL and delete among them, and spaces. */
 DE_EXPORT void trimRight(std::string& str);
-/** trimLeft() and trimRight(), each with its own set of bytes. Any thread. */
+/** trimLeft() and trimRight(), each with its own set of bytes. */
 DE_EXPORT void trim(std::string& str);
+
+/** The low eight bits of each unit: exact for ASCII only, no conversion to UTF-8. */
+DE_EXPORT std::string string16ToString(const android::String16& s16);
 
 }  // namespace DisplayEngineCleanCommon
