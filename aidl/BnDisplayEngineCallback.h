@@ -19,6 +19,10 @@ public:
     BnDisplayEngineCallback();
     ~BnDisplayEngineCallback() override;
 
+    /**
+     * Runs one incoming transaction; a code that is not of this interface goes to BBinder. Called
+     * by the platform.
+     */
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
                                  uint32_t flags) override;
 };

@@ -11,6 +11,7 @@ namespace displayengine {
 /** The service's side of IDisplayEngineCallback: each operation is one oneway transaction. */
 class DE_EXPORT BpDisplayEngineCallback : public android::BpInterface<IDisplayEngineCallback> {
 public:
+    /** Calls through `remote`, which it holds. asInterface() makes them. */
     explicit BpDisplayEngineCallback(const android::sp<android::IBinder>& remote);
     ~BpDisplayEngineCallback() override;
 

@@ -11,6 +11,7 @@ namespace displayengine {
 /** The client's side of IDisplayEngineService: each operation is one two-way transaction. */
 class DE_EXPORT BpDisplayEngineService : public android::BpInterface<IDisplayEngineService> {
 public:
+    /** Calls through `remote`, which it holds. asInterface() makes them. */
     explicit BpDisplayEngineService(const android::sp<android::IBinder>& remote);
     ~BpDisplayEngineService() override;
 

@@ -29,7 +29,9 @@ public:
     IDisplayEngineCallback();
     ~IDisplayEngineCallback() override;
 
+    /** The interface's name on the wire, at the head of every request. */
     static const android::String16 descriptor;
+    /** The same. */
     virtual const android::String16& getInterfaceDescriptor() const;
 
     /** The object itself when it lives in this process, otherwise a new proxy; null for null. */
@@ -42,6 +44,7 @@ public:
      * makes calls that may need it.
      */
     static bool setDefaultImpl(std::unique_ptr<IDisplayEngineCallback> impl);
+    /** What setDefaultImpl() installed, or null. */
     static const std::unique_ptr<IDisplayEngineCallback>& getDefaultImpl();
 
     /** An event with a plain value; its meaning belongs to the service. */

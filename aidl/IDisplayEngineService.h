@@ -17,6 +17,7 @@
 
 namespace com {
 namespace tivora {
+/** The binder interfaces between the display engine service and its clients. */
 namespace displayengine {
 
 /**
@@ -33,7 +34,9 @@ public:
     IDisplayEngineService();
     ~IDisplayEngineService() override;
 
+    /** The interface's name on the wire, at the head of every request. */
     static const android::String16 descriptor;
+    /** The same. */
     virtual const android::String16& getInterfaceDescriptor() const;
 
     /** The object itself when it lives in this process, otherwise a new proxy; null for null. */
@@ -46,6 +49,7 @@ public:
      * before it makes calls that may need it.
      */
     static bool setDefaultImpl(std::unique_ptr<IDisplayEngineService> impl);
+    /** What setDefaultImpl() installed, or null. */
     static const std::unique_ptr<IDisplayEngineService>& getDefaultImpl();
 
     // Features, data types, effect types, scenes and events are number spaces of their own: the
@@ -79,35 +83,45 @@ public:
     /** `scene` of setScene; the value is the brightness level. */
     enum : int32_t { DE_SCENE_BRIGHTNESS = 20 };
 
+    /** Whether and how the panel has `feature`: as a rule 1 for yes and 0 for no. */
     virtual android::binder::Status getSupported(int32_t feature, int32_t* result) = 0;
+    /** Tells the service that `scene` has `value`. `result`: 0, or the service's error. */
     virtual android::binder::Status setScene(int32_t scene, int32_t value, int32_t* result) = 0;
+    /** Hands over the data of `type`. `result`: 0, or the service's error. */
     virtual android::binder::Status setData(int32_t type,
                                             const android::os::PersistableBundle& data,
                                             int32_t* result) = 0;
+    /** Asks for `length` values, which come back in `status`. `result`: 0, or an error. */
     virtual android::binder::Status getEffectEx(int32_t feature, int32_t type,
                                                 std::vector<int32_t>* status, int32_t length,
                                                 int32_t* result) = 0;
+    /** Asks for `length` bytes, which come back in `buffer`. `result`: 0, or an error. */
     virtual android::binder::Status getEffect(int32_t feature, int32_t type,
                                               std::vector<uint8_t>* buffer, int32_t length,
                                               int32_t* result) = 0;
+    /** Asks for the values that `data` describes; they come back in `status`. */
     virtual android::binder::Status getEffectExByData(int32_t feature,
                                                       const android::os::PersistableBundle& data,
                                                       std::vector<int32_t>* status,
                                                       int32_t* result) = 0;
+    /** Sets an effect. `result`: 0, or the service's error. */
     virtual android::binder::Status setEffect(int32_t feature, int32_t type,
                                               const android::os::PersistableBundle& data,
                                               int32_t* result) = 0;
+    /** Registers for the service's events. The service holds `callback`, which is not null. */
     virtual android::binder::Status registerCallback(
         const android::sp<IDisplayEngineCallback>& callback) = 0;
     /** Registers under the "Key" and "Feature" of `data`; `result`: whether it was accepted. */
     virtual android::binder::Status registerCallbackEx(
         const android::sp<IDisplayEngineCallback>& callback,
         const android::os::PersistableBundle& data, bool* result) = 0;
+    /** Withdraws a registration made by registerCallback(). */
     virtual android::binder::Status unregisterCallback(
         const android::sp<IDisplayEngineCallback>& callback) = 0;
     /** Withdraws what was registered under the same "Key" and "Feature". */
     virtual android::binder::Status unregisterCallbackEx(
         const android::os::PersistableBundle& data) = 0;
+    /** Has the service process an image; both buffers come back as it leaves them. */
     virtual android::binder::Status processGraphicBuffer(int32_t feature, int32_t type,
                                                          DeGraphicBuffer* input,
                                                          DeGraphicBuffer* output,

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 /**
+ * @file
  * The records, parameter tags and status codes shared with the processing library. That library is
  * built apart, so every layout and every number here is fixed.
  */
@@ -35,8 +36,8 @@ static_assert(offsetof(AisrBuffer, uv) == 40);
  * through it. In the header `prev` is the last node and `next` the first.
  */
 struct AisrBufferLinks {
-    AisrBufferLinks* prev;
-    AisrBufferLinks* next;
+    AisrBufferLinks* prev;  ///< The node before; from the first one, the header.
+    AisrBufferLinks* next;  ///< The node behind; from the last one, the header.
 };
 
 /**
@@ -51,8 +52,8 @@ struct AisrBufferList {
 
 /** A node of the list. */
 struct AisrBufferNode {
-    AisrBufferLinks links;
-    AisrBuffer buffer;
+    AisrBufferLinks links;  ///< Its place in the list.
+    AisrBuffer buffer;      ///< The element.
 };
 
 static_assert(sizeof(AisrBufferList) == 24 && sizeof(AisrBufferNode) == 64);

@@ -73,7 +73,9 @@ public:
      * processing. The worker stays, and the conditions keep their verdicts.
      */
     void onAppStop();
+    /** A video started; nothing depends on it. */
     void onVideoStart();
+    /** A video stopped; nothing depends on it. */
     void onVideoStop();
 
     /** Whether the worker runs; if not, starts it, a limited number of times in all. */
@@ -181,7 +183,9 @@ private:
 class AisrEngine::ClientCallback : public com::tivora::displayengine::BnDisplayEngineCallback {
 public:
     ~ClientCallback() override;
+    /** Ignored; the engine's event comes with data. */
     android::binder::Status onEvent(int event, int value) override;
+    /** Switches the engine on or off for DE_EVENT_AISR with "Enable"; anything else is logged. */
     android::binder::Status onEventWithData(int event,
                                             const android::os::PersistableBundle& data) override;
 };

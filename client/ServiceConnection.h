@@ -8,6 +8,11 @@
 #include "common/Export.h"
 
 /**
+ * @file
+ * The exported functions: the way to the service, and the CWB switch.
+ */
+
+/**
  * Looks the display engine service up, and waits some seconds for one that is not yet up. Null when
  * there is none. Each call is a lookup of its own and hands out a new reference. Any thread may
  * call.

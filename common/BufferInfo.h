@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
+/** The records of video enhancement that clients fill. */
 namespace Aisr {
 
 /**

@@ -6,21 +6,28 @@
 
 #include "common/Export.h"
 
+/**
+ * @file
+ * The process-wide log switches and what text needs everywhere.
+ */
+
 namespace android {
 class String16;
 }
 
 /**
- * Switches of the three suppressible message classes. Any module of the process may read and write
- * them, at any time and without a lock: a message that races with a change is gated by either
- * value. Debug and info messages are written from load on, verbose ones are not.
+ * Switch of the debug messages, the first of three suppressible classes. Any module of the process
+ * may read and write the switches, at any time and without a lock: a message that races with a
+ * change is gated by either value. Debug and info messages are written from load on, verbose ones
+ * are not.
  */
 extern DE_EXPORT std::atomic<bool> g_delogdEnable;
-extern DE_EXPORT std::atomic<bool> g_delogiEnable;
-extern DE_EXPORT std::atomic<bool> g_delogvEnable;
+extern DE_EXPORT std::atomic<bool> g_delogiEnable;  ///< The same for info messages.
+extern DE_EXPORT std::atomic<bool> g_delogvEnable;  ///< The same for verbose messages.
 
 static_assert(sizeof(g_delogdEnable) == 1, "the log switches are exported as one-byte variables");
 
+/** Log switches and strings. */
 namespace DisplayEngineCleanCommon {
 
 /**
