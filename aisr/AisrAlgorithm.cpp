@@ -59,8 +59,6 @@ private:
 
 }  // namespace
 
-AisrAlgorithm::AisrAlgorithm() = default;
-
 AisrAlgorithm::~AisrAlgorithm() {
     DE_LOGD("step in");
     deinit();

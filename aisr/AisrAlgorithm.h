@@ -19,7 +19,7 @@
  */
 class DE_EXPORT AisrAlgorithm {
 public:
-    AisrAlgorithm();
+    AisrAlgorithm() = default;
     /** De-initialises and closes the library. No other operation may be running. */
     virtual ~AisrAlgorithm();
     AisrAlgorithm(const AisrAlgorithm&) = delete;
@@ -72,7 +72,7 @@ private:
     bool openLibrary(std::string& path);
     // REQUIRES: mMutex held. Stores the entry's address in `entry` before it is tested.
     template <typename FUNC>
-    bool findEntry(const char* symbol, FUNC& entry);
+    DE_HIDDEN bool findEntry(const char* symbol, FUNC& entry);
     // REQUIRES: mMutex held.
     void unloadLibrary();
     // REQUIRES: the library is loaded.

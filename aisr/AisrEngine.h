@@ -105,18 +105,18 @@ private:
     bool registerCallback(android::sp<com::tivora::displayengine::IDisplayEngineService> service);
     void unregisterCallback(android::sp<com::tivora::displayengine::IDisplayEngineService> service);
     // REQUIRES: `config` is valid.
-    void applyConfig(const std::vector<int32_t>& config);
+    DE_HIDDEN void applyConfig(const std::vector<int32_t>& config);
 
     // Conditions. REQUIRES: mStateMutex held, or initialize() running.
     void setEnableInternal(bool enable);
     void updateEnhance(EnhanceCondition cond, bool on, const std::string& reason);
     // These two need no lock.
-    bool isRectAccepted(int width, int height) const;
+    DE_HIDDEN bool isRectAccepted(int width, int height) const;
     std::string getCondName(int cond) const;
 
     // Frames. REQUIRES: mTaskMutex held.
     bool getReady();
-    void startWorker();
+    DE_HIDDEN void startWorker();
     bool isOverload(Aisr::BufferInfo& info);
     void updateTimeoutStatus(const Aisr::BufferInfo& info);
     bool isUnhealthy(uint64_t id, const std::string& rect);

@@ -61,13 +61,13 @@ public:
     void enhance(Aisr::BufferInfo& info);
 
 private:
-    class Visit;
+    class DE_HIDDEN Visit;
 
     constexpr VideoEngine() = default;
 
     /** Runs `operation` on the engine, if there is one, and keeps the engine meanwhile. */
     template <typename OPERATION>
-    void withEngine(OPERATION operation);
+    DE_HIDDEN void withEngine(OPERATION operation);
 
     // Atomic, published with release order after the engine is stored.
     std::atomic<int32_t> mAisrValid{0};  ///< kUndetermined, kValid or kInvalid.

@@ -1,4 +1,10 @@
 #pragma once
 
-/** Marks what the shared library shows in its dynamic symbol table; the rest stays hidden. */
+/**
+ * Marks what the shared library shows in its dynamic symbol table; the rest stays hidden. A name
+ * also has to be in cmake/exported-symbols.map.
+ */
 #define DE_EXPORT __attribute__((visibility("default")))
+
+/** Marks a member of an exported class that is none of its operations. */
+#define DE_HIDDEN __attribute__((visibility("hidden")))
