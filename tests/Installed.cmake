@@ -1,0 +1,24 @@
+# Tests of what leaves the build: the library's symbols, and the installed package.
+
+# Other compilers and sanitizers emit other helper symbols beside the library's own.
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_BUILD_TYPE STREQUAL Release
+        AND NOT DISPLAYENGINE_SANITIZE)
+    add_test(NAME ExportedSymbols
+        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/ExportedSymbols.sh ${CMAKE_NM}
+            $<TARGET_FILE:displayengine> ${CMAKE_CURRENT_SOURCE_DIR}/data/exported-symbols.txt)
+endif()
+
+# A program of a library with sanitizers is built with them too.
+set(consumer_flags ${CMAKE_CXX_FLAGS})
+if(DISPLAYENGINE_SANITIZE)
+    string(APPEND consumer_flags " -fsanitize=${DISPLAYENGINE_SANITIZE}")
+endif()
+foreach(way cmake pkg-config)
+    add_test(NAME InstalledPackage.${way}
+        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/InstalledPackage.sh ${way} ${PROJECT_BINARY_DIR}
+            ${CMAKE_CURRENT_SOURCE_DIR}/consumer ${CMAKE_COMMAND} ${CMAKE_CXX_COMPILER}
+            "${consumer_flags}" ${CMAKE_CROSSCOMPILING_EMULATOR})
+    # Both write the manifest of the installation in the build tree.
+    set_tests_properties(InstalledPackage.${way} PROPERTIES
+        RESOURCE_LOCK install_manifest TIMEOUT 240)
+endforeach()
