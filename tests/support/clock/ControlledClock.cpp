@@ -76,7 +76,8 @@ std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept 
 }
 
 std::chrono::system_clock::time_point std::chrono::system_clock::now() noexcept {
-    return time_point(std::chrono::nanoseconds(realNow(CLOCK_REALTIME) + state().wallClockStep));
+    const std::chrono::nanoseconds now(realNow(CLOCK_REALTIME) + state().wallClockStep);
+    return time_point(std::chrono::duration_cast<duration>(now));
 }
 
 // Not under the thread sanitizer, which has to see the waits itself.
