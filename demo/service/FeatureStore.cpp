@@ -22,14 +22,22 @@ constexpr size_t kMostScenes = 256;
 
 }  // namespace
 
-FeatureStore::FeatureStore(int32_t supported, std::string panelName)
+FeatureStore::FeatureStore(int32_t supported, std::string panelName, std::set<int32_t> missing)
     : mSupported(supported),
       mPanelName(std::move(panelName)),
+      mMissing(std::move(missing)),
       mNumbers{{{Service::DE_FEATURE_FOLDINGCOMPENSATION, Service::DE_DATA_TYPE_ALPHA},
                 {kUsualAlpha, kLargestAlpha, 4}},
-               {{Service::DE_FEATURE_LOCAL_HBM, Service::DE_DATA_TYPE_LOCAL_HBM}, {1, 1, 1}}} {}
+               {{Service::DE_FEATURE_LOCAL_HBM, Service::DE_DATA_TYPE_LOCAL_HBM}, {1, 1, 1}}} {
+    for (auto number = mNumbers.begin(); number != mNumbers.end();) {
+        number = mMissing.count(number->first.first) != 0 ? mNumbers.erase(number) : ++number;
+    }
+}
 
 int32_t FeatureStore::getSupported(int32_t feature) const {
+    if (mMissing.count(feature) != 0) {
+        return 0;
+    }
     switch (feature) {
         case Service::DE_FEATURE_AISR:
             return mSupported;
@@ -91,7 +99,8 @@ int32_t FeatureStore::setEffect(int32_t feature, int32_t type, const Persistable
 int32_t FeatureStore::getEffect(int32_t feature, int32_t type, int32_t length,
                                 std::vector<uint8_t>* buffer) const {
     std::vector<uint8_t> content;
-    if (feature == Service::DE_FEATURE_PANEL_NAME && type == kPanelNameType) {
+    if (feature == Service::DE_FEATURE_PANEL_NAME && type == kPanelNameType &&
+        mMissing.count(feature) == 0) {
         content.assign(mPanelName.begin(), mPanelName.end());
     } else {
         const std::lock_guard<std::mutex> lock(mMutex);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,10 +20,11 @@ class FeatureStore {
 public:
     static constexpr int32_t kRefused = -22;
 
-    /// `supported` is the answer for video enhancement.
-    FeatureStore(int32_t supported, std::string panelName);
+    /// `supported` is the answer for video enhancement. `missing` are features that the display is
+    /// to lack: they are not supported, and their effects are unknown.
+    FeatureStore(int32_t supported, std::string panelName, std::set<int32_t> missing);
 
-    /// 1 for each display feature of the interface, 0 for an unknown one.
+    /// 1 for each display feature of the interface, 0 for an unknown or missing one.
     int32_t getSupported(int32_t feature) const;
 
     /// Keeps `value` as the scene's value. Brightness levels are not negative, and no more than 256
@@ -56,6 +58,7 @@ private:
 
     const int32_t mSupported;
     const std::string mPanelName;
+    const std::set<int32_t> mMissing;
 
     mutable std::mutex mMutex;
     // Guarded by mMutex.

@@ -89,6 +89,10 @@ void addOptions(CLI::App* app, Options* options, std::string* enable,
             return name.size() < 255 ? std::string() : "a panel name has at most 254 bytes";
         })
         ->capture_default_str();
+    app->add_option("--without", options->missing,
+                    "number of a feature that the display is to lack; may be repeated")
+        ->type_name("FEATURE")
+        ->allow_extra_args(false);
     app->add_option("--toggle", *toggles,
                     "send an Enable event that many seconds after the start; may be repeated")
         ->type_name("SECONDS:on|off")

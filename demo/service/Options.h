@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,8 @@ struct Options {
     size_t configurationSent = kConfigurationSize;
     /// Panel name, at most 254 bytes.
     std::string panelName = "PANEL01";
+    /// Numbers of features that the display is to lack.
+    std::set<int32_t> missing;
     /// Sorted by time.
     std::vector<Toggle> toggles;
 };

@@ -64,7 +64,7 @@ SampleService::SampleService(const Options& options)
     : mConfiguration(
           options.configuration.begin(),
           options.configuration.begin() + static_cast<std::ptrdiff_t>(options.configurationSent)),
-      mFeatures(options.supported, options.panelName),
+      mFeatures(options.supported, options.panelName, options.missing),
       mClients(new ClientRegistry(options.configuration[0] == 1)) {}
 
 void SampleService::setEnabled(bool enabled) {

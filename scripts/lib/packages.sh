@@ -24,5 +24,5 @@ require_packages() {
 }
 
 # What it takes to build everything.
-build_packages=(cmake ninja-build g++ pkg-config libcli11-dev libavformat-dev libavcodec-dev
-    libavutil-dev libswscale-dev)
+build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev
+    libavformat-dev libavcodec-dev libavutil-dev libswscale-dev)
