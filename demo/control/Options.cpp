@@ -61,7 +61,7 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options* opti
         "Exit code: 0 done; 1 the service refused; 2 no service, or wrong usage. In the last two\n"
         "cases standard output stays empty and standard error has one line.");
     app.require_subcommand(0, 1);  // with none, a wrong word is named below
-    app.fallthrough();  // options may follow the command
+    app.fallthrough();             // options may follow the command
     app.add_flag("--json", options->isJson, "print JSON, one document a line");
     app.add_flag("--verbose", options->isVerbose, "show the library's log on standard error");
     for (const Entry& entry : kEntries) {
