@@ -1,6 +1,7 @@
 #include "aidl/IDisplayEngineCallback.h"
 
 #include "aidl/BpDisplayEngineCallback.h"
+#include "aidl/InterfaceStatics.h"
 
 namespace com {
 namespace tivora {
@@ -23,22 +24,11 @@ const String16& IDisplayEngineCallback::getInterfaceDescriptor() const {
 }
 
 sp<IDisplayEngineCallback> IDisplayEngineCallback::asInterface(const sp<IBinder>& binder) {
-    if (binder == nullptr) {
-        return nullptr;
-    }
-    const sp<android::IInterface> local = binder->queryLocalInterface(descriptor);
-    if (local != nullptr) {
-        return static_cast<IDisplayEngineCallback*>(local.get());
-    }
-    return new BpDisplayEngineCallback(binder);
+    return statics::asInterface<IDisplayEngineCallback, BpDisplayEngineCallback>(binder);
 }
 
 bool IDisplayEngineCallback::setDefaultImpl(std::unique_ptr<IDisplayEngineCallback> impl) {
-    if (impl == nullptr) {
-        return false;
-    }
-    default_impl = std::move(impl);
-    return true;
+    return statics::replaceDefault(default_impl, std::move(impl));
 }
 
 const std::unique_ptr<IDisplayEngineCallback>& IDisplayEngineCallback::getDefaultImpl() {

@@ -1,6 +1,7 @@
 #include "aidl/IDisplayEngineService.h"
 
 #include "aidl/BpDisplayEngineService.h"
+#include "aidl/InterfaceStatics.h"
 
 namespace com {
 namespace tivora {
@@ -22,22 +23,11 @@ const String16& IDisplayEngineService::getInterfaceDescriptor() const {
 }
 
 sp<IDisplayEngineService> IDisplayEngineService::asInterface(const sp<IBinder>& binder) {
-    if (binder == nullptr) {
-        return nullptr;
-    }
-    const sp<android::IInterface> local = binder->queryLocalInterface(descriptor);
-    if (local != nullptr) {
-        return static_cast<IDisplayEngineService*>(local.get());
-    }
-    return new BpDisplayEngineService(binder);
+    return statics::asInterface<IDisplayEngineService, BpDisplayEngineService>(binder);
 }
 
 bool IDisplayEngineService::setDefaultImpl(std::unique_ptr<IDisplayEngineService> impl) {
-    if (impl == nullptr) {
-        return false;
-    }
-    default_impl = std::move(impl);
-    return true;
+    return statics::replaceDefault(default_impl, std::move(impl));
 }
 
 const std::unique_ptr<IDisplayEngineService>& IDisplayEngineService::getDefaultImpl() {

@@ -191,6 +191,11 @@ TEST_F(ServiceProtocolTest, RequestsAndRepliesHaveTheirLayout) {
          "07000000 46006500 61007400 75007200 65000000 01000000 2c000000 "
          "03000000 01000000 02000000 03000000",
          "00000000 ee030000 04000000 03000000 02000000 01000000 4d000000"},
+        {7,
+         " 19000000 10000000 01000000 20000000 424e444c 01000000 03000000 46005000 53000000 "
+         "00000000 "
+         "02000000 36003000 00000000",
+         "00000000 ef030000"},
         {11,
          " 01000000 44000000 424e444c 02000000 "
          "03000000 4b006500 79000000 00000000 06000000 70006c00 61007900 65007200 00000000 "
@@ -210,6 +215,12 @@ TEST_F(ServiceProtocolTest, RequestsAndRepliesHaveTheirLayout) {
     // Two parcelables, present, without a buffer. (The service fills the output.)
     EXPECT_EQ(capture(12).bytes,
               std::string(kToken) + " 01000000 02000000 01000000 00000000 01000000 00000000");
+    // A null callback: no binder and no stability. The registration's data come behind it.
+    const std::string callback =
+        std::string(kToken) + " 852a6273 7f010000 00000000 00000000 00000000 00000000 00000000";
+    EXPECT_EQ(capture(8).bytes, callback);
+    EXPECT_EQ(capture(9).bytes, callback + capture(11).bytes.substr(std::string(kToken).size()));
+    EXPECT_EQ(capture(10).bytes, callback);
 }
 
 TEST_F(ServiceProtocolTest, ExceptionsTravelAndLeaveTheResultsAlone) {
