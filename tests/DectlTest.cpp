@@ -1,0 +1,194 @@
+// The command-line client as a program: what it prints, how it ends, and what the service is asked.
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+#include <gtest/gtest.h>
+#include <utils/String16.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "demo/service/UnsupportedService.h"
+#include "support/ChildProcess.h"
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+std::string demoProgram(const std::string& path) {
+    const std::filesystem::path tests =
+        std::filesystem::path(ChildProcess::ownPath()).parent_path();
+    return (tests.parent_path() / "demo" / path).string();
+}
+
+Strings split(const std::string& text, char separator) {
+    Strings parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, separator);) {
+        parts.push_back(part);
+    }
+    return parts;
+}
+
+class Service : public ChildProcess {
+public:
+    explicit Service(const Strings& arguments)
+        : ChildProcess(demoProgram("service/displayengine-service"), arguments) {
+        EXPECT_TRUE(waitForLine("ready"));
+    }
+
+    /// Its report since the last call begins, line by line, with `transactions`; the rest is
+    /// numbers and paths of processes. Its state afterwards contains `state`.
+    void expectReport(const std::string& transactions, const std::string& state) {
+        writeLine("status");
+        Strings lines;
+        std::string states;
+        do {
+            lines.push_back(readLine().value_or("status cwb-forced= is missing"));
+            if (lines.back().rfind("status ", 0) == 0) {
+                states += lines.back() + "\n";
+            }
+        } while (states.find("status cwb-forced=") == std::string::npos);
+        lines.resize(lines.size() - split(states, '\n').size());
+        const Strings expected = split(transactions, '\n');
+        ASSERT_EQ(lines.size(), expected.size()) << testing::PrintToString(lines);
+        for (size_t i = 0; i < lines.size(); ++i) {
+            EXPECT_EQ(lines[i].substr(0, expected[i].size()), expected[i]);
+        }
+        EXPECT_NE(states.find("status " + state), std::string::npos) << states;
+    }
+};
+
+struct Result {
+    int code;
+    std::string output;
+    std::string error;
+};
+
+Result dectl(const std::string& arguments) {
+    ChildProcess program(demoProgram("control/dectl"), split(arguments, ' '));
+    Result result = {};
+    while (const std::optional<std::string> line = program.readLine()) {
+        result.output += (result.output.empty() ? "" : "\n") + *line;
+    }
+    result.code = program.wait();
+    result.error = program.standardError();
+    return result;
+}
+
+TEST(DectlTest, EachCommandMakesItsTransactionsAndPrintsTheAnswer) {
+    Service service({"--panel-name", "  P\"\\\n\x1b\xff\xc3\xa9"});
+    struct {
+        const char* arguments;
+        const char* plain;
+        const char* json;
+        const char* transactions;
+        const char* state;
+    } const cases[] = {
+        {"panel-name", "panel_name: P\\\"\\\\\\n\\u001b\xef\xbf\xbd\xc3\xa9",
+         "{\"panel_name\":\"P\\\"\\\\\\n\\u001b\xef\xbf\xbd\xc3\xa9\"}",
+         "getEffect feature=14 type=0 length=255 result=0", ""},
+        {"brightness 100 100 101", "level: 101\nsupported: 1", R"({"level":101,"supported":1})",
+         "getSupported feature=19\nsetScene scene=20 value=100\nsetScene scene=20 value=101",
+         "scene=20 value=101\n"},
+        {"reading", "reading: 1", R"({"reading":1})", "getSupported feature=26", ""},
+        {"global-reading", "global_reading: 1", R"({"global_reading":1})",
+         "getSupported feature=34", ""},
+        {"folding", "supported: 1\nalpha: 528", R"({"supported":1,"alpha":528})",
+         "getSupported feature=33\ngetEffect feature=33 type=14 length=4 result=0", ""},
+        {"local-hbm", "local_hbm: 1", R"({"local_hbm":1})",
+         "getEffect feature=25 type=16 length=1 result=0", ""},
+        {"scene -7 -2", "result: 0", R"({"result":0})", "setScene scene=-7 value=-2 result=0",
+         "scene=-7 value=-2\n"},
+        {"frame-rate 59.94", "result: 0", R"({"result":0})",
+         "setData type=15 data={FPS=\"59.94\"} result=0", "frame-rate=\"59.94\"\n"},
+        {"cwb on", "result: 0", R"({"result":0})", "setData type=24 data={forceEnable=1} result=0",
+         "cwb-forced=1\n"},
+        {"cwb off", "result: 0", R"({"result":0})", "setData type=24 data={forceEnable=0} result=0",
+         "cwb-forced=0\n"},
+        {"video", "supported: true\non: true", R"({"supported":true,"on":true})",
+         "getSupported feature=44\ngetEffectExByData feature=44\nregisterCallbackEx\n"
+         "registered key=\nunregisterCallbackEx\nwithdrawn key=",
+         "enable=on\n"},
+    };
+    for (const auto& c : cases) {
+        for (const std::string options : {"", " --json"}) {
+            SCOPED_TRACE(c.arguments + options);
+            const Result result = dectl(c.arguments + options);
+            EXPECT_EQ(result.code, 0);
+            EXPECT_EQ(result.output, options.empty() ? c.plain : c.json);
+            EXPECT_EQ(result.error, "");
+            service.expectReport(c.transactions, c.state);
+        }
+    }
+}
+
+void expectFailure(const std::string& arguments, int code, const std::string& why) {
+    SCOPED_TRACE(arguments);
+    const Result result = dectl(arguments);
+    EXPECT_EQ(result.code, code);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.error.rfind("dectl: ", 0), 0U) << result.error;
+    EXPECT_NE(result.error.find(why), std::string::npos) << result.error;
+    EXPECT_EQ(std::count(result.error.begin(), result.error.end(), '\n'), 1) << result.error;
+}
+
+TEST(DectlTest, AServiceWithoutAFeatureRefusesOrAnswers) {
+    Service service({"--without", "14", "--without", "19", "--without", "25", "--without", "33",
+                     "--supported", "0"});
+    expectFailure("panel-name", 1, "name, result -22");
+    expectFailure("brightness 1", 1, "does not support");
+    expectFailure("scene 20 -1", 1, "scene 20 with value -1, result -22");
+    EXPECT_EQ(dectl("folding").output, "supported: 0\nalpha: null");
+    EXPECT_EQ(dectl("local-hbm").output, "local_hbm: 0");
+    EXPECT_EQ(dectl("video").output, "supported: false\non: false");
+}
+
+TEST(DectlTest, FailedCallsAreToldFromAnswersWithTheSameValue) {
+    ASSERT_EQ(android::defaultServiceManager()->addService(
+                  android::String16("DisplayEngineService"), new sample::UnsupportedService),
+              android::OK);
+    android::ProcessState::self()->startThreadPool();
+    for (const char* command : {"panel-name", "folding", "local-hbm", "frame-rate 60", "cwb on"}) {
+        expectFailure(command, 1, "the service refused");
+    }
+    expectFailure("watch", 1, "the registration of a callback");
+    EXPECT_NE(dectl("folding --verbose").error.find("DE N DEM: getFoldingCompensation"),
+              std::string::npos);
+}
+
+TEST(DectlTest, WithoutServiceOrSenseTheCodeIsTwo) {
+    for (const char* command : {"reading", "video", "--json watch"}) {
+        expectFailure(command, 2, "the display engine service is not running");
+    }
+    for (const char* arguments :
+         {"", "bogus", "reading folding", "reading --bogus", "brightness", "brightness 1 -1",
+          "scene 20", "scene 20 2147483648", "cwb maybe"}) {
+        expectFailure(arguments, 2, "--help");
+    }
+    EXPECT_EQ(dectl("--help").code, 0);
+}
+
+TEST(DectlTest, WatchPrintsEventsUntilItOrTheServiceEnds) {
+    Service service({});
+    ChildProcess plain(demoProgram("control/dectl"), {"watch"});
+    EXPECT_TRUE(service.waitForLine("registered pid=" + std::to_string(plain.pid())));
+    ChildProcess json(demoProgram("control/dectl"), {"watch", "--json"});
+    EXPECT_TRUE(service.waitForLine("registered pid=" + std::to_string(json.pid())));
+    service.writeLine("enable off");
+    EXPECT_EQ(plain.readLine(), "event=3 Enable=false");
+    EXPECT_EQ(json.readLine(), R"({"event":3,"data":{"Enable":false}})");
+
+    plain.kill(SIGINT);
+    EXPECT_EQ(plain.wait(), 0);
+    EXPECT_TRUE(service.waitForLine("withdrawn pid=" + std::to_string(plain.pid())));
+    service.kill();
+    EXPECT_EQ(json.wait(), 2);
+    EXPECT_EQ(json.standardError(), "dectl: the display engine service has died\n");
+}
+
+}  // namespace
