@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <tuple>
 #include <typeinfo>
@@ -63,6 +64,11 @@ struct Table {
     const char* className;  ///< As decorated in its symbols.
     std::vector<std::string> slots;
 };
+
+// Names the case in the test's name.
+void PrintTo(const Table& table, std::ostream* out) {
+    *out << table.className;
+}
 
 class SlotOrderTest : public testing::TestWithParam<Table> {};
 
