@@ -15,12 +15,13 @@ cd "$work"
 "$cmake" --install "$build" --prefix "$work/staged" >/dev/null
 mv staged prefix
 package=$(dirname "$(find prefix -name displayengine.pc)")/..
-if grep -rE "$work|$build|$(dirname "$(dirname "$consumer")")" "$package"/{cmake,pkgconfig}; then
+if grep -rF -e "$work" -e "$build" -e "$(dirname "$(dirname "$consumer")")/" \
+    "$package"/{cmake,pkgconfig}; then
     echo "The package refers to folders of the build" >&2
     exit 1
 fi
 
-# Each public header compiles, whichever is the first.
+# The public headers need none of the others, nor the order they are included in here.
 (cd prefix/include/displayengine && find . -name '*.h' | sort -r |
     sed 's|^\./\(.*\)|#include "\1"|') >consumer/every_header.cpp
 [ "$(wc -l <consumer/every_header.cpp)" -ge 10 ]
