@@ -5,9 +5,11 @@ set -euo pipefail
 
 usage() {
     cat <<TXT
-Usage: scripts/test.sh [--asan | --tsan] [--repeat N] [--filter REGEX]
+Usage: scripts/test.sh [--asan | --tsan | --libcxx | --arm64] [--repeat N] [--filter REGEX]
   --asan          build with the address and undefined-behaviour sanitizers
   --tsan          build with the thread sanitizer
+  --libcxx        build with clang++ and libc++, the device's C++ runtime
+  --arm64         build for 64-bit Arm, without the player, and run under the emulator
   --repeat N      run the tests N times, and stop at the first failure
   --filter REGEX  run only the tests whose name matches
 TXT
@@ -21,7 +23,7 @@ preset=release
 ctest_options=()
 while [ $# -gt 0 ]; do
     case "$1" in
-        --asan | --tsan) preset=${1#--} ;;
+        --asan | --tsan | --libcxx | --arm64) preset=${1#--} ;;
         --repeat | --filter)
             [ $# -ge 2 ] || { echo "test.sh: $1 takes a value" >&2; exit 2; }
             case "$1" in
@@ -36,7 +38,13 @@ while [ $# -gt 0 ]; do
     shift
 done
 
-require_packages "${build_packages[@]}" clang libclang-rt-14-dev clang-format libgtest-dev gnuplot-nox
+# GoogleTest comes as sources where the distribution's build of it does not fit.
+case "$preset" in
+    libcxx) test_packages=(clang libc++-dev libc++abi-dev googletest gnuplot-nox) ;;
+    arm64) test_packages=(g++-aarch64-linux-gnu qemu-user googletest) ;;
+    *) test_packages=(clang libclang-rt-14-dev clang-format libgtest-dev gnuplot-nox) ;;
+esac
+require_packages "${build_packages[@]}" "${test_packages[@]}"
 cd "$root"
 
 jobs=$(nproc)

@@ -11,8 +11,11 @@ namespace controlled_clock {
 
 void advance(std::chrono::nanoseconds duration);
 
-/** Makes the wall clock run before or behind the real one, from the next look at it. */
-void stepWallClock(std::chrono::nanoseconds duration);
+/**
+ * The next look at the wall clock is off by `error`, and no other: a C++ runtime may compare a
+ * deadline with the clock as well as leave it to the kernel.
+ */
+void misreadWallClockOnce(std::chrono::nanoseconds error);
 
 /** Blocks until a thread, having looked at the clock as it stands, waits until a point of it. */
 void waitForSleeper();

@@ -30,7 +30,7 @@ struct State {
     // Starts at the real time, so that a point in its future lies in the real future as well. Read
     // without the mutex, so that looking at the clock never puts a thread to sleep.
     std::atomic<int64_t> now{realNow(CLOCK_MONOTONIC)};
-    std::atomic<int64_t> wallClockStep{0};
+    std::atomic<int64_t> wallClockError{0};
     std::mutex mutex;
     std::condition_variable slept;
     Sleepers sleepers;  // Those who looked at the clock since it was moved.
@@ -57,8 +57,8 @@ void advance(std::chrono::nanoseconds duration) {
     }
 }
 
-void stepWallClock(std::chrono::nanoseconds duration) {
-    state().wallClockStep += duration.count();
+void misreadWallClockOnce(std::chrono::nanoseconds error) {
+    state().wallClockError = error.count();
 }
 
 void waitForSleeper() {
@@ -76,7 +76,8 @@ std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept 
 }
 
 std::chrono::system_clock::time_point std::chrono::system_clock::now() noexcept {
-    const std::chrono::nanoseconds now(realNow(CLOCK_REALTIME) + state().wallClockStep);
+    const std::chrono::nanoseconds now(realNow(CLOCK_REALTIME) +
+                                       state().wallClockError.exchange(0));
     return time_point(std::chrono::duration_cast<duration>(now));
 }
 
