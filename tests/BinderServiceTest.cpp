@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/src/Handshake.h"
+#include "platform/src/Frame.h"
 #include "support/BinderPeer.h"
 #include "support/ChildProcess.h"
 
@@ -39,16 +39,9 @@ namespace fs = std::filesystem;
 
 class BinderServiceTest : public testing::Test {
 protected:
-    BinderServiceTest() {
-        std::string pattern = testing::TempDir() + "services-XXXXXX";
-        mDirectory = mkdtemp(pattern.data());
-        setenv("DISPLAYENGINE_RUNTIME_DIR", mDirectory.c_str(), 1);
-    }
-    ~BinderServiceTest() override { fs::remove_all(mDirectory); }
-
-    static std::unique_ptr<ChildProcess> startPeer(const std::string& name = "peer") {
+    static std::unique_ptr<ChildProcess> startPeer() {
         return std::make_unique<ChildProcess>(ChildProcess::ownPath(),
-                                              std::vector<std::string>{"--peer", name, "pool"});
+                                              std::vector<std::string>{"--peer", "peer", "pool"});
     }
     static sp<IBinder> find(const char* name) {
         return defaultServiceManager()->checkService(String16(name));
@@ -57,7 +50,7 @@ protected:
         return defaultServiceManager()->addService(String16(name.c_str()), service);
     }
 
-    std::string mDirectory;
+    const std::string mDirectory = getenv("DISPLAYENGINE_RUNTIME_DIR");
 };
 
 TEST_F(BinderServiceTest, AServiceOfThisProcessIsHandedOutAsItIs) {

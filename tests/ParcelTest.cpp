@@ -103,12 +103,6 @@ TEST(Parcel, RefusesWhatCannotBe) {
     Bytes bytes;
     std::vector<String16> strings;
     sp<IBinder> binder;
-    struct Case {
-        const char* name;
-        std::vector<uint32_t> input;
-        std::function<status_t(const Parcel&)> read;
-        status_t status;
-    };
     const auto readText = [&](const Parcel& p) { return p.readString16(&text); };
     const auto readIntegers = [&](const Parcel& p) { return p.readInt32Vector(&integers); };
     const auto readBytes = [&](const Parcel& p) { return p.readByteVector(&bytes); };
@@ -131,7 +125,12 @@ TEST(Parcel, RefusesWhatCannotBe) {
     const uint32_t kBinder = 0x73622A85;
     const uint32_t kHuge = INT32_MAX;
     const uint32_t kNone = UINT32_MAX;
-    const Case cases[] = {
+    struct {
+        const char* name;
+        std::vector<uint32_t> input;
+        std::function<status_t(const Parcel&)> read;
+        status_t status;
+    } const cases[] = {
         {"token", {0, 0, 0x53595354, 2, 0x00620061, 0}, readToken, OK},
         {"another's token", {0, 0, 0x53595354, 2, 0x00630061, 0}, readToken, PERMISSION_DENIED},
         {"shorter token", {0, 0, 0x53595354, 1, 0x61}, readToken, PERMISSION_DENIED},
@@ -158,10 +157,7 @@ TEST(Parcel, RefusesWhatCannotBe) {
         {"negative bundle", {1, kNone, kMagic, 0}, readBundle, BAD_VALUE},
         {"bundle of another magic", {1, 20, 1, 1, 1, 'k', 1, 5}, readBundle, BAD_VALUE},
         {"bundle beyond the data", {1, 24, kMagic, 1, 1, 'k', 1, 5}, readBundle, BAD_VALUE},
-        {"bundle shorter than its entries",
-         {1, 16, kMagic, 1, 1, 'k', 1, 5},
-         readBundle,
-         BAD_VALUE},
+        {"bundle too short", {1, 16, kMagic, 1, 1, 'k', 1, 5}, readBundle, BAD_VALUE},
         {"bundle of too many entries", {1, 20, kMagic, 2, 1, 'k', 1, 5}, readBundle, BAD_VALUE},
         {"bundle of huge count", {1, 20, kMagic, kHuge, 1, 'k', 1, 5}, readBundle, BAD_VALUE},
         {"bundle of no entries", {1, 4, kMagic, 0}, readBundle, BAD_VALUE},
@@ -171,7 +167,7 @@ TEST(Parcel, RefusesWhatCannotBe) {
         {"trace beyond the data", {0xFFFFFFFC, 1, 'm', 4}, readStatus, UNKNOWN_ERROR},
         {"no service code", {0xFFFFFFF8, 1, 'm', 0}, readStatus, NOT_ENOUGH_DATA},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const Bytes flat = words(c.input);
         Parcel parcel;
@@ -323,13 +319,12 @@ TEST(Parcel, CarriesBindersAndDescriptorsBesideTheData) {
 }
 
 TEST(Parcel, TakesOverWhatAPeerSentOrNothing) {
-    struct Case {
+    struct {
         const char* name;
         size_t dataSize;
         std::vector<size_t> offsets;
         status_t status;
-    };
-    const Case cases[] = {
+    } const cases[] = {
         {"in any order", 48, {24, 0}, OK},
         {"one upon another", 48, {0, 20}, BAD_VALUE},
         {"twice the same", 48, {0, 0}, BAD_VALUE},
@@ -337,7 +332,7 @@ TEST(Parcel, TakesOverWhatAPeerSentOrNothing) {
         {"beyond the end", 48, {SIZE_MAX - 8}, BAD_VALUE},
         {"without data", 0, {0}, BAD_VALUE},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         std::vector<ParcelObject> objects;
         for (const size_t offset : c.offsets) {

@@ -34,20 +34,10 @@ extern "C" char* __wrap_dlerror();
 
 namespace {
 
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string name = (fs::temp_directory_path() / "platform-test-XXXXXX").string();
-        mPath = mkdtemp(name.data());
-    }
-    ~TemporaryFolder() { fs::remove_all(mPath); }
-
-    fs::path operator/(const std::string& name) const { return mPath / name; }
-    std::string path() const { return mPath.string(); }
-
-private:
-    fs::path mPath;
-};
+/// A directory of this test program's own.
+fs::path folder() {
+    return getenv("DISPLAYENGINE_RUNTIME_DIR");
+}
 
 void writeFile(const fs::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
@@ -110,14 +100,13 @@ TEST(Properties, ReadAsBooleansFromTheProcessAndTheSharedFile) {
     EXPECT_EQ(property_set("", "1"), -1);
     EXPECT_EQ(property_set("test.long", std::string(PROPERTY_VALUE_MAX, '1').c_str()), -1);
 
-    const TemporaryFolder folder;
-    setenv("DISPLAYENGINE_PROPERTIES", (folder / "properties").c_str(), 1);
+    setenv("DISPLAYENGINE_PROPERTIES", (folder() / "properties").c_str(), 1);
     EXPECT_EQ(property_get_bool("test.shared", 0), 0);  // no such file yet
-    writeFile(folder / "properties",
+    writeFile(folder() / "properties",
               "# test.shared=0\n test.shared = on \r\nno equals\ntest.flag=1");
     EXPECT_EQ(property_get_bool("test.shared", 0), 1);
     EXPECT_EQ(property_get_bool("test.flag", 0), 0);  // the process's own empty value counts first
-    writeFile(folder / "properties", "test.shared=1\ntest.shared=0\n");
+    writeFile(folder() / "properties", "test.shared=1\ntest.shared=0\n");
     EXPECT_EQ(property_get_bool("test.shared", 1), 0);
 }
 
@@ -185,19 +174,19 @@ TEST(Log, WritesWholeLinesToStandardError) {
 class Loader : public testing::Test {
 protected:
     Loader() {
-        fs::create_directories(mFolder / "system/lib64");
-        setenv("DISPLAYENGINE_SYSTEM_ROOT", mFolder.path().c_str(), 1);
+        fs::create_directories(folder() / "system/lib64");
+        setenv("DISPLAYENGINE_SYSTEM_ROOT", folder().c_str(), 1);
         // A library of this machine, and the same with a dependency that is nowhere.
         void* library = dlopen("libm.so.6", RTLD_NOW);
         link_map* map = nullptr;
         EXPECT_EQ(dlinfo(library, RTLD_DI_LINKMAP, &map), 0);
         std::string image = readFile(map->l_name);
         dlclose(library);
-        writeFile(mFolder / "system/lib64/libpresent.so", image);
+        writeFile(folder() / "system/lib64/libpresent.so", image);
         const std::string needed("\0libc.so.6\0", 11);
         image.replace(image.find(needed), needed.size(), std::string("\0libx.so.6\0", 11));
-        writeFile(mFolder / "dependent.so", image);
-        writeFile(mFolder / "broken.so", std::string(4096, 'x'));
+        writeFile(folder() / "dependent.so", image);
+        writeFile(folder() / "broken.so", std::string(4096, 'x'));
     }
 
     /// The text of a failure, read as often as the loader has one.
@@ -208,15 +197,13 @@ protected:
         EXPECT_EQ(__wrap_dlerror(), nullptr) << name;
         return result;
     }
-
-    const TemporaryFolder mFolder;
 };
 
 TEST_F(Loader, WordsOnlyAMissingFileAsTheDeviceDoes) {
     const std::string longName = "lib" + std::string(3000, 'n') + ".so";
     for (const std::string& name :
          {std::string("libnowhere.so"), std::string("/nowhere/libm.so"),
-          mFolder.path() + "/none.so", std::string("/system/lib64/libnowhere.so")}) {
+          (folder() / "none.so").string(), std::string("/system/lib64/libnowhere.so")}) {
         EXPECT_EQ(failure(name), "dlopen failed: library \"" + name + "\" not found");
     }
     const std::pair<std::string, std::string> others[] = {
@@ -225,7 +212,7 @@ TEST_F(Loader, WordsOnlyAMissingFileAsTheDeviceDoes) {
         {"dependent.so", "libx.so.6: cannot open shared object file: No such file or directory"},
     };
     for (const auto& [name, text] : others) {
-        const std::string actual = failure((mFolder / name).string());
+        const std::string actual = failure((folder() / name).string());
         EXPECT_NE(actual.find(text), std::string::npos) << actual;
         EXPECT_EQ(actual.find("not found"), std::string::npos) << actual;
     }

@@ -1,20 +1,12 @@
 #include <binder/Binder.h>
 
-#include <binder/BpBinder.h>
 #include <binder/IInterface.h>
 #include <binder/Parcel.h>
+#include <binder/Stability.h>
 
 namespace android {
 
 sp<IInterface> IBinder::queryLocalInterface(const String16& /*descriptor*/) {
-    return nullptr;
-}
-
-BBinder* IBinder::localBinder() {
-    return nullptr;
-}
-
-BpBinder* IBinder::remoteBinder() {
     return nullptr;
 }
 
@@ -24,18 +16,6 @@ const String16& BBinder::getInterfaceDescriptor() const {
     return *none;
 }
 
-bool BBinder::isBinderAlive() const {
-    return true;
-}
-
-status_t BBinder::pingBinder() {
-    return OK;
-}
-
-status_t BBinder::dump(int /*fd*/, const Vector<String16>& /*args*/) {
-    return OK;
-}
-
 status_t BBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
     data.setDataPosition(0);
     const status_t status = onTransact(code, data, reply, flags);
@@ -43,20 +23,6 @@ status_t BBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uin
         reply->setDataPosition(0);
     }
     return status;
-}
-
-status_t BBinder::linkToDeath(const sp<DeathRecipient>& /*recipient*/, void* /*cookie*/,
-                              uint32_t /*flags*/) {
-    return INVALID_OPERATION;
-}
-
-status_t BBinder::unlinkToDeath(const wp<DeathRecipient>& /*recipient*/, void* /*cookie*/,
-                                uint32_t /*flags*/, wp<DeathRecipient>* /*outRecipient*/) {
-    return INVALID_OPERATION;
-}
-
-BBinder* BBinder::localBinder() {
-    return this;
 }
 
 namespace {
@@ -95,6 +61,31 @@ status_t BBinder::onTransact(uint32_t code, const Parcel& data, Parcel* reply, u
     }
 }
 
-BpRefBase::BpRefBase(const sp<IBinder>& o) : mRemote(o) {}
+sp<IBinder> IInterface::asBinder(const IInterface* iface) {
+    // The interface is not changed; its object is only reached through a non-const operation.
+    return iface != nullptr ? sp<IBinder>(const_cast<IInterface*>(iface)->onAsBinder()) : nullptr;
+}
+
+sp<IBinder> IInterface::asBinder(const sp<IInterface>& iface) {
+    return asBinder(iface.get());
+}
+
+namespace internal {
+
+void Stability::markCompilationUnit(IBinder* binder) {
+    setStability(binder, SYSTEM);
+}
+
+int32_t Stability::getStability(IBinder* binder) {
+    return binder != nullptr ? binder->mStability.load() : int32_t{UNDECLARED};
+}
+
+void Stability::setStability(IBinder* binder, int32_t level) {
+    if (binder != nullptr) {
+        binder->mStability = level;
+    }
+}
+
+}  // namespace internal
 
 }  // namespace android

@@ -1,8 +1,6 @@
 #include "BinderProcess.h"
 
 #include <sys/random.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -14,12 +12,9 @@ namespace transport {
 namespace {
 
 uint64_t randomInstance() {
+    // Never fails for so few bytes.
     uint64_t instance = 0;
-    if (::getrandom(&instance, sizeof(instance), 0) != sizeof(instance)) {
-        timespec now = {};
-        ::clock_gettime(CLOCK_MONOTONIC, &now);
-        instance = (static_cast<uint64_t>(::getpid()) << 32) ^ static_cast<uint64_t>(now.tv_nsec);
-    }
+    [[maybe_unused]] const ssize_t size = ::getrandom(&instance, sizeof(instance), 0);
     return instance;
 }
 
@@ -43,7 +38,6 @@ BinderProcess& BinderProcess::self() {
 BinderProcess::BinderProcess()
     : mGeneration(forkGeneration()),
       mInstance(randomInstance()),
-      mOneways(mPool),
       mRegistry(new ServiceRegistry(*this)) {}
 
 BinderProcess::~BinderProcess() = default;

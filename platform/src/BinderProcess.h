@@ -8,9 +8,8 @@
 #include <unordered_map>
 
 #include "Connection.h"
-#include "ForkSafeFd.h"
-#include "OnewayQueues.h"
 #include "ThreadPool.h"
+#include "UniqueFd.h"
 
 namespace android {
 namespace transport {
@@ -26,7 +25,6 @@ public:
     /// A random number that names this process image to its peers.
     uint64_t instance() const { return mInstance; }
     ThreadPool& pool() { return mPool; }
-    OnewayQueues& oneways() { return mOneways; }
     ServiceRegistry& registry() { return *mRegistry; }
 
     /// Makes sure that exit waits for the calls that are running; for the first pool thread.
@@ -62,7 +60,6 @@ private:
     const uint32_t mGeneration;
     const uint64_t mInstance;
     ThreadPool mPool;
-    OnewayQueues mOneways;
     const std::unique_ptr<ServiceRegistry> mRegistry;
 
     std::mutex mLock;

@@ -120,8 +120,4 @@ void BpBinder::reportDeath() {
     }
 }
 
-BpBinder* BpBinder::remoteBinder() {
-    return this;
-}
-
 }  // namespace android

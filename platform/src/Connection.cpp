@@ -11,7 +11,6 @@
 #include <android/log.h>
 
 #include "BinderProcess.h"
-#include "ServedCall.h"
 
 namespace android {
 namespace transport {
@@ -29,7 +28,33 @@ size_t onewayCost(size_t dataSize) {
 
 std::atomic<uint64_t> gNextConnectionId{1};
 
+/// A call from a peer for as long as this thread runs it. These stand on the thread's stack, the
+/// innermost first, and tell which of a peer's waiting calls an outgoing one is made for.
+struct ServedCall {
+    const Connection* connection;
+    uint64_t id;  // 0 for a oneway call
+    CallerIdentity caller;
+    const ServedCall* outer;
+};
+
+// Plain data: a thread that calls while the process exits must not find it destroyed.
+thread_local const ServedCall* tInnermost = nullptr;
+
+/// The innermost two-way call of the peer that this thread is running, 0 for none.
+uint64_t innermostFrom(const Connection* connection) {
+    const ServedCall* call = tInnermost;
+    while (call != nullptr && (call->connection != connection || call->id == 0)) {
+        call = call->outer;
+    }
+    return call != nullptr ? call->id : 0;
+}
+
 }  // namespace
+
+const CallerIdentity& currentCaller() {
+    static constexpr CallerIdentity kNobody;
+    return tInnermost != nullptr ? tInnermost->caller : kNobody;
+}
 
 /// A two-way call to the peer, on the stack of the thread that waits for the reply.
 struct Connection::PendingCall {
@@ -52,11 +77,12 @@ bool Connection::isDead() const {
     return mDead.load() || mWriter->generation() != forkGeneration();
 }
 
-void Connection::noticeDeath() {
+bool Connection::noticeDeath() {
     pollfd state = {fd(), POLLRDHUP, 0};
     if (!isDead() && ::poll(&state, 1, 0) > 0) {
         close(nullptr);
     }
+    return isDead();
 }
 
 // Sending.
@@ -88,7 +114,7 @@ status_t Connection::call(uint64_t handle, uint32_t code, const Parcel& data, Pa
         header.callId = mNextCallId++;
         mPending.emplace(header.callId, &pending);
     }
-    header.nestedIn = ServedCall::innermostFrom(this);
+    header.nestedIn = innermostFrom(this);
     const status_t sent = transmit(header, data);
     if (sent != OK) {
         const std::lock_guard<std::mutex> lock(mLock);
@@ -184,7 +210,7 @@ void Connection::returnProxy(BpBinder* proxy) {
     header.target = proxy->mHandle;
     header.code = static_cast<uint32_t>(mObjects.forget(proxy));
     // A peer that is gone is left to whoever reads next: this may run below the caller's locks.
-    mWriter->send(header, nullptr, {}, {});
+    mWriter->send(header);
 }
 
 /// Notes that a oneway call of the peer's has been run, and tells the peer once it is worth it.
@@ -199,18 +225,18 @@ void Connection::onewayDone(size_t cost) {
         }
         header.code = static_cast<uint32_t>(std::exchange(mOnewayToTell, 0));
     }
-    mWriter->send(header, nullptr, {}, {});
+    mWriter->send(header);
 }
 
 void Connection::run(IncomingCall& incoming) {
     const size_t cost = onewayCost(incoming.request.dataSize());
     Parcel reply;
-    status_t status;
-    {
-        const ServedCall served(this, incoming.isOneway() ? 0 : incoming.id,
-                                {true, mPeer.pid, mPeer.uid});
-        status = incoming.target->transact(incoming.code, incoming.request, &reply, incoming.flags);
-    }
+    const ServedCall served = {
+        this, incoming.isOneway() ? 0 : incoming.id, {true, mPeer.pid, mPeer.uid}, tInnermost};
+    tInnermost = &served;
+    const status_t status =
+        incoming.target->transact(incoming.code, incoming.request, &reply, incoming.flags);
+    tInnermost = served.outer;
     if (incoming.isOneway()) {
         onewayDone(cost);
     } else {
@@ -235,25 +261,27 @@ void Connection::awaitReply(PendingCall& pending) {
             pending.wakeup.wait(lock);
             pending.waiting = false;
         } else {
-            takeRole();
-            lock.unlock();
-            readFor(pending);
-            lock.lock();
+            mReading = true;
+            if (mArmed && mProcess.pool().active()) {
+                mProcess.pool().disarm(this);
+                mArmed = false;
+            }
+            Jobs jobs;
+            while (!pending.done && pending.nested.empty()) {
+                lock.unlock();
+                readFrame(true, &jobs);
+                for (ThreadPool::Job& job : jobs) {
+                    mProcess.pool().post(std::move(job));
+                }
+                jobs.clear();
+                lock.lock();
+            }
             handRoleOn();
         }
     }
 }
 
-/// REQUIRES: mLock held, mReading false.
-void Connection::takeRole() {
-    mReading = true;
-    if (mArmed && mProcess.pool().active()) {
-        mProcess.pool().disarm(this);
-        mArmed = false;
-    }
-}
-
-/// REQUIRES: mLock held.
+/// Gives the reading role up. REQUIRES: mLock held.
 void Connection::handRoleOn() {
     mReading = false;
     for (auto& [id, pending] : mPending) {
@@ -268,32 +296,15 @@ void Connection::handRoleOn() {
     }
 }
 
-bool Connection::isServed(const PendingCall& pending) {
-    const std::lock_guard<std::mutex> lock(mLock);
-    return pending.done || !pending.nested.empty();
-}
-
-/// Reads until there is something for `pending`. REQUIRES: the reading role.
-void Connection::readFor(const PendingCall& pending) {
-    Jobs jobs;
-    for (bool served = false; !served || mFrames.hasBuffered(); served = isServed(pending)) {
-        Frame frame;
-        const FrameReader::Result result = mFrames.next(!served, &frame);
-        if (result == FrameReader::Result::kWouldBlock) {
-            break;
-        }
-        if (result != FrameReader::Result::kFrame) {
-            close(result == FrameReader::Result::kMalformed ? "malformed frame" : nullptr);
-            break;
-        }
-        if (!take(frame, &jobs)) {
-            close("malformed frame");
-            break;
-        }
-        for (ThreadPool::Job& job : jobs) {
-            mProcess.pool().post(std::move(job));
-        }
-        jobs.clear();
+/// Takes the next frame in; without `block`, only if it is there. REQUIRES: the reading role.
+void Connection::readFrame(bool block, Jobs* jobs) {
+    Frame frame;
+    const FrameReader::Result result = mFrames.next(block, &frame);
+    if (result == FrameReader::Result::kClosed) {
+        close(nullptr);
+    } else if (result == FrameReader::Result::kMalformed ||
+               (result == FrameReader::Result::kFrame && !take(frame, jobs))) {
+        close("malformed frame");
     }
 }
 
@@ -307,21 +318,7 @@ std::vector<ThreadPool::Job> Connection::readAvailable() {
         }
         mReading = true;
     }
-    do {
-        Frame frame;
-        const FrameReader::Result result = mFrames.next(false, &frame);
-        if (result == FrameReader::Result::kWouldBlock) {
-            break;
-        }
-        if (result != FrameReader::Result::kFrame) {
-            close(result == FrameReader::Result::kMalformed ? "malformed frame" : nullptr);
-            break;
-        }
-        if (!take(frame, &jobs)) {
-            close("malformed frame");
-            break;
-        }
-    } while (mFrames.hasBuffered());
+    readFrame(false, &jobs);
     const std::lock_guard<std::mutex> lock(mLock);
     handRoleOn();
     return jobs;
@@ -345,7 +342,7 @@ bool Connection::take(Frame& frame, Jobs* jobs) {
 
 /// Turns what was sent into what a parcel holds. Objects are resolved at once, in the order of the
 /// frames, since a later frame may give up the reference that this one relies on.
-bool Connection::unpack(Frame& frame, Content* content) {
+bool Connection::unpack(Frame& frame, std::vector<ParcelObject>* objects) {
     size_t fdCount = 0;
     for (const WireObject& record : frame.objects) {
         ParcelObject object;
@@ -371,7 +368,7 @@ bool Connection::unpack(Frame& frame, Content* content) {
             default:
                 return false;
         }
-        content->objects.push_back(std::move(object));
+        objects->push_back(std::move(object));
     }
     if (fdCount != frame.fds.size()) {
         return false;
@@ -379,7 +376,6 @@ bool Connection::unpack(Frame& frame, Content* content) {
     for (UniqueFd& fd : frame.fds) {
         fd.release();  // the parcel's from here on
     }
-    content->data = std::move(frame.data);
     return true;
 }
 
@@ -390,9 +386,9 @@ bool Connection::takeCall(Frame& frame, Jobs* jobs) {
     call->id = header.callId;
     call->code = header.code;
     call->flags = header.flags;
-    Content content;
-    if (!unpack(frame, &content) ||
-        call->request.ipcSetData(std::move(content.data), std::move(content.objects)) != OK) {
+    std::vector<ParcelObject> objects;
+    if (!unpack(frame, &objects) ||
+        call->request.ipcSetData(std::move(frame.data), std::move(objects)) != OK) {
         return false;
     }
     call->target = mObjects.exported(header.target);
@@ -400,7 +396,10 @@ bool Connection::takeCall(Frame& frame, Jobs* jobs) {
         return false;
     }
     if (call->isOneway()) {
-        mProcess.oneways().add(std::move(call), jobs);
+        IBinder* const object = call->target.get();
+        if (mProcess.pool().queue(object, [call] { call->connection->run(*call); })) {
+            jobs->push_back([this, object] { mProcess.pool().runQueued(object); });
+        }
         return true;
     }
     {
@@ -417,19 +416,14 @@ bool Connection::takeCall(Frame& frame, Jobs* jobs) {
 }
 
 bool Connection::takeReply(Frame& frame) {
-    Content content;
-    if (!unpack(frame, &content)) {
-        return false;
-    }
-    Parcel checked;
+    std::vector<ParcelObject> objects;  // what is refused is let go of without the lock
     const std::lock_guard<std::mutex> lock(mLock);
     const auto found = mPending.find(frame.header.callId);
-    if (found == mPending.end()) {
-        checked.ipcSetData(std::move(content.data), std::move(content.objects));
+    if (found == mPending.end() || !unpack(frame, &objects)) {
         return false;
     }
     PendingCall& pending = *found->second;
-    if (pending.reply->ipcSetData(std::move(content.data), std::move(content.objects)) != OK) {
+    if (pending.reply->ipcSetData(std::move(frame.data), std::move(objects)) != OK) {
         return false;
     }
     pending.status = frame.header.status;
@@ -483,14 +477,16 @@ void Connection::close(const char* reason) {
     ::shutdown(fd(), SHUT_RDWR);
     mProcess.removeConnection(*this);
     ThreadPool& pool = mProcess.pool();
-    ObjectTable::Content content = mObjects.close();
-    for (const sp<BpBinder>& proxy : content.proxies) {
+    std::vector<sp<IBinder>> exports;
+    std::vector<sp<BpBinder>> proxies;
+    mObjects.close(&exports, &proxies);
+    for (const sp<BpBinder>& proxy : proxies) {
         if (proxy->hasDeathRecipients()) {
             pool.post([proxy] { proxy->reportDeath(); });
         }
     }
     if (pool.active()) {
-        pool.post([exports = std::move(content.exports)]() mutable { exports.clear(); });
+        pool.post([held = std::move(exports)]() mutable { held.clear(); });
     }
 }
 

@@ -13,8 +13,7 @@
 #include <binder/Parcel.h>
 #include <utils/Errors.h>
 
-#include "FrameReader.h"
-#include "FrameWriter.h"
+#include "FrameSocket.h"
 #include "ObjectTable.h"
 #include "ThreadPool.h"
 
@@ -43,6 +42,14 @@ struct IncomingCall {
     bool isOneway() const { return (flags & IBinder::FLAG_ONEWAY) != 0; }
 };
 
+/// Who made the call that a thread is running.
+struct CallerIdentity {
+    bool known = false;  ///< false: the thread runs no call
+    pid_t pid = 0;
+    uid_t uid = 0;
+};
+const CallerIdentity& currentCaller();
+
 /// The one connection between this process and another, for calls in both directions.
 ///
 /// There is no thread behind it. Whoever needs something reads: a caller that waits for its reply,
@@ -60,8 +67,8 @@ public:
     const Peer& peer() const { return mPeer; }
     /// True once the peer is known to be gone, and in a forked child.
     bool isDead() const;
-    /// Looks whether the peer has gone unnoticed, as it may in a process that nobody reads for.
-    void noticeDeath();
+    /// The same, after a look whether the peer has gone unnoticed, as it may where nobody reads.
+    bool noticeDeath();
 
     /// IBinder::transact on the peer's object `handle`.
     status_t call(uint64_t handle, uint32_t code, const Parcel& data, Parcel* reply,
@@ -82,10 +89,6 @@ public:
 
 private:
     struct PendingCall;
-    struct Content {
-        std::vector<uint8_t> data;
-        std::vector<ParcelObject> objects;
-    };
     using Jobs = std::vector<ThreadPool::Job>;
 
     status_t callOneway(FrameHeader header, const Parcel& data);
@@ -94,9 +97,7 @@ private:
     void onewayDone(size_t cost);
 
     void awaitReply(PendingCall& pending);
-    void readFor(const PendingCall& pending);
-    bool isServed(const PendingCall& pending);
-    void takeRole();
+    void readFrame(bool block, Jobs* jobs);
     void handRoleOn();
 
     bool take(Frame& frame, Jobs* jobs);
@@ -104,7 +105,7 @@ private:
     bool takeReply(Frame& frame);
     bool takeRelease(const FrameHeader& header, Jobs* jobs);
     bool takeOnewayDone(const FrameHeader& header);
-    bool unpack(Frame& frame, Content* content);
+    bool unpack(Frame& frame, std::vector<ParcelObject>* objects);
     void close(const char* reason);
 
     BinderProcess& mProcess;

@@ -32,6 +32,8 @@ struct FlatBuffer {
     uint32_t fdCount;
     uint32_t unusedIntegerCount;
     uint32_t usageHigh;
+
+    uint64_t usage() const { return (uint64_t{usageHigh} << 32) | usageLow; }
 };
 static_assert(sizeof(FlatBuffer) == 13 * sizeof(uint32_t), "the flat form has no gaps");
 
@@ -75,19 +77,9 @@ GraphicBuffer::GraphicBuffer() = default;
 GraphicBuffer::GraphicBuffer(uint32_t width, uint32_t height, PixelFormat format,
                              uint32_t layerCount, uint64_t usage,
                              const std::string& requestorName) {
-    Shape shape;
-    shape.width = width;
-    shape.height = height;
-    shape.stride = alignedStride(width);
-    shape.format = format;
-    shape.layerCount = layerCount;
-    shape.usage = usage;
+    const Shape shape = {width, height, alignedStride(width), format, layerCount, usage};
     size_t bytes = 0;
-    if (!memorySize(shape, &bytes)) {
-        mInitCheck = BAD_VALUE;
-        return;
-    }
-    mInitCheck = allocate(requestorName, bytes);
+    mInitCheck = memorySize(shape, &bytes) ? allocate(requestorName, bytes) : status_t{BAD_VALUE};
     if (mInitCheck == OK) {
         mShape = shape;
     }
@@ -175,16 +167,18 @@ status_t GraphicBuffer::flatten(void*& buffer, size_t& size, int*& fds, size_t& 
     if (size < sizeof(FlatBuffer) || count < fdCount) {
         return NO_MEMORY;
     }
-    FlatBuffer flat{};
-    flat.magic = kMagic;
-    flat.width = mShape.width;
-    flat.height = mShape.height;
-    flat.stride = mShape.stride;
-    flat.format = mShape.format;
-    flat.layerCount = mShape.layerCount;
-    flat.usageLow = static_cast<uint32_t>(mShape.usage);
-    flat.usageHigh = static_cast<uint32_t>(mShape.usage >> 32);
-    flat.fdCount = static_cast<uint32_t>(fdCount);
+    const FlatBuffer flat = {kMagic,
+                             mShape.width,
+                             mShape.height,
+                             mShape.stride,
+                             mShape.format,
+                             mShape.layerCount,
+                             static_cast<uint32_t>(mShape.usage),
+                             {},
+                             0,
+                             static_cast<uint32_t>(fdCount),
+                             0,
+                             static_cast<uint32_t>(mShape.usage >> 32)};
     FlattenableUtils::write(buffer, size, flat);
     if (fdCount == 1) {
         *fds++ = mFd;
@@ -213,13 +207,8 @@ status_t GraphicBuffer::unflatten(const void*& buffer, size_t& size, const int*&
     const int fd = *fds++;
     --count;
 
-    Shape shape;
-    shape.width = flat.width;
-    shape.height = flat.height;
-    shape.stride = flat.stride;
-    shape.format = flat.format;
-    shape.layerCount = flat.layerCount;
-    shape.usage = (uint64_t{flat.usageHigh} << 32) | flat.usageLow;
+    const Shape shape = {flat.width,  flat.height,     flat.stride,
+                         flat.format, flat.layerCount, flat.usage()};
     size_t bytes = 0;
     if (!memorySize(shape, &bytes) || !isSharedMemory(fd, bytes)) {
         return BAD_VALUE;

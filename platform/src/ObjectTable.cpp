@@ -45,7 +45,7 @@ sp<BpBinder> ObjectTable::receive(const std::shared_ptr<Connection>& connection,
     const std::lock_guard<std::mutex> lock(mLock);
     const auto found = mProxies.find(handle);
     if (found != mProxies.end()) {
-        if (sp<BpBinder> proxy = found->second.proxy.promote()) {
+        if (sp<BpBinder> proxy = found->second.promote()) {
             ++proxy->mReceived;
             return proxy;
         }
@@ -53,7 +53,7 @@ sp<BpBinder> ObjectTable::receive(const std::shared_ptr<Connection>& connection,
     // Not known, or its proxy is just being destroyed, and gives back what that one has received.
     const sp<BpBinder> proxy(new BpBinder(connection, handle));
     if (!mClosed) {
-        mProxies[handle] = Proxy{proxy, proxy.get()};
+        mProxies[handle] = proxy;
     }
     return proxy;
 }
@@ -61,28 +61,26 @@ sp<BpBinder> ObjectTable::receive(const std::shared_ptr<Connection>& connection,
 uint64_t ObjectTable::forget(BpBinder* proxy) {
     const std::lock_guard<std::mutex> lock(mLock);
     const auto found = mProxies.find(proxy->mHandle);
-    if (found != mProxies.end() && found->second.address == proxy) {
+    if (found != mProxies.end() && found->second.unsafe_get() == proxy) {
         mProxies.erase(found);
     }
     return proxy->mReceived;
 }
 
-ObjectTable::Content ObjectTable::close() {
-    Content content;
+void ObjectTable::close(std::vector<sp<IBinder>>* exports, std::vector<sp<BpBinder>>* proxies) {
     const std::lock_guard<std::mutex> lock(mLock);
     mClosed = true;
     for (auto& [handle, entry] : mExports) {
-        content.exports.push_back(std::move(entry.object));
+        exports->push_back(std::move(entry.object));
     }
     for (auto& [handle, entry] : mProxies) {
-        if (sp<BpBinder> proxy = entry.proxy.promote()) {
-            content.proxies.push_back(std::move(proxy));
+        if (sp<BpBinder> proxy = entry.promote()) {
+            proxies->push_back(std::move(proxy));
         }
     }
     mExports.clear();
     mHandles.clear();
     mProxies.clear();
-    return content;
 }
 
 }  // namespace transport

@@ -33,29 +33,21 @@ public:
     /// Removes a proxy that is being destroyed; the number of references to give back.
     uint64_t forget(BpBinder* proxy);
 
-    struct Content {
-        std::vector<sp<IBinder>> exports;
-        std::vector<sp<BpBinder>> proxies;
-    };
     /// Takes everything out once the peer is gone. The table holds nothing afterwards.
-    Content close();
+    void close(std::vector<sp<IBinder>>* exports, std::vector<sp<BpBinder>>* proxies);
 
 private:
     struct Export {
         sp<IBinder> object;
         uint64_t sent;
     };
-    struct Proxy {
-        wp<BpBinder> proxy;
-        BpBinder* address;
-    };
 
     std::mutex mLock;
-    bool mClosed = false;                             // guarded by mLock
-    uint64_t mNextHandle = 1;                         // guarded by mLock
-    std::unordered_map<uint64_t, Export> mExports;    // guarded by mLock
-    std::unordered_map<IBinder*, uint64_t> mHandles;  // guarded by mLock
-    std::unordered_map<uint64_t, Proxy> mProxies;     // guarded by mLock
+    bool mClosed = false;                                 // guarded by mLock
+    uint64_t mNextHandle = 1;                             // guarded by mLock
+    std::unordered_map<uint64_t, Export> mExports;        // guarded by mLock
+    std::unordered_map<IBinder*, uint64_t> mHandles;      // guarded by mLock
+    std::unordered_map<uint64_t, wp<BpBinder>> mProxies;  // guarded by mLock
 };
 
 }  // namespace transport

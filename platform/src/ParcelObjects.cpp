@@ -234,19 +234,14 @@ status_t Parcel::write(const FlattenableHelperInterface& value) {
     if (size > INT32_MAX || count > kMaxDescriptors) {
         return BAD_VALUE;
     }
-    status_t status = writeInt32(static_cast<int32_t>(size));
-    if (status == OK) {
-        status = writeInt32(static_cast<int32_t>(count));
-    }
-    if (status != OK) {
-        return status;
-    }
-    void* bytes = writeInplace(size);
-    if (bytes == nullptr && size > 0) {
+    void* bytes = nullptr;
+    if (writeInt32(static_cast<int32_t>(size)) != OK ||
+        writeInt32(static_cast<int32_t>(count)) != OK ||
+        ((bytes = writeInplace(size)) == nullptr && size > 0)) {
         return NO_MEMORY;
     }
     std::vector<int> fds(count, -1);
-    status = value.flatten(bytes, size, fds.data(), count);
+    status_t status = value.flatten(bytes, size, fds.data(), count);
     for (size_t i = 0; i < count && status == OK; ++i) {
         status = writeDupFileDescriptor(fds[i]);
     }
@@ -257,10 +252,7 @@ status_t Parcel::read(FlattenableHelperInterface& value) const {
     size_t size = 0;
     int32_t count = 0;
     status_t status = readCount(1, &size);
-    if (status == OK) {
-        status = readInt32(&count);
-    }
-    if (status != OK) {
+    if (status != OK || (status = readInt32(&count)) != OK) {
         return status;
     }
     if (count < 0 || static_cast<size_t>(count) > kMaxDescriptors) {

@@ -1,8 +1,13 @@
+#include <binder/IPCThreadState.h>
 #include <binder/ProcessState.h>
+
+#include <unistd.h>
 
 #include "BinderProcess.h"
 
 namespace android {
+
+using transport::BinderProcess;
 
 sp<ProcessState> ProcessState::self() {
     static const sp<ProcessState>* const state = new sp<ProcessState>(new ProcessState());
@@ -10,17 +15,28 @@ sp<ProcessState> ProcessState::self() {
 }
 
 void ProcessState::startThreadPool() {
-    transport::BinderProcess& process = transport::BinderProcess::self();
-    process.stopPoolAtExit();
-    process.pool().start();
+    BinderProcess::self().stopPoolAtExit();
+    BinderProcess::self().pool().start();
 }
 
-status_t ProcessState::setThreadPoolMaxThreadCount(size_t maxThreads) {
-    if (maxThreads > transport::ThreadPool::kMaxThreads) {
-        return BAD_VALUE;
-    }
-    transport::BinderProcess::self().pool().setMaxThreads(maxThreads);
-    return OK;
+IPCThreadState* IPCThreadState::self() {
+    static IPCThreadState* const state = new IPCThreadState();
+    return state;
+}
+
+pid_t IPCThreadState::getCallingPid() const {
+    const transport::CallerIdentity& caller = transport::currentCaller();
+    return caller.known ? caller.pid : ::getpid();
+}
+
+uid_t IPCThreadState::getCallingUid() const {
+    const transport::CallerIdentity& caller = transport::currentCaller();
+    return caller.known ? caller.uid : ::getuid();
+}
+
+void IPCThreadState::joinThreadPool(bool /*isMain*/) {
+    BinderProcess::self().stopPoolAtExit();
+    BinderProcess::self().pool().join();
 }
 
 }  // namespace android

@@ -1,7 +1,6 @@
 #include "ServiceRegistry.h"
 
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <time.h>
@@ -15,9 +14,10 @@
 #include <utility>
 
 #include <android/log.h>
+#include <binder/IServiceManager.h>
+#include <utils/String8.h>
 
 #include "BinderProcess.h"
-#include "Handshake.h"
 
 namespace android {
 namespace transport {
@@ -25,6 +25,7 @@ namespace {
 
 /// For the other side to answer; it does so without running anybody's code.
 constexpr int64_t kAnswerTimeoutNs = 5'000'000'000;
+constexpr int64_t kGetServiceTimeoutNs = 5'000'000'000;
 
 int64_t nowNs() {
     timespec now = {};
@@ -37,16 +38,15 @@ int leftMs(int64_t deadlineNs) {
     return static_cast<int>(std::max<int64_t>(0, (deadlineNs - nowNs() + 999'999) / 1'000'000));
 }
 
+/// For what settles within a moment, without anything to wait for.
+void waitAMoment() {
+    const timespec moment = {0, 1'000'000};
+    ::nanosleep(&moment, nullptr);
+}
+
 template <typename T>
 bool sendRecord(int socket, const T& record) {
     return ::send(socket, &record, sizeof(record), MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof(record);
-}
-
-/// Takes a record in that has to be there, whole.
-template <typename T>
-bool receiveRecord(int socket, T* record) {
-    return ::recv(socket, record, sizeof(*record), MSG_DONTWAIT) == sizeof(*record) &&
-           record->magic == kFrameMagic;
 }
 
 bool waitReadable(int fd, int64_t deadlineNs) {
@@ -56,6 +56,14 @@ bool waitReadable(int fd, int64_t deadlineNs) {
         count = ::poll(&waited, 1, leftMs(deadlineNs));
     } while (count < 0 && errno == EINTR);
     return count > 0;
+}
+
+/// Waits for a record, which has to come whole.
+template <typename T>
+bool receiveRecord(int socket, T* record, int64_t deadlineNs) {
+    return waitReadable(socket, deadlineNs) &&
+           ::recv(socket, record, sizeof(*record), MSG_DONTWAIT) == sizeof(*record) &&
+           record->magic == kFrameMagic;
 }
 
 /// Who is at the other end, according to the kernel; false for a user who has no business here.
@@ -83,7 +91,7 @@ bool isSound(const std::string& service) {
 
 /// A lookup can only answer null, so the log says why the directory cannot be used.
 bool openForLookup(bool create, RuntimeDirectory* directory) {
-    const status_t status = RuntimeDirectory::open(create, directory);
+    const status_t status = directory->open(create);
     if (status != OK && status != NAME_NOT_FOUND) {
         __android_log_print(ANDROID_LOG_ERROR, "binder",
                             "the runtime directory %s cannot be used (%s); it must belong to user "
@@ -118,9 +126,8 @@ sp<IBinder> ServiceRegistry::findElsewhere(const std::string& name) {
     sp<IBinder> service;
     while (askOnce(directory, name, deadlineNs, &service)) {
         // Two processes have just reached out to each other, or one has not noticed yet that their
-        // connection is gone. Both settle within a moment, and without anything to wait for.
-        const timespec moment = {0, 1'000'000};
-        ::nanosleep(&moment, nullptr);
+        // connection is gone.
+        waitAMoment();
     }
     return service;
 }
@@ -128,28 +135,24 @@ sp<IBinder> ServiceRegistry::findElsewhere(const std::string& name) {
 /// One attempt. True when it has to be repeated; otherwise `service` is set if it was found.
 bool ServiceRegistry::askOnce(const RuntimeDirectory& directory, const std::string& name,
                               int64_t deadlineNs, sp<IBinder>* service) {
-    ForkSafeFd socket = connectTo(directory, name);
+    ForkSafeFd socket = directory.connect(name);
     Peer peer;
     Greeting greeting;
-    if (!socket.ok() || !identify(socket.get(), &peer) || !waitReadable(socket.get(), deadlineNs) ||
-        !receiveRecord(socket.get(), &greeting)) {
+    if (!socket.ok() || !identify(socket.get(), &peer) ||
+        !receiveRecord(socket.get(), &greeting, deadlineNs)) {
         return false;
     }
     peer.instance = greeting.instance;
     std::shared_ptr<Connection> connection = mProcess.connectionTo(peer.instance);
-    if (connection != nullptr) {
-        connection->noticeDeath();
-        if (connection->isDead()) {
-            connection = nullptr;
-        }
+    if (connection != nullptr && connection->noticeDeath()) {
+        connection = nullptr;
     }
     const BinderProcess::Outreach outreach(mProcess, peer.instance);
     Request request;
     request.wish = connection != nullptr ? Wish::kUseConnection : Wish::kConnect;
     request.instance = mProcess.instance();
     Answer answer;
-    if (!sendRecord(socket.get(), request) || !waitReadable(socket.get(), deadlineNs) ||
-        !receiveRecord(socket.get(), &answer)) {
+    if (!sendRecord(socket.get(), request) || !receiveRecord(socket.get(), &answer, deadlineNs)) {
         return false;
     }
     if (answer.outcome != Outcome::kGranted) {
@@ -195,39 +198,23 @@ status_t ServiceRegistry::add(const std::string& name, const sp<IBinder>& servic
         return OK;
     }
     RuntimeDirectory directory;
-    status_t status = RuntimeDirectory::open(true, &directory);
-    if (status == OK) {
-        status = startAnswering();
-    }
     Entry entry;
     entry.service = service;
-    if (status == OK) {
-        status = entry.socket.publish(directory, name);
-    }
-    if (status == OK) {
-        mEntries.emplace(name, std::move(entry));
-        const uint64_t one = 1;
-        [[maybe_unused]] const ssize_t written = ::write(mChanged.get(), &one, sizeof(one));
-    }
-    return status;
-}
-
-/// Starts the thread that answers, once. REQUIRES: mLock held.
-status_t ServiceRegistry::startAnswering() {
-    if (mChanged.ok()) {
-        return OK;
-    }
-    mChanged = ForkSafeFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!mChanged.ok()) {
-        return -errno;
+    status_t status = directory.open(true);
+    if (status != OK || (status = directory.listen(name, &entry.listener)) != OK) {
+        return status;
     }
     try {
-        std::thread([this] { answerVisitors(); }).detach();
+        const int listener = entry.listener.get();
+        std::thread([this, name, listener] { acceptVisitors(name, listener); }).detach();
     } catch (const std::system_error& error) {
-        mChanged = ForkSafeFd();
+        directory.withdraw(name);
         return -error.code().value();
     }
-    std::atexit(removeSockets);
+    if (mEntries.empty()) {
+        std::atexit(removeSockets);
+    }
+    mEntries.emplace(name, std::move(entry));
     return OK;
 }
 
@@ -236,104 +223,103 @@ void ServiceRegistry::removeSockets() {
     ServiceRegistry& self = BinderProcess::self().registry();
     const std::lock_guard<std::mutex> lock(self.mLock);
     RuntimeDirectory directory;
-    if (self.mEntries.empty() || RuntimeDirectory::open(false, &directory) != OK) {
-        return;
-    }
-    for (const auto& [name, entry] : self.mEntries) {
-        entry.socket.withdraw(directory, name);
+    if (!self.mEntries.empty() && directory.open(false) == OK) {
+        for (const auto& [name, entry] : self.mEntries) {
+            directory.withdraw(name);
+        }
     }
 }
 
-void ServiceRegistry::answerVisitors() {
-    std::vector<Visitor> visitors;
+/// Greets whoever looks for the service, for the life of the process.
+void ServiceRegistry::acceptVisitors(const std::string& service, int listener) {
     for (;;) {
-        std::vector<pollfd> waited;
-        std::vector<std::string> services;
-        {
-            const std::lock_guard<std::mutex> lock(mLock);
-            waited.push_back({mChanged.get(), POLLIN, 0});
-            for (const auto& [name, entry] : mEntries) {
-                services.push_back(name);
-                waited.push_back({entry.socket.listener.get(), POLLIN, 0});
-            }
+        ForkSafeFd socket(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+        if (!socket.ok()) {
+            waitAMoment();  // for descriptors, should there be no more
+            continue;
         }
-        for (const Visitor& visitor : visitors) {
-            waited.push_back({visitor.socket.get(), POLLIN, 0});
+        Peer peer;
+        if (!identify(socket.get(), &peer)) {
+            continue;
         }
-        // The first visitor has come first, hence is the first to be given up.
-        const int timeoutMs = visitors.empty() ? -1 : leftMs(visitors.front().deadlineNs);
-        ::poll(waited.data(), waited.size(), timeoutMs);
-
-        if (waited[0].revents != 0) {
-            uint64_t count;
-            [[maybe_unused]] const ssize_t size = ::read(waited[0].fd, &count, sizeof(count));
-        }
-        const size_t firstVisitor = 1 + services.size();
-        const int64_t now = nowNs();
-        std::vector<Visitor> staying;
-        for (size_t i = 0; i < visitors.size(); ++i) {
-            if (waited[firstVisitor + i].revents != 0) {
-                answer(visitors[i]);
-            } else if (now < visitors[i].deadlineNs) {
-                staying.push_back(std::move(visitors[i]));
-            }
-        }
-        visitors = std::move(staying);
-        for (size_t i = 0; i < services.size(); ++i) {
-            if (waited[1 + i].revents != 0) {
-                welcome(services[i], waited[1 + i].fd, &visitors);
-            }
+        try {
+            // On a thread of its own, so that one who says nothing does not keep the others out.
+            std::thread([this, service, peer, visitor = std::move(socket)]() mutable {
+                answer(service, visitor, peer);
+            }).detach();
+        } catch (const std::system_error&) {
+            waitAMoment();  // the visitor has been sent away
         }
     }
 }
 
-void ServiceRegistry::welcome(const std::string& service, int listener,
-                              std::vector<Visitor>* visitors) {
-    ForkSafeFd socket(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
-    Visitor visitor;
+void ServiceRegistry::answer(const std::string& service, ForkSafeFd& visitor, Peer& peer) {
+    const int socket = visitor.get();
     Greeting greeting;
     greeting.instance = mProcess.instance();
-    if (!socket.ok() || !identify(socket.get(), &visitor.peer) ||
-        !sendRecord(socket.get(), greeting)) {
-        return;
-    }
-    visitor.service = service;
-    visitor.socket = std::move(socket);
-    visitor.deadlineNs = nowNs() + kAnswerTimeoutNs;
-    visitors->push_back(std::move(visitor));
-}
-
-void ServiceRegistry::answer(Visitor& visitor) {
     Request request;
-    const sp<IBinder> service = findHere(visitor.service);
-    if (!receiveRecord(visitor.socket.get(), &request)) {
+    if (!sendRecord(socket, greeting) ||
+        !receiveRecord(socket, &request, nowNs() + kAnswerTimeoutNs)) {
         return;
     }
-    visitor.peer.instance = request.instance;
+    peer.instance = request.instance;
     Answer answer;
-    const std::shared_ptr<Connection> connection = mProcess.connectionTo(request.instance);
-    if (connection != nullptr) {
-        connection->noticeDeath();
-    }
-    if (request.wish == Wish::kUseConnection) {
-        if (connection != nullptr && connection->peer().pid == visitor.peer.pid) {
-            answer.outcome = Outcome::kGranted;
-            answer.handle = connection->exportObject(service);
-        }
-        sendRecord(visitor.socket.get(), answer);
-        return;
-    }
-    const int socket = visitor.socket.get();
-    const bool accepted =
-        mProcess.acceptConnection(visitor.socket, visitor.peer, [&](Connection& made) {
-            answer.outcome = Outcome::kGranted;
-            answer.handle = made.exportObject(service);
-            sendRecord(socket, answer);
-        });
-    if (!accepted) {
+    const auto grant = [&](Connection& connection) {
+        answer.outcome = Outcome::kGranted;
+        answer.handle = connection.exportObject(findHere(service));
+        sendRecord(socket, answer);
+    };
+    const std::shared_ptr<Connection> connection = mProcess.connectionTo(peer.instance);
+    const bool dead = connection == nullptr || connection->noticeDeath();
+    if (request.wish == Wish::kUseConnection && !dead && connection->peer().pid == peer.pid) {
+        grant(*connection);
+    } else if (request.wish == Wish::kUseConnection ||
+               !mProcess.acceptConnection(visitor, peer, grant)) {
         sendRecord(socket, answer);
     }
 }
 
 }  // namespace transport
+
+namespace {
+
+class ServiceManager : public IServiceManager {
+public:
+    sp<IBinder> getService(const String16& name) const override {
+        sp<IBinder> service = registry().waitFor(utf8(name), transport::kGetServiceTimeoutNs);
+        if (service == nullptr) {
+            __android_log_print(ANDROID_LOG_WARN, "ServiceManager",
+                                "Service %s didn't start. Returning NULL", utf8(name).c_str());
+        }
+        return service;
+    }
+    sp<IBinder> checkService(const String16& name) const override {
+        return registry().find(utf8(name));
+    }
+    status_t addService(const String16& name, const sp<IBinder>& service, bool /*allowIsolated*/,
+                        int /*dumpsysFlags*/) override {
+        return registry().add(utf8(name), service);
+    }
+
+protected:
+    /// The registry is no object of its own that could be handed on.
+    IBinder* onAsBinder() override { return nullptr; }
+
+private:
+    static transport::ServiceRegistry& registry() {
+        return transport::BinderProcess::self().registry();
+    }
+    static std::string utf8(const String16& name) {
+        const String8 text(name);
+        return std::string(text.c_str(), text.size());
+    }
+};
+
+}  // namespace
+
+sp<IServiceManager> defaultServiceManager() {
+    static const sp<IServiceManager>* const manager = new sp<IServiceManager>(new ServiceManager());
+    return *manager;
+}
+
 }  // namespace android

@@ -4,23 +4,22 @@
 #include <map>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include <binder/IBinder.h>
 #include <utils/Errors.h>
 
 #include "Connection.h"
-#include "ForkSafeFd.h"
 #include "RuntimeDirectory.h"
+#include "UniqueFd.h"
 
 namespace android {
 namespace transport {
 
 class BinderProcess;
 
-/// The services of this process, and the way to those of others. A thread, started with the first
-/// service, answers the peers that look for one; so they are found also while the process runs no
-/// calls yet. All operations may be called from any thread.
+/// The services of this process, and the way to those of others. Each service has a thread that
+/// answers the peers that look for it; so it is found also while the process runs no calls yet. All
+/// operations may be called from any thread.
 class ServiceRegistry {
 public:
     explicit ServiceRegistry(BinderProcess& process) : mProcess(process) {}
@@ -35,14 +34,7 @@ public:
 private:
     struct Entry {
         sp<IBinder> service;
-        ServiceSocket socket;
-    };
-    /// Somebody who has connected and has yet to say what for.
-    struct Visitor {
-        std::string service;
-        ForkSafeFd socket;
-        Peer peer;
-        int64_t deadlineNs;
+        ForkSafeFd listener;
     };
 
     sp<IBinder> findHere(const std::string& name);
@@ -50,17 +42,13 @@ private:
     bool askOnce(const RuntimeDirectory& directory, const std::string& name, int64_t deadlineNs,
                  sp<IBinder>* service);
 
-    status_t startAnswering();
-    void answerVisitors();
-    void welcome(const std::string& service, int listener, std::vector<Visitor>* visitors);
-    void answer(Visitor& visitor);
+    void acceptVisitors(const std::string& service, int listener);
+    void answer(const std::string& service, ForkSafeFd& socket, Peer& peer);
     static void removeSockets();
 
     BinderProcess& mProcess;
     std::mutex mLock;
-    // All below guarded by mLock.
-    std::map<std::string, Entry> mEntries;
-    ForkSafeFd mChanged;  // counts up when there is a new listener; made with the thread
+    std::map<std::string, Entry> mEntries;  // guarded by mLock
 };
 
 }  // namespace transport

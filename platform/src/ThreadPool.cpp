@@ -16,6 +16,7 @@ namespace android {
 namespace transport {
 namespace {
 
+constexpr size_t kMaxThreads = 15;
 constexpr uint64_t kWakeupId = 0;
 
 /// Jobs that this thread is in the middle of: a job may end the process.
@@ -34,11 +35,6 @@ ThreadPool::ThreadPool()
     : mEpoll(::epoll_create1(EPOLL_CLOEXEC)), mWakeup(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     // Edge-triggered: each write wakes one thread, and nobody needs to read.
     control(mEpoll.get(), EPOLL_CTL_ADD, mWakeup.get(), EPOLLIN | EPOLLET, kWakeupId);
-}
-
-void ThreadPool::setMaxThreads(size_t count) {
-    const std::lock_guard<std::mutex> lock(mLock);
-    mMaxThreads = std::max<size_t>(count, 1);
 }
 
 void ThreadPool::start() {
@@ -61,10 +57,6 @@ void ThreadPool::join() {
 bool ThreadPool::active() const {
     const std::lock_guard<std::mutex> lock(mLock);
     return mActive;
-}
-
-bool ThreadPool::mayStartThread() const {
-    return mMayStart && !mStopping && mStarted < mMaxThreads;
 }
 
 /// REQUIRES: mLock held.
@@ -91,8 +83,34 @@ void ThreadPool::callTaker() {
         const uint64_t one = 1;
         // The counter cannot overflow in the life of a process, so the write cannot fail.
         [[maybe_unused]] const ssize_t written = ::write(mWakeup.get(), &one, sizeof(one));
-    } else if (mayStartThread()) {
+    } else if (mMayStart && !mStopping && mStarted < kMaxThreads) {
         startThread();
+    }
+}
+
+bool ThreadPool::queue(const void* key, Job job) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    std::deque<Job>& jobs = mQueues[key];
+    jobs.push_back(std::move(job));
+    return jobs.size() == 1;
+}
+
+void ThreadPool::runQueued(const void* key) {
+    Job job;
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        job = std::move(mQueues.at(key).front());
+    }
+    job();
+    const std::lock_guard<std::mutex> lock(mLock);
+    const auto found = mQueues.find(key);
+    found->second.pop_front();
+    if (found->second.empty()) {
+        mQueues.erase(found);
+    } else {
+        // Behind what else is waiting, so that a busy object does not starve the others.
+        mJobs.push_back([this, key] { runQueued(key); });
+        callTaker();
     }
 }
 

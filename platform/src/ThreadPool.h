@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "ForkSafeFd.h"
+#include "UniqueFd.h"
 
 namespace android {
 namespace transport {
@@ -23,11 +23,9 @@ class Connection;
 class ThreadPool {
 public:
     using Job = std::function<void()>;
-    static constexpr size_t kMaxThreads = 15;
 
     ThreadPool();
 
-    void setMaxThreads(size_t count);
     /// Starts the first thread; only once.
     void start();
     /// Gives the calling thread to the pool for good.
@@ -37,6 +35,11 @@ public:
 
     /// Has a job run by a thread of the pool. Without threads it stays until there are some.
     void post(Job job);
+
+    /// Puts a job behind the others of `key`, of which only one runs at a time. True when there are
+    /// no others: then runQueued has to be called, as a job.
+    bool queue(const void* key, Job job);
+    void runQueued(const void* key);
 
     /// Has `connection` read by the pool whenever it is readable, as soon as it is armed.
     void watch(const std::shared_ptr<Connection>& connection);
@@ -54,7 +57,6 @@ private:
     std::vector<Job> waitForWork();
     void callTaker();
     void startThread();
-    bool mayStartThread() const;
 
     ForkSafeFd mEpoll;
     ForkSafeFd mWakeup;
@@ -63,8 +65,8 @@ private:
     std::condition_variable mJobDone;
     // All below guarded by mLock.
     std::deque<Job> mJobs;
+    std::unordered_map<const void*, std::deque<Job>> mQueues;  // the first of each is running
     std::unordered_map<uint64_t, std::shared_ptr<Connection>> mWatched;
-    size_t mMaxThreads = kMaxThreads;
     size_t mStarted = 0;  // threads that the pool has started itself
     size_t mIdle = 0;     // threads that wait, and started ones that are about to
     size_t mRunning = 0;  // jobs

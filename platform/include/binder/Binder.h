@@ -1,15 +1,8 @@
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-
 #include <binder/IBinder.h>
 
 namespace android {
-
-namespace internal {
-class Stability;
-}
 
 /// An object of this process that others can call: derive and override onTransact.
 class BBinder : public IBinder {
@@ -17,16 +10,19 @@ public:
     BBinder() = default;
 
     const String16& getInterfaceDescriptor() const override;
-    bool isBinderAlive() const override;
-    status_t pingBinder() override;
+    bool isBinderAlive() const override { return true; }
+    status_t pingBinder() override { return OK; }
     /// Writes nothing; for a subclass to override.
-    status_t dump(int fd, const Vector<String16>& args) override;
+    status_t dump(int /*fd*/, const Vector<String16>& /*args*/) override { return OK; }
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0) final;
-    status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
-                         uint32_t flags = 0) override;
-    status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,
-                           uint32_t flags = 0, wp<DeathRecipient>* outRecipient = nullptr) override;
-    BBinder* localBinder() override;
+    status_t linkToDeath(const sp<DeathRecipient>&, void* = nullptr, uint32_t = 0) override {
+        return INVALID_OPERATION;
+    }
+    status_t unlinkToDeath(const wp<DeathRecipient>&, void* = nullptr, uint32_t = 0,
+                           wp<DeathRecipient>* = nullptr) override {
+        return INVALID_OPERATION;
+    }
+    BBinder* localBinder() override { return this; }
 
 protected:
     ~BBinder() override = default;
@@ -39,18 +35,14 @@ protected:
                                 uint32_t flags = 0);
 
 private:
-    friend class internal::Stability;
-
     BBinder(const BBinder&) = delete;
     BBinder& operator=(const BBinder&) = delete;
-
-    std::atomic<int32_t> mStability{0};
 };
 
 /// The part of an interface's proxy that holds the remote object.
 class BpRefBase : public virtual RefBase {
 protected:
-    explicit BpRefBase(const sp<IBinder>& o);
+    explicit BpRefBase(const sp<IBinder>& o) : mRemote(o) {}
     ~BpRefBase() override = default;
 
     IBinder* remote() const { return mRemote.get(); }

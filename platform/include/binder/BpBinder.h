@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -10,9 +9,6 @@
 
 namespace android {
 
-namespace internal {
-class Stability;
-}
 namespace transport {
 class Connection;
 class ObjectTable;
@@ -32,13 +28,12 @@ public:
                          uint32_t flags = 0) override;
     status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,
                            uint32_t flags = 0, wp<DeathRecipient>* outRecipient = nullptr) override;
-    BpBinder* remoteBinder() override;
+    BpBinder* remoteBinder() override { return this; }
 
 protected:
     ~BpBinder() override;
 
 private:
-    friend class internal::Stability;
     friend class transport::Connection;
     friend class transport::ObjectTable;
 
@@ -60,7 +55,6 @@ private:
     const uint64_t mHandle;
     /// How often the peer has sent the object: what has to be given back. Guarded by the table.
     uint64_t mReceived = 1;
-    std::atomic<int32_t> mStability{0};
 
     mutable std::mutex mLock;
     mutable String16 mDescriptor;           // guarded by mLock until it is known

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include <utils/Errors.h>
@@ -13,6 +14,9 @@ class BBinder;
 class BpBinder;
 class IInterface;
 class Parcel;
+namespace internal {
+class Stability;
+}
 
 /// Packs four characters into a transaction code of the platform's own.
 constexpr uint32_t packTransactionCode(char c1, char c2, char c3, char c4) {
@@ -77,14 +81,19 @@ public:
                                    wp<DeathRecipient>* outRecipient = nullptr) = 0;
 
     /// This object when it lives in this process, else null.
-    virtual BBinder* localBinder();
+    virtual BBinder* localBinder() { return nullptr; }
 
     /// This object when it is a proxy, else null.
-    virtual BpBinder* remoteBinder();
+    virtual BpBinder* remoteBinder() { return nullptr; }
 
 protected:
     IBinder() = default;
     ~IBinder() override = default;
+
+private:
+    friend class internal::Stability;
+
+    std::atomic<int32_t> mStability{0};
 };
 
 }  // namespace android

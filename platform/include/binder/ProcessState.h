@@ -1,8 +1,5 @@
 #pragma once
 
-#include <cstddef>
-
-#include <utils/Errors.h>
 #include <utils/RefBase.h>
 
 namespace android {
@@ -16,9 +13,6 @@ public:
     /// an exit handler that stops taking up calls and waits for those that are running; outgoing
     /// calls go on working after it. Only the first call does anything.
     void startThreadPool();
-
-    /// At most this many threads are started, 1 to 15; BAD_VALUE above. 0 counts as 1.
-    status_t setThreadPoolMaxThreadCount(size_t maxThreads);
 
 private:
     ProcessState() = default;
