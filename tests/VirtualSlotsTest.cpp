@@ -8,10 +8,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <ostream>
 #include <string>
-#include <tuple>
-#include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "aidl/DeGraphicBuffer.h"
@@ -31,14 +29,12 @@ std::string operationAt(const void* address) {
     if (dladdr(address, &symbol) == 0 || symbol.dli_saddr != address) {
         return kUnnamed;
     }
-    int status = 0;
-    char* const demangled = abi::__cxa_demangle(symbol.dli_sname, nullptr, nullptr, &status);
-    const std::string text = status == 0 ? demangled : symbol.dli_sname;
-    std::free(demangled);
     // "...::IDisplayEngineService::getSupported(int, int*)"
+    char* const demangled = abi::__cxa_demangle(symbol.dli_sname, nullptr, nullptr, nullptr);
+    const std::string text = demangled == nullptr ? symbol.dli_sname : demangled;
+    std::free(demangled);
     const std::string qualified = text.substr(0, text.find('('));
-    const size_t scope = qualified.rfind("::");
-    return scope == std::string::npos ? qualified : qualified.substr(scope + 2);
+    return qualified.substr(qualified.rfind(':') + 1);
 }
 
 /** The operations in the first slots of the table of the class that has this decorated name. */
@@ -60,42 +56,28 @@ std::vector<std::string> slotsOf(const std::string& className, size_t count) {
     return slots;
 }
 
-struct Table {
-    const char* className;  ///< As decorated in its symbols.
-    std::vector<std::string> slots;
-};
-
-// Names the case in the test's name.
-void PrintTo(const Table& table, std::ostream* out) {
-    *out << table.className;
-}
-
-class SlotOrderTest : public testing::TestWithParam<Table> {};
-
-TEST_P(SlotOrderTest, matchesThePublishedOne) {
-    const Table& table = GetParam();
-    EXPECT_EQ(slotsOf(table.className, table.slots.size()), table.slots);
-}
-
 // The interfaces are abstract, so their order is read off classes that implement the operations.
 // A destructor takes two slots. kUnnamed: onAsBinder and other members of the platform's bases.
-INSTANTIATE_TEST_SUITE_P(
-    Classes, SlotOrderTest,
-    testing::Values(Table{"N3com6tivora13displayengine22BpDisplayEngineServiceE",
-                          {"~BpDisplayEngineService", "~BpDisplayEngineService", kUnnamed,
-                           "getInterfaceDescriptor", "getSupported", "setScene", "setData",
-                           "getEffectEx", "getEffect", "getEffectExByData", "setEffect",
-                           "registerCallback", "registerCallbackEx", "unregisterCallback",
-                           "unregisterCallbackEx", "processGraphicBuffer"}},
-                    Table{"N3com6tivora13displayengine23BpDisplayEngineCallbackE",
-                          {"~BpDisplayEngineCallback", "~BpDisplayEngineCallback", kUnnamed,
-                           "getInterfaceDescriptor", "onEvent", "onEventWithData"}},
-                    Table{"N10AisrEngine14ClientCallbackE",
-                          {"~ClientCallback", "~ClientCallback", kUnnamed, kUnnamed, "onEvent",
-                           "onEventWithData", kUnnamed, "onTransact"}},
-                    Table{"N3com6tivora13displayengine15DeGraphicBufferE",
-                          {"~DeGraphicBuffer", "~DeGraphicBuffer", "writeToParcel",
-                           "readFromParcel", kUnnamed}}));
+TEST(SlotOrderTest, matchesThePublishedOne) {
+    const std::pair<std::string, std::vector<std::string>> tables[] = {
+        {"N3com6tivora13displayengine22BpDisplayEngineServiceE",
+         {"~BpDisplayEngineService", "~BpDisplayEngineService", kUnnamed, "getInterfaceDescriptor",
+          "getSupported", "setScene", "setData", "getEffectEx", "getEffect", "getEffectExByData",
+          "setEffect", "registerCallback", "registerCallbackEx", "unregisterCallback",
+          "unregisterCallbackEx", "processGraphicBuffer"}},
+        {"N3com6tivora13displayengine23BpDisplayEngineCallbackE",
+         {"~BpDisplayEngineCallback", "~BpDisplayEngineCallback", kUnnamed,
+          "getInterfaceDescriptor", "onEvent", "onEventWithData"}},
+        {"N10AisrEngine14ClientCallbackE",
+         {"~ClientCallback", "~ClientCallback", kUnnamed, kUnnamed, "onEvent", "onEventWithData",
+          kUnnamed, "onTransact"}},
+        {"N3com6tivora13displayengine15DeGraphicBufferE",
+         {"~DeGraphicBuffer", "~DeGraphicBuffer", "writeToParcel", "readFromParcel", kUnnamed}},
+    };
+    for (const auto& [className, slots] : tables) {
+        EXPECT_EQ(slotsOf(className, slots.size()), slots) << className;
+    }
+}
 
 // Members. An explicit instantiation may name private ones, hence the template arguments.
 
@@ -114,13 +96,8 @@ Place placeOf(MEMBER OWNER::*member) {
     return {static_cast<size_t>(offset), sizeof(MEMBER), alignof(MEMBER)};
 }
 
-struct Layout {
-    const char* owner;
-    std::vector<Place> places;
-};
-
-std::vector<Layout>& layouts() {
-    static std::vector<Layout> list;
+std::vector<std::vector<Place>>& layouts() {
+    static std::vector<std::vector<Place>> list;
     return list;
 }
 
@@ -129,16 +106,9 @@ struct MembersInOrder {
     static const bool isListed;
 };
 
-template <typename OWNER, typename MEMBER>
-const char* ownerName(MEMBER OWNER::*) {
-    return typeid(OWNER).name();
-}
-
 template <auto... MEMBERS>
-const bool MembersInOrder<MEMBERS...>::isListed =
-    (layouts().push_back({ownerName(std::get<0>(std::make_tuple(MEMBERS...))),
-                          {placeOf(MEMBERS)...}}),
-     true);
+const bool MembersInOrder<MEMBERS...>::isListed = (layouts().push_back({placeOf(MEMBERS)...}),
+                                                   true);
 
 using Manager = DisplayEngineManager;
 using Buffer = com::tivora::displayengine::DeGraphicBuffer;
@@ -171,12 +141,12 @@ template struct MembersInOrder<&Buffer::mParams, &Buffer::mGraphicBuffer>;
 
 TEST(MemberOrderTest, membersFollowOneAnotherAfterTheTable) {
     ASSERT_EQ(layouts().size(), 5U);
-    for (const Layout& layout : layouts()) {
+    for (size_t owner = 0; owner < layouts().size(); ++owner) {
         size_t end = sizeof(void*);  // of the pointer to the table of virtual operations
-        for (size_t i = 0; i < layout.places.size(); ++i) {
-            const Place& place = layout.places[i];
+        for (size_t i = 0; i < layouts()[owner].size(); ++i) {
+            const Place& place = layouts()[owner][i];
             const size_t next = (end + place.alignment - 1) / place.alignment * place.alignment;
-            EXPECT_EQ(place.offset, next) << layout.owner << ", member " << i + 1;
+            EXPECT_EQ(place.offset, next) << "list " << owner + 1 << ", member " << i + 1;
             end = place.offset + place.size;
         }
     }
