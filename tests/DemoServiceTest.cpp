@@ -1,5 +1,4 @@
 // The sample service as a program: its answers, its report, its registrations, and how it ends.
-#include <binder/IPCThreadState.h>
 #include <binder/PersistableBundle.h>
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
@@ -10,9 +9,10 @@
 #include <utils/String16.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -46,25 +46,20 @@ PersistableBundle entry(const char* key, int32_t value) {
     return data;
 }
 
-std::string servicePath() {
-    const std::filesystem::path tests =
-        std::filesystem::path(ChildProcess::ownPath()).parent_path();
-    return (tests.parent_path() / "demo/service/displayengine-service").string();
-}
+const std::string kService = std::filesystem::path(ChildProcess::ownPath()).parent_path() /
+                             "../demo/service/displayengine-service";
 
 class DemoServiceTest : public ::testing::Test {
 protected:
     DemoServiceTest() { android::ProcessState::self()->startThreadPool(); }
 
-    void start(const Strings& arguments) {
-        mProgram = std::make_unique<ChildProcess>(servicePath(), arguments);
+    void start(const std::string& arguments = "") {
+        std::istringstream words(arguments);
+        mProgram = std::make_unique<ChildProcess>(
+            kService, Strings{std::istream_iterator<std::string>(words), {}});
         expectLine("ready");
         mService = checkDisplayEngineService();
         ASSERT_NE(mService, nullptr);
-    }
-    void stop() {
-        mProgram->kill(SIGTERM);
-        EXPECT_EQ(mProgram->wait(), 0);
     }
     void command(const std::string& line) { mProgram->writeLine(line); }
     void expectLine(const std::string& line) {
@@ -77,61 +72,53 @@ protected:
 };
 
 TEST_F(DemoServiceTest, FeaturesAreAnsweredAndKeepWhatIsSet) {
-    start({"--panel-name", "PANEL02"});
-    for (const int32_t feature : {14, 19, 25, 26, 33, 34, 44, 45}) {
-        int32_t result = -1;
-        EXPECT_TRUE(mService->getSupported(feature, &result).isOk());
-        EXPECT_EQ(result, feature == 45 ? 0 : 1) << feature;
-    }
+    start("--panel-name PANEL02");
     struct {
-        int32_t feature;
-        int32_t type;
-        size_t size;
-        int32_t length;
-        int32_t result;
-        std::string begin;
+        int32_t feature, type, length;
+        std::string content;  // of a buffer full of dots before
     } const effects[] = {
-        {14, 0, 255, 255, 0, std::string("PANEL02\0\0", 9)},
-        {14, 0, 6, 6, kRefused, "......"},
-        {33, 14, 4, 4, 0, std::string("\x10\x02\0\0", 4)},
-        {33, 14, 4, 3, kRefused, "...."},
-        {33, 14, 4, 5, kRefused, "...."},
-        {33, 14, 4, -1, kRefused, "...."},
-        {25, 16, 1, 1, 0, "\x01"},
-        {25, 17, 1, 1, kRefused, "."},
+        {14, 0, 9, std::string("PANEL02\0\0", 9)},
+        {14, 0, 6, "......"},
+        {33, 14, 4, std::string("\x10\x02\0\0", 4)},
+        {33, 14, 3, "..."},
+        {33, 14, 5, "...."},
+        {33, 14, -1, "...."},
+        {25, 17, 1, "."},
     };
+    int32_t result = 0;
     for (const auto& c : effects) {
         SCOPED_TRACE(testing::Message() << c.feature << " " << c.type << " " << c.length);
-        std::vector<uint8_t> buffer(c.size, '.');
-        int32_t result = -1;
+        std::vector<uint8_t> buffer(c.content.size(), '.');
         EXPECT_TRUE(mService->getEffect(c.feature, c.type, &buffer, c.length, &result).isOk());
-        EXPECT_EQ(result, c.result);
-        EXPECT_EQ(std::string(buffer.begin(), buffer.end()).substr(0, c.begin.size()), c.begin);
+        EXPECT_EQ(result, c.content[0] == '.' ? kRefused : 0);
+        EXPECT_EQ(std::string(buffer.begin(), buffer.end()), c.content);
     }
-    int32_t results[7] = {};
     PersistableBundle rate;
     rate.putString(String16("FPS"), String16("60\n\x7fready"));
-    EXPECT_TRUE(mService->setScene(20, 100, &results[0]).isOk());
-    EXPECT_TRUE(mService->setScene(20, -1, &results[1]).isOk());
-    EXPECT_TRUE(mService->setData(15, rate, &results[2]).isOk());
-    EXPECT_TRUE(mService->setData(24, entry("forceEnable", 2), &results[3]).isOk());
-    EXPECT_TRUE(mService->setEffect(33, 14, entry("Value", 7), &results[4]).isOk());
-    EXPECT_TRUE(mService->setEffect(25, 16, entry("Value", 2), &results[5]).isOk());
-    EXPECT_TRUE(mService->setEffect(33, 14, entry("Value", -1), &results[6]).isOk());
-    EXPECT_EQ(std::vector<int32_t>(results, results + 7),
-              (std::vector<int32_t>{0, kRefused, 0, kRefused, 0, kRefused, kRefused}));
     std::vector<int32_t> alpha = {-1};
-    EXPECT_TRUE(mService->getEffectEx(33, 14, &alpha, 1, results).isOk());
+    EXPECT_TRUE(mService->setScene(20, 100, &result).isOk());
+    EXPECT_TRUE(mService->setScene(20, -1, &result).isOk());
+    EXPECT_TRUE(mService->setData(15, rate, &result).isOk());
+    EXPECT_TRUE(mService->setData(24, entry("forceEnable", 2), &result).isOk());
+    EXPECT_TRUE(mService->setEffect(33, 14, entry("Value", 7), &result).isOk());
+    EXPECT_TRUE(mService->setEffect(33, 14, entry("Value", -1), &result).isOk());
+    EXPECT_TRUE(mService->setEffect(25, 16, entry("Value", 2), &result).isOk());
+    EXPECT_TRUE(mService->getEffectEx(33, 14, &alpha, 1, &result).isOk());
     EXPECT_EQ(alpha, std::vector<int32_t>{7});
 
     command("status");
-    expectLine("setScene scene=20 value=100 result=0");
-    expectLine("setData type=15 data={FPS=\"60\\x0a\\x7fready\"} result=0");
-    expectLine("setEffect feature=25 type=16 data={Value=2} result=-22");
-    expectLine("status enable=on");
-    expectLine("status scene=20 value=100");
-    expectLine("status feature=33 type=14 value=7");
-    expectLine("status frame-rate=\"60\\x0a\\x7fready\"");
+    for (const char* line : {
+             "setScene scene=20 value=100 result=0",
+             "setData type=15 data={FPS=\"60\\x0a\\x7fready\"} result=0",
+             "setData type=24 data={forceEnable=2} result=-22",
+             "setEffect feature=25 type=16 data={Value=2} result=-22",
+             "status enable=on",
+             "status scene=20 value=100",
+             "status feature=33 type=14 value=7",
+             "status frame-rate=\"60\\x0a\\x7fready\"",
+         }) {
+        expectLine(line);
+    }
 }
 
 TEST_F(DemoServiceTest, TheConfigurationFollowsTheOptionsAndTheEnableState) {
@@ -144,55 +131,28 @@ TEST_F(DemoServiceTest, TheConfigurationFollowsTheOptionsAndTheEnableState) {
         EXPECT_EQ(result, type == 26 ? 0 : kRefused);
         return values;
     };
-    start({});
-    EXPECT_EQ(configuration(26),
-              (std::vector<int32_t>{1, 512, 512, 720, 1280, 30, 38, 2, 3, 40, 33, 5, 10000}));
-    EXPECT_EQ(configuration(25), std::vector<int32_t>(13));
+    using Values = std::vector<int32_t>;
+    start();
+    EXPECT_EQ(configuration(26), (Values{1, 512, 512, 720, 1280, 30, 38, 2, 3, 40, 33, 5, 10000}));
+    EXPECT_EQ(configuration(25), Values(13));
     command("enable off");
     expectLine("enable off clients=0");
     EXPECT_EQ(configuration(26)[0], 0);
-    stop();
+    mProgram.reset();
 
-    start({"--enable",
-           "off",
-           "--min-width",
-           "1",
-           "--min-height",
-           "2",
-           "--max-width",
-           "3",
-           "--max-height",
-           "4",
-           "--max-fps",
-           "5",
-           "--monitor-frames",
-           "6",
-           "--monitor-tolerance",
-           "7",
-           "--monitor-restore",
-           "-8",
-           "--abort-ms",
-           "9",
-           "--overload-ms",
-           "10",
-           "--overload-count",
-           "11",
-           "--overload-period-ms",
-           "12",
-           "--supported",
-           "2"});
-    EXPECT_EQ(configuration(26), (std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, -8, 9, 10, 11, 12}));
-    int32_t supported = 0;
-    EXPECT_TRUE(mService->getSupported(44, &supported).isOk());
-    EXPECT_EQ(supported, 2);
-    stop();
+    start(
+        "--enable off --min-width 1 --min-height 2 --max-width 3 --max-height 4 --max-fps 5 "
+        "--monitor-frames 6 --monitor-tolerance 7 --monitor-restore -8 --abort-ms 9 "
+        "--overload-ms 10 --overload-count 11 --overload-period-ms 12");
+    EXPECT_EQ(configuration(26), (Values{0, 1, 2, 3, 4, 5, 6, 7, -8, 9, 10, 11, 12}));
+    mProgram.reset();
 
-    start({"--short-config", "3"});
-    EXPECT_EQ(configuration(26), (std::vector<int32_t>{1, 512, 512}));
+    start("--short-config 3");
+    EXPECT_EQ(configuration(26), (Values{1, 512, 512}));
 }
 
 TEST_F(DemoServiceTest, AKeyHasOneCallbackAndItIsToldTheState) {
-    start({"--toggle", "0.02:off", "--toggle", "0:on"});
+    start("--toggle 0.02:off --toggle 0:on");
     expectLine("enable on clients=0");
     expectLine("enable off clients=0");
     const std::string self = " pid=" + std::to_string(getpid());
@@ -213,61 +173,27 @@ TEST_F(DemoServiceTest, AKeyHasOneCallbackAndItIsToldTheState) {
 
     EXPECT_TRUE(mService->registerCallback(first).isOk());
     EXPECT_TRUE(mService->registerCallback(first).isOk());
-    expectLine("registered" + self);
     command("enable off");
     expectLine("enable off clients=2");
     EXPECT_EQ(first->take(1), Strings{"onEventWithData 3 { Enable=false }"});
     EXPECT_TRUE(mService->unregisterCallback(first).isOk());
-    expectLine("withdrawn" + self);
-    EXPECT_EQ(mService->unregisterCallback(first).exceptionCode(), Status::EX_ILLEGAL_ARGUMENT);
+    EXPECT_TRUE(mService->unregisterCallbackEx(registration("a b")).isOk());
+    expectLine("withdrawn key=a b" + self);
 
     EXPECT_TRUE(mService->registerCallbackEx(first, registration("c", 43), &accepted).isOk());
     EXPECT_FALSE(accepted);
-    EXPECT_EQ(mService->registerCallbackEx(first, entry("Feature", 44), &accepted).exceptionCode(),
-              Status::EX_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(mService->unregisterCallbackEx(registration("c")).exceptionCode(),
-              Status::EX_ILLEGAL_ARGUMENT);
-    EXPECT_TRUE(mService->unregisterCallbackEx(registration("a b")).isOk());
-    expectLine("withdrawn key=a b" + self);
-}
-
-constexpr char kClientArgument[] = "--client";
-
-/// Another process: registers under `key` and stays until it is killed.
-int runClient(const char* key) {
-    android::ProcessState::self()->startThreadPool();
-    bool accepted = false;
-    const sp<IDisplayEngineService> service = checkDisplayEngineService();
-    if (service == nullptr ||
-        !service->registerCallbackEx(new RecordingCallback, registration(key), &accepted).isOk()) {
-        return 1;
+    for (const Status& status :
+         {mService->registerCallbackEx(first, entry("Feature", 44), &accepted),
+          mService->unregisterCallback(first), mService->unregisterCallbackEx(registration("c"))}) {
+        EXPECT_EQ(status.exceptionCode(), Status::EX_ILLEGAL_ARGUMENT);
     }
-    android::IPCThreadState::self()->joinThreadPool();
-    return 0;
-}
-
-TEST_F(DemoServiceTest, AClientThatDiesIsDropped) {
-    start({});
-    ChildProcess client(ChildProcess::ownPath(), {kClientArgument, "mortal"});
-    const std::string name = "key=mortal pid=" + std::to_string(client.pid());
-    expectLine("registered " + name);
-    // Nobody else withdraws what it has registered.
-    EXPECT_FALSE(mService->unregisterCallbackEx(registration("mortal")).isOk());
-    client.kill();
-    expectLine("died " + name);
-    command("enable off");
-    expectLine("enable off clients=0");
 }
 
 TEST_F(DemoServiceTest, EveryWayToStopLeavesNothingBehind) {
     for (const int how : {SIGTERM, SIGINT, 0}) {
         SCOPED_TRACE(how);
-        start({"--toggle", "3600:on"});
-        if (how == 0) {
-            command("quit");
-        } else {
-            mProgram->kill(how);
-        }
+        start("--toggle 3600:on");
+        how == 0 ? command("quit") : mProgram->kill(how);
         EXPECT_EQ(mProgram->wait(), 0);
         EXPECT_TRUE(std::filesystem::is_empty(mDirectory));
     }
@@ -277,25 +203,24 @@ TEST_F(DemoServiceTest, ABadStartSaysWhyAndFails) {
     const std::string shared = mDirectory + "/shared";
     ASSERT_EQ(mkdir(shared.c_str(), 0700), 0);
     ASSERT_EQ(chmod(shared.c_str(), 0777), 0);
-    start({});
+    start();
     struct {
         Strings arguments;
+        std::string why;
         std::string directory;
-        const char* why;
     } const cases[] = {
-        {{"--brightness", "3"}, mDirectory, "--brightness"},
-        {{"--min-width", "wide"}, mDirectory, "--min-width"},
-        {{"--short-config", "14"}, mDirectory, "--short-config"},
-        {{"--toggle", "1:maybe"}, mDirectory, "'1:maybe' is not SECONDS:on"},
-        {{"--toggle", "1x:on"}, mDirectory, "'1x:on' is not SECONDS:on"},
-        {{"--toggle", "-1:on"}, mDirectory, "'-1:on' is not SECONDS:on"},
-        {{}, mDirectory, "another process has already registered"},
-        {{}, shared, "the runtime directory belongs to another user or is open to others"},
+        {{"--brightness", "3"}, "--brightness", mDirectory},
+        {{"--min-width", "wide"}, "--min-width", mDirectory},
+        {{"--short-config", "14"}, "--short-config", mDirectory},
+        {{"--toggle", "1x:on"}, "'1x:on' is not SECONDS:on", mDirectory},
+        {{"--toggle", "-1:on"}, "'-1:on' is not SECONDS:on", mDirectory},
+        {{"--toggle", "1:maybe"}, "'1:maybe' is not SECONDS:on", mDirectory},
+        {{}, "another process has already registered", mDirectory},
+        {{}, "the runtime directory belongs to another user or is open to others", shared},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.why);
-        ChildProcess program(servicePath(), c.arguments,
-                             {"DISPLAYENGINE_RUNTIME_DIR=" + c.directory});
+        ChildProcess program(kService, c.arguments, {"DISPLAYENGINE_RUNTIME_DIR=" + c.directory});
         EXPECT_NE(program.wait(), 0);
         const std::string error = program.standardError();
         EXPECT_NE(error.find(c.why), std::string::npos) << error;
@@ -307,11 +232,3 @@ TEST_F(DemoServiceTest, ABadStartSaysWhyAndFails) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    if (argc == 3 && std::strcmp(argv[1], kClientArgument) == 0) {
-        return runClient(argv[2]);
-    }
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
