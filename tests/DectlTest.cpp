@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -19,23 +20,14 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-std::string demoProgram(const std::string& path) {
-    return std::filesystem::path(ChildProcess::ownPath()).parent_path() / "../demo" / path;
-}
-
-Strings split(const std::string& text, char separator) {
-    Strings parts;
-    std::istringstream stream(text);
-    for (std::string part; std::getline(stream, part, separator);) {
-        parts.push_back(part);
-    }
-    return parts;
-}
+const std::filesystem::path kDemo =
+    std::filesystem::path(ChildProcess::ownPath()).parent_path() / "../demo";
+const std::string kDectl = kDemo / "control/dectl";
 
 class Service : public ChildProcess {
 public:
     explicit Service(const Strings& arguments = {})
-        : ChildProcess(demoProgram("service/displayengine-service"), arguments) {
+        : ChildProcess(kDemo / "service/displayengine-service", arguments) {
         EXPECT_TRUE(waitForLine("ready"));
     }
 };
@@ -47,7 +39,8 @@ struct Result {
 };
 
 Result dectl(const std::string& arguments) {
-    ChildProcess program(demoProgram("control/dectl"), split(arguments, ' '));
+    std::istringstream words(arguments);
+    ChildProcess program(kDectl, Strings{std::istream_iterator<std::string>(words), {}});
     Result result = {};
     while (const std::optional<std::string> line = program.readLine()) {
         result.output += (result.output.empty() ? "" : "\n") + *line;
@@ -136,21 +129,24 @@ TEST(DectlTest, WithoutServiceOrSenseTheCodeIsTwo) {
 
 TEST(DectlTest, WatchPrintsEventsUntilItOrTheServiceEnds) {
     Service service;
-    ChildProcess plain(demoProgram("control/dectl"), {"watch"});
-    EXPECT_TRUE(service.waitForLine("registered pid=" + std::to_string(plain.pid())));
-    ChildProcess json(demoProgram("control/dectl"), {"watch", "--json"});
-    EXPECT_TRUE(service.waitForLine("registered pid=" + std::to_string(json.pid())));
+    const auto reports = [&](const char* what, const ChildProcess& watch) {
+        return service.waitForLine(what + std::string(" pid=") + std::to_string(watch.pid()));
+    };
+    ChildProcess plain(kDectl, {"watch"});
+    EXPECT_TRUE(reports("registered", plain));
+    ChildProcess json(kDectl, {"watch", "--json"});
+    EXPECT_TRUE(reports("registered", json));
     service.writeLine("enable off");
     EXPECT_EQ(plain.readLine(), "event=3 Enable=false");
     EXPECT_EQ(json.readLine(), R"({"event":3,"data":{"Enable":false}})");
-
     plain.kill(SIGINT);
     EXPECT_EQ(plain.wait(), 0);
-    EXPECT_TRUE(service.waitForLine("withdrawn pid=" + std::to_string(plain.pid())));
-    ChildProcess mortal(demoProgram("control/dectl"), {"watch"});
-    EXPECT_TRUE(service.waitForLine("registered pid=" + std::to_string(mortal.pid())));
+    EXPECT_TRUE(reports("withdrawn", plain));
+
+    ChildProcess mortal(kDectl, {"watch"});
+    EXPECT_TRUE(reports("registered", mortal));
     mortal.kill();
-    EXPECT_TRUE(service.waitForLine("died pid=" + std::to_string(mortal.pid())));
+    EXPECT_TRUE(reports("died", mortal));
     service.kill();
     EXPECT_EQ(json.wait(), 2);
     EXPECT_EQ(json.standardError(), "dectl: the display engine service has died\n");

@@ -22,7 +22,6 @@ namespace fs = std::filesystem;
 using namespace player;
 
 constexpr char kEngine[] = "DE N AISR";
-constexpr char kFrame[] = "data:{ id=7b3f idx=3 640(704)x360 }";
 
 // Of this program alone, and removed at its end.
 fs::path ownFolder() {
@@ -31,7 +30,8 @@ fs::path ownFolder() {
 
 std::string expand(std::string text) {
     const size_t at = text.find('@');
-    return at == std::string::npos ? text : text.replace(at, 1, kFrame);
+    return at == std::string::npos ? text
+                                   : text.replace(at, 1, "data:{ id=7b3f idx=3 640(704)x360 }");
 }
 
 TEST(EngineLog, TellsTheOutcomesOfAFrameApart) {
@@ -65,8 +65,8 @@ TEST(EngineLog, TellsTheOutcomesOfAFrameApart) {
         EXPECT_FALSE(log.isExpired()) << "the next frame starts afresh";
     }
     EngineLog log;
-    log.note(kEngine, expand("enhance:1: doEnhance(@) expired 40.2(40)ms timeout!"), true, false);
-    log.note("ffmpeg", expand("enhance:1: doEnhance(@) expired 40.2(40)ms timeout!"), true, true);
+    log.note(kEngine, expand(cases[3].message), true, false);
+    log.note("ffmpeg", expand(cases[3].message), true, true);
     EXPECT_FALSE(log.isExpired()) << "another thread's frame, or another library's message";
 }
 

@@ -54,9 +54,9 @@ void restore(Plane& picture) {
     std::copy(original.begin(), original.end(), picture.begin());
 }
 
-Plane sharpened(Plane picture) {
-    EXPECT_TRUE(LumaSharpener().sharpen(picture.data(), kWidth, kHeight, kStride,
-                                        [](int) { return true; }));
+Plane sharpened(Plane picture, int width = kWidth, int height = kHeight, int stride = kStride) {
+    const auto goOn = [](int) { return true; };
+    EXPECT_TRUE(LumaSharpener().sharpen(picture.data(), width, height, stride, goOn));
     return picture;
 }
 
@@ -118,10 +118,7 @@ TEST(LumaSharpener, ResultDoesNotDependOnTheOrderOfRowsAndKeepsThePadding) {
 TEST(LumaSharpener, TakesTheSmallestPictures) {
     for (const auto& [width, height] : {std::pair{1, 1}, {1, 5}, {5, 1}, {2, 3}}) {
         const Plane flat(width * height, 77);
-        Plane picture = flat;
-        const auto goOn = [](int) { return true; };
-        EXPECT_TRUE(LumaSharpener().sharpen(picture.data(), width, height, width, goOn));
-        EXPECT_EQ(picture, flat);
+        EXPECT_EQ(sharpened(flat, width, height, width), flat);
     }
 }
 

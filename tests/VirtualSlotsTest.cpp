@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -41,18 +42,15 @@ std::string operationAt(const void* address) {
 std::vector<std::string> slotsOf(const std::string& className, size_t count) {
     const auto* table = static_cast<void**>(dlsym(RTLD_DEFAULT, ("_ZTV" + className).c_str()));
     const void* type = dlsym(RTLD_DEFAULT, ("_ZTI" + className).c_str());
-    std::vector<std::string> slots;
     if (table == nullptr || type == nullptr) {
-        ADD_FAILURE() << className << " is not exported";
-        return slots;
+        return {className + " is not exported"};
     }
     // The slots follow the type information; in front of it stand the offsets of virtual bases.
     while (*table != type) {
         ++table;
     }
-    for (size_t i = 1; i <= count; ++i) {
-        slots.push_back(operationAt(table[i]));
-    }
+    std::vector<std::string> slots(count);
+    std::transform(table + 1, table + 1 + count, slots.begin(), operationAt);
     return slots;
 }
 
@@ -141,12 +139,11 @@ template struct MembersInOrder<&Buffer::mParams, &Buffer::mGraphicBuffer>;
 
 TEST(MemberOrderTest, membersFollowOneAnotherAfterTheTable) {
     ASSERT_EQ(layouts().size(), 5U);
-    for (size_t owner = 0; owner < layouts().size(); ++owner) {
+    for (const std::vector<Place>& layout : layouts()) {
         size_t end = sizeof(void*);  // of the pointer to the table of virtual operations
-        for (size_t i = 0; i < layouts()[owner].size(); ++i) {
-            const Place& place = layouts()[owner][i];
+        for (const Place& place : layout) {
             const size_t next = (end + place.alignment - 1) / place.alignment * place.alignment;
-            EXPECT_EQ(place.offset, next) << "list " << owner + 1 << ", member " << i + 1;
+            EXPECT_EQ(place.offset, next) << "in a class of " << layout.size() << " members";
             end = place.offset + place.size;
         }
     }
