@@ -73,17 +73,12 @@ TEST(EngineLog, TellsTheOutcomesOfAFrameApart) {
 // Between its interval closes the monitor refuses without a message.
 TEST(EngineLog, RemembersTheMonitorsVerdict) {
     EngineLog log;
-    const std::pair<const char*, Outcome> verdicts[] = {
-        {"UNHEALTHY ID:1!", Outcome::kRefusedUnhealthy},
-        {"restore:0 ID:1.", Outcome::kRefusedUnhealthy},
-        {"restore:1 ID:1.", Outcome::kRefusedUnknown},
-        {"UNHEALTHY:1(Not allow restore) ID:1.", Outcome::kRefusedUnhealthy},
-        {"healthy ID:1.", Outcome::kRefusedUnknown},
-    };
-    for (const auto& [verdict, outcome] : verdicts) {
-        log.note(kEngine, std::string("isUnhealthy:1: monitor ") + verdict, false, true);
-        log.beginFrame();
-        EXPECT_EQ(log.outcome(false), outcome) << verdict;
+    for (const std::string recovery : {"restore:1 ID:1.", "healthy ID:1."}) {
+        log.note(kEngine, "isUnhealthy:1: monitor UNHEALTHY:1 ID:1!", false, true);
+        log.note(kEngine, "isUnhealthy:1: monitor restore:0 ID:1.", false, true);
+        EXPECT_EQ(log.outcome(false), Outcome::kRefusedUnhealthy);
+        log.note(kEngine, "isUnhealthy:1: monitor " + recovery, false, true);
+        EXPECT_EQ(log.outcome(false), Outcome::kRefusedUnknown) << recovery;
     }
 }
 
