@@ -1,9 +1,6 @@
 // The callback interface between two processes; here the peer is the client that is notified.
 #include <binder/Parcel.h>
-#include <binder/PersistableBundle.h>
 #include <gtest/gtest.h>
-#include <utils/String16.h>
-#include <utils/String8.h>
 
 #include <string>
 #include <vector>
@@ -17,29 +14,16 @@ using android::OK;
 using android::Parcel;
 using android::sp;
 using android::status_t;
-using android::String16;
 using android::binder::Status;
-using android::os::PersistableBundle;
 using com::tivora::displayengine::IDisplayEngineCallback;
+using protocol::enable;
 using protocol::Peer;
 using protocol::RecordingCallback;
+using protocol::ScriptedBinder;
 
 namespace {
 
 using Strings = std::vector<std::string>;
-
-PersistableBundle enable(bool on) {
-    PersistableBundle data;
-    data.putBoolean(String16("Enable"), on);
-    return data;
-}
-
-class CallbackProtocolTest : public ::testing::Test {
-protected:
-    Peer mPeer;
-    sp<IDisplayEngineCallback> mCallback = IDisplayEngineCallback::asInterface(mPeer.callback);
-    sp<IDisplayEngineCallback> mScripted = IDisplayEngineCallback::asInterface(mPeer.scripted);
-};
 
 // "com.tivora.displayengine.IDisplayEngineCallback" behind the platform's header.
 const char kToken[] =
@@ -48,38 +32,40 @@ const char kToken[] =
     "67006900 6e006500 2e004900 44006900 73007000 6c006100 79004500 6e006700 69006e00 65004300 "
     "61006c00 6c006200 61006300 6b000000";
 
-TEST_F(CallbackProtocolTest, EventsArriveInOrderAndTheirOutcomeIsDropped) {
+TEST(CallbackProtocolTest, EventsArriveInOrderAndTheirOutcomeIsDropped) {
+    const Peer peer;
+    const sp<IDisplayEngineCallback> callback = IDisplayEngineCallback::asInterface(peer.callback);
     Strings sent;
     for (int32_t i = 0; i < 50; ++i) {
-        EXPECT_TRUE(mCallback->onEvent(i, -i).isOk());
-        EXPECT_TRUE(mCallback->onEventWithData(3, enable(i % 2 == 0)).isOk());
+        EXPECT_TRUE(callback->onEvent(i, -i).isOk());
+        EXPECT_TRUE(callback->onEventWithData(3, enable(i % 2 == 0)).isOk());
         sent.push_back("onEvent " + std::to_string(i) + " " + std::to_string(-i));
-        sent.push_back(i % 2 == 0 ? "onEventWithData 3 { Enable=true }"
-                                  : "onEventWithData 3 { Enable=false }");
+        sent.push_back(std::string("onEventWithData 3 { Enable=") +
+                       (i % 2 == 0 ? "true" : "false") + " }");
     }
-    EXPECT_EQ(Peer::takeCalls(mPeer.callback, 100), sent);
+    EXPECT_EQ(Peer::takeCalls(peer.callback, 100), sent);
 }
 
-TEST_F(CallbackProtocolTest, RequestsHaveTheirLayoutAndAskForNoReply) {
-    // Whatever the other side answers: a call is done when it is on its way.
-    mPeer.script(android::INVALID_OPERATION, "fcffffff");
-    EXPECT_TRUE(mScripted->onEvent(3, -1).isOk());
-    Peer::Request request = mPeer.takeRequest();
-    EXPECT_EQ(request.code, 1U);
-    EXPECT_NE(request.flags & IBinder::FLAG_ONEWAY, 0U);
-    EXPECT_EQ(request.bytes, std::string(kToken) + " 03000000 ffffffff");
+TEST(CallbackProtocolTest, RequestsHaveTheirLayoutAndAskForNoReply) {
+    const sp<ScriptedBinder> scripted = new ScriptedBinder;
+    const sp<IDisplayEngineCallback> proxy = IDisplayEngineCallback::asInterface(scripted);
+    EXPECT_TRUE(proxy->onEvent(3, -1).isOk());
+    EXPECT_EQ(scripted->code, 1U);
+    EXPECT_NE(scripted->flags & IBinder::FLAG_ONEWAY, 0U);
+    EXPECT_EQ(scripted->request, std::string(kToken) + " 03000000 ffffffff");
 
-    EXPECT_TRUE(mScripted->onEventWithData(3, enable(true)).isOk());
-    request = mPeer.takeRequest();
-    EXPECT_EQ(request.code, 2U);
-    EXPECT_NE(request.flags & IBinder::FLAG_ONEWAY, 0U);
+    EXPECT_TRUE(proxy->onEventWithData(3, enable(true)).isOk());
+    EXPECT_EQ(scripted->code, 2U);
+    EXPECT_NE(scripted->flags & IBinder::FLAG_ONEWAY, 0U);
     // event; present, a bundle of 32 bytes, "BNDL", one entry: "Enable", boolean, 1
-    EXPECT_EQ(request.bytes, std::string(kToken) +
-                                 " 03000000 01000000 20000000 424e444c 01000000 06000000 45006e00 "
-                                 "61006200 6c006500 00000000 09000000 01000000");
+    EXPECT_EQ(scripted->request,
+              std::string(kToken) +
+                  " 03000000 01000000 20000000 424e444c 01000000 06000000 45006e00 "
+                  "61006200 6c006500 00000000 09000000 01000000");
 }
 
-TEST_F(CallbackProtocolTest, AMalformedEventCallsNothing) {
+TEST(CallbackProtocolTest, AMalformedEventCallsNothing) {
+    const Peer peer;
     const std::string otherToken = std::string(kToken).replace(36, 2, "64");
     struct {
         const char* what;
@@ -103,26 +89,15 @@ TEST_F(CallbackProtocolTest, AMalformedEventCallsNothing) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         Parcel reply;
-        EXPECT_EQ(protocol::send(mPeer.callback, c.code, c.bytes, &reply), c.status);
+        EXPECT_EQ(protocol::send(peer.callback, c.code, c.bytes, &reply), c.status);
         EXPECT_EQ(protocol::hex(reply), c.reply);
     }
-    EXPECT_EQ(Peer::takeCalls(mPeer.callback, 1), Strings{"onEvent 3 -1"});
+    EXPECT_EQ(Peer::takeCalls(peer.callback, 1), Strings{"onEvent 3 -1"});
 }
 
-/// A callback that does not know the newer events: its process is this one, so that its answer to a
-/// oneway call reaches the caller.
-class OlderCallback : public android::BBinder {
-public:
-    android::status_t answer = android::UNKNOWN_TRANSACTION;
-
-protected:
-    android::status_t onTransact(uint32_t, const Parcel&, Parcel*, uint32_t) override {
-        return answer;
-    }
-};
-
-TEST(CallbackDefaultTest, AnswersForACallbackThatDoesNotKnowTheEvent) {
-    const sp<OlderCallback> older = new OlderCallback;
+TEST(CallbackProtocolTest, TheDefaultAnswersForACallbackThatDoesNotKnowTheEvent) {
+    const sp<ScriptedBinder> older = new ScriptedBinder;
+    older->returned = android::UNKNOWN_TRANSACTION;
     const sp<IDisplayEngineCallback> proxy = IDisplayEngineCallback::asInterface(older);
     EXPECT_EQ(proxy->onEvent(1, 2).transactionError(), android::UNKNOWN_TRANSACTION);
 
@@ -135,9 +110,9 @@ TEST(CallbackDefaultTest, AnswersForACallbackThatDoesNotKnowTheEvent) {
     EXPECT_EQ(proxy->onEventWithData(3, enable(true)).exceptionCode(), Status::EX_ILLEGAL_STATE);
     EXPECT_EQ(recorder.take(2), (Strings{"onEvent 1 2", "onEventWithData 3 { Enable=true }"}));
 
-    older->answer = android::DEAD_OBJECT;
+    older->returned = android::DEAD_OBJECT;
     EXPECT_EQ(proxy->onEvent(1, 2).transactionError(), android::DEAD_OBJECT);
-    older->answer = OK;
+    older->returned = OK;
     EXPECT_TRUE(proxy->onEvent(1, 2).isOk());
 }
 

@@ -2,15 +2,13 @@
 // errors or too little, refuses by an exception, has died, or was never there.
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
-#include <binder/PersistableBundle.h>
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
-#include <utils/String8.h>
 
+#include <array>
 #include <functional>
 #include <iostream>
 #include <map>
-#include <sstream>
 #include <thread>
 
 #include "client/DisplayEngineManager.h"
@@ -21,8 +19,8 @@
 
 using android::sp;
 using android::String16;
-using android::String8;
 using android::binder::Status;
+using protocol::call;
 using Texts = std::vector<std::string>;
 
 namespace {
@@ -36,45 +34,35 @@ public:
 
     Status getSupported(int32_t feature, int32_t* result) override {
         *result = mMode == "errors" ? -3 : 1;
-        return report("getSupported", feature);
+        return report(call("getSupported", feature));
     }
     Status setScene(int32_t scene, int32_t value, int32_t* result) override {
         *result = mMode == "errors" ? 5 : 7;
-        return report("setScene", scene, value);
+        return report(call("setScene", scene, value));
     }
     Status setData(int32_t type, const Bundle& data, int32_t* result) override {
-        String16 fps;
-        data.getString(String16("FPS"), &fps);
         *result = mMode == "errors" ? 5 : 7;
-        return report("setData", type, String8(fps).string(), data.size());
+        return report(call("setData", type, data, static_cast<int32_t>(data.size())));
     }
     Status getEffect(int32_t feature, int32_t type, std::vector<uint8_t>* buffer, int32_t length,
                      int32_t* result) override {
-        const Status status = report("getEffect", feature, type, buffer->size(), length);
+        const auto size = static_cast<int32_t>(buffer->size());
         const std::map<int32_t, std::string> answers = {
             {14, "  PANEL01"}, {33, std::string("\x10\x02\xff\xff", 4)}, {25, "\x80"}};
         const std::string& answer = answers.at(feature);
         std::copy(answer.begin(), answer.end(), buffer->begin());
         if (mMode == "short") {
-            buffer->resize(buffer->size() == 255 ? 0 : buffer->size() - 1);
+            buffer->resize(size == 255 ? 0 : buffer->size() - 1);
         }
         *result = mMode == "errors" ? 5 : 0;
-        return status;
+        return report(call("getEffect", feature, type, size, length));
     }
-    Status registerCallback(const Callback& /*callback*/) override {
-        return report("registerCallback");
-    }
-    Status unregisterCallback(const Callback& /*callback*/) override {
-        return report("unregisterCallback");
-    }
+    Status registerCallback(const Callback&) override { return report("registerCallback"); }
+    Status unregisterCallback(const Callback&) override { return report("unregisterCallback"); }
 
 private:
-    template <typename... ARGUMENTS>
-    Status report(const char* name, const ARGUMENTS&... arguments) {
-        std::ostringstream line;
-        line << name;
-        ((line << " " << arguments), ...);
-        std::cout << line.str() << std::endl;
+    Status report(const std::string& call) {
+        std::cout << call << std::endl;
         return mMode == "refuses" ? Status::fromExceptionCode(Status::EX_SECURITY) : Status::ok();
     }
 
@@ -94,112 +82,85 @@ int runService(const std::string& mode) {
 
 std::string gPanelName;
 
-/** What a method answers, and the message it leaves, if any. */
-struct Outcome {
-    int result;
-    std::string message = "";
-};
+/** The service's state, and so which of a method's outcomes holds. */
+enum Mode { ANSWERS, ERRORS, REFUSES, NONE };
 
+/** A method with its outcome in each mode. */
 struct Method {
     const char* name;
     std::function<int(DisplayEngineManager&)> call;
     Texts calls;  ///< What the service sees.
-    Outcome answers, errors, refuses, none;
+    std::array<int, 4> results;
+    // What it leaves in the log in each mode, if anything.
+    std::string refused = "";
+    std::string failed = "";
+    std::string answered = "";
+    std::string missing = "Failed to get displayengineserver binder!";
+
+    std::string message(Mode mode) const {
+        return std::array{answered, failed, refused, missing}[mode];
+    }
 };
-
-const std::string kNoBinder = "Failed to get displayengineserver binder!";
-const std::string kNoService = "service is nullptr!";
-
-int nothing(const std::function<void()>& call) {
-    call();
-    return 0;
-}
 
 std::vector<Method> methods() {
     using Manager = DisplayEngineManager;
+    const auto setBrightness = [](Manager& it) { return it.displayengineSetBrightness(100); };
+    const auto getName = [](Manager& it) {
+        gPanelName = "untouched";
+        return it.getPanelName(gPanelName);
+    };
+    const auto setScene = [](Manager& it) { return it.setScene(3, -4); };
+    const auto setRate = [](Manager& it) { return it.setFrameRate(std::string("60\0x", 4)); };
     const sp<protocol::RecordingCallback> callback = new protocol::RecordingCallback;
+    const std::string notAdded = "Failed to registerCallback()";
+    const std::string notRemoved = "Failed to unregisterCallback()";
+    const auto add = [=](Manager& it) { return it.registerCallback(callback), 0; };
+    const auto remove = [=](Manager& it) { return it.unregisterCallback(callback), 0; };
+    const std::string noService = "service is nullptr!";
+    const std::string closed = "RgLed closed. mSupportRgLedPrinted=1";
+    const std::string noName = "getPanelName() failded ret= ";
+    const std::string noFolding = "Failed to getSupported(DE_FEATURE_FOLDINGCOMPENSATION)";
+    const std::string noAlpha =
+        "Failed to getEffect(DE_FEATURE_FOLDINGCOMPENSATION, DE_DATA_TYPE_ALPHA)";
+    const std::string noHbm = "Displayengineserver binder failed!";
+    const std::string noRate = "Failed to setData(DE_DATA_TYPE_FRAMERATE, 60)!";
+    const auto reading = &Manager::getReadingSupport;
+    const auto globalReading = &Manager::getGlobalReadingSupport;
+    const auto folding = &Manager::getFoldingCompensationSupported;
+    const auto alpha = &Manager::getFoldingCompensationAlpha;
+    const auto hbm = &Manager::getLocalHBMSupport;
     return {
         {"displayengineSetBrightness",
-         [](Manager& it) { return it.displayengineSetBrightness(100); },
+         setBrightness,
          {"getSupported 19", "setScene 20 100"},
-         {1, "mSupportRgLed=1"},
-         {-3, "RgLed closed. mSupportRgLedPrinted=1"},
-         {0, "RgLed closed. mSupportRgLedPrinted=1"},
-         {-1, kNoService}},
+         {1, -3, 0, -1},
+         closed,
+         closed,
+         "mSupportRgLed=1",
+         noService},
         {"getPanelName",
-         [](Manager& it) {
-             gPanelName = "untouched";
-             return it.getPanelName(gPanelName);
-         },
+         getName,
          {"getEffect 14 0 255 255"},
-         {0},
-         {5, "getPanelName() failded ret= 5"},
-         {-1, "getPanelName() failded ret= -1"},
-         {-1, kNoService}},
-        {"getReadingSupport",
-         [](Manager& it) { return it.getReadingSupport(); },
-         {"getSupported 26"},
-         {1},
-         {-3},
-         {0},
-         {0, kNoBinder}},
-        {"getGlobalReadingSupport",
-         [](Manager& it) { return it.getGlobalReadingSupport(); },
-         {"getSupported 34"},
-         {1},
-         {-3},
-         {0},
-         {0, kNoBinder}},
-        {"getFoldingCompensationSupported",
-         [](Manager& it) { return it.getFoldingCompensationSupported(); },
-         {"getSupported 33"},
-         {1},
-         {-3},
-         {0, "Failed to getSupported(DE_FEATURE_FOLDINGCOMPENSATION)"},
-         {0, kNoBinder}},
+         {0, 5, -1, -1},
+         noName + "-1",
+         noName + "5",
+         "",
+         noService},
+        {"getReadingSupport", reading, {"getSupported 26"}, {1, -3, 0, 0}},
+        {"getGlobalReadingSupport", globalReading, {"getSupported 34"}, {1, -3, 0, 0}},
+        {"getFoldingCompensationSupported", folding, {"getSupported 33"}, {1, -3, 0, 0}, noFolding},
         {"getFoldingCompensationAlpha",
-         [](Manager& it) { return it.getFoldingCompensationAlpha(); },
+         alpha,
          {"getEffect 33 14 4 4"},
-         {-65008, "alpha=-65008"},
-         {1023,
-          "Failed to getEffect(DE_FEATURE_FOLDINGCOMPENSATION, DE_DATA_TYPE_ALPHA), return 5"},
-         {1023, "Failed to getEffect(DE_FEATURE_FOLDINGCOMPENSATION, DE_DATA_TYPE_ALPHA)"},
-         {1023, kNoBinder}},
-        {"getLocalHBMSupport",
-         [](Manager& it) { return it.getLocalHBMSupport(); },
-         {"getEffect 25 16 1 1"},
-         {1},
-         {0},
-         {0, "Displayengineserver binder failed!"},
-         {0, kNoBinder}},
-        {"setScene",
-         [](Manager& it) { return it.setScene(3, -4); },
-         {"setScene 3 -4"},
-         {7},
-         {5},
-         {-22, "Failed to setScene(3, -4)!"},
-         {-22, kNoBinder}},
-        {"setFrameRate",
-         [](Manager& it) { return it.setFrameRate(std::string("60\0x", 4)); },
-         {"setData 15 60 1"},
-         {7},
-         {5},
-         {-22, "Failed to setData(DE_DATA_TYPE_FRAMERATE, 60)!"},
-         {-22, kNoBinder}},
-        {"registerCallback",
-         [=](Manager& it) { return nothing([&] { it.registerCallback(callback); }); },
-         {"registerCallback"},
-         {0},
-         {0},
-         {0, "Failed to registerCallback()"},
-         {0, kNoBinder}},
-        {"unregisterCallback",
-         [=](Manager& it) { return nothing([&] { it.unregisterCallback(callback); }); },
-         {"unregisterCallback"},
-         {0},
-         {0},
-         {0, "Failed to unregisterCallback()"},
-         {0, kNoBinder}},
+         {-65008, 1023, 1023, 1023},
+         noAlpha,
+         noAlpha + ", return 5",
+         "alpha=-65008"},
+        {"getLocalHBMSupport", hbm, {"getEffect 25 16 1 1"}, {1, 0, 0, 0}, noHbm},
+        {"setScene", setScene, {"setScene 3 -4"}, {7, 5, -22, -22}, "Failed to setScene(3, -4)!"},
+        {"setFrameRate", setRate, {"setData 15 FPS=60 1"}, {7, 5, -22, -22}, noRate},
+        {"registerCallback", add, {"registerCallback"}, {0, 0, 0, 0}, notAdded},
+        {"unregisterCallback", remove, {"unregisterCallback"}, {0, 0, 0, 0}, notRemoved},
     };
 }
 
@@ -215,32 +176,33 @@ protected:
         ASSERT_TRUE(service->waitForLine("ready"));
     }
 
-    /** That the method's last message is the expected one, or that it left none. */
-    void expect(const Method& method, const Outcome& outcome, int result) {
-        EXPECT_EQ(result, outcome.result);
+    /** Calls the method: its result, and its last message or none, are those of the mode. */
+    void expect(const Method& method, Mode mode) {
+        log.take();
+        EXPECT_EQ(method.call(*manager), method.results[mode]);
+        const std::string message = method.message(mode);
         const std::string line = log.last("DE N DEM ");
-        const std::string own = std::string("DE N DEM ") + method.name + ":#: ";
         EXPECT_EQ(line.substr(std::min(line.size(), size_t{2})),
-                  outcome.message.empty() ? "" : own + outcome.message);
+                  message.empty() ? "" : std::string("DE N DEM ") + method.name + ":#: " + message);
     }
 
     /** Calls every method once, each with a service of this mode. */
-    void callAll(const std::string& mode, Outcome Method::*outcome) {
-        startService(mode);
+    void callAll(const std::string& name, Mode mode) {
+        startService(name);
         for (const Method& method : methods()) {
             SCOPED_TRACE(method.name);
             manager = new DisplayEngineManager;
             g_delogdEnable = g_delogiEnable = true;
-            log.take();
-            expect(method, method.*outcome, method.call(*manager));
+            expect(method, mode);
             Texts seen = method.calls;
-            if (seen.size() == 2 && mode != "answers") {
+            if (seen.size() == 2 && mode != ANSWERS) {
                 seen.pop_back();  // Without the feature the brightness is not sent.
             }
             for (const std::string& call : seen) {
                 EXPECT_EQ(service->readLine(), call);
             }
         }
+        EXPECT_EQ(gPanelName, mode == ANSWERS ? "PANEL01" : "untouched");
     }
 
     LogCapture log;
@@ -249,19 +211,15 @@ protected:
 };
 
 TEST_F(DisplayQueries, PassTheServicesAnswersOn) {
-    callAll("answers", &Method::answers);
-    EXPECT_EQ(manager->getPanelName(gPanelName), 0);
-    EXPECT_EQ(gPanelName, "PANEL01");
+    callAll("answers", ANSWERS);
 }
 
 TEST_F(DisplayQueries, PassTheServicesErrorsOn) {
-    callAll("errors", &Method::errors);
-    EXPECT_EQ(gPanelName, "untouched");
+    callAll("errors", ERRORS);
 }
 
 TEST_F(DisplayQueries, AnswerARefusalWithTheirFailureValues) {
-    callAll("refuses", &Method::refuses);
-    EXPECT_EQ(gPanelName, "untouched");
+    callAll("refuses", REFUSES);
 }
 
 TEST_F(DisplayQueries, ReadNothingBehindAShortReply) {
@@ -279,11 +237,8 @@ TEST_F(DisplayQueries, AnswerADeadServiceWithTheirFailureValues) {
     service->wait();
     for (const Method& method : methods()) {
         SCOPED_TRACE(method.name);
-        log.take();
-        const int result = method.call(*manager);
         // The panel's name alone is asked of a service that is looked up anew.
-        expect(method, method.name == std::string("getPanelName") ? method.none : method.refuses,
-               result);
+        expect(method, method.name == std::string("getPanelName") ? NONE : REFUSES);
     }
 }
 
@@ -294,16 +249,15 @@ TEST_F(DisplayQueries, AnswerWithTheirFailureValuesWithoutAService) {
     std::vector<std::thread> threads;
     for (size_t i = 0; i < all.size(); ++i) {
         threads.emplace_back([&, i] {
-            const sp<DisplayEngineManager> own = new DisplayEngineManager;
-            results[i] = all[i].call(*own);
+            results[i] = all[i].call(*sp<DisplayEngineManager>(new DisplayEngineManager));
         });
     }
     for (size_t i = 0; i < all.size(); ++i) {
         SCOPED_TRACE(all[i].name);
         threads[i].join();
-        EXPECT_EQ(results[i], all[i].none.result);
-        EXPECT_EQ(
-            log.count(std::string("6 DE N DEM ") + all[i].name + ":#: " + all[i].none.message), 1U);
+        EXPECT_EQ(results[i], all[i].results[NONE]);
+        const std::string start = std::string("6 DE N DEM ") + all[i].name + ":#: ";
+        EXPECT_EQ(log.count(start + all[i].missing), 1U);
     }
 }
 

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <utils/String16.h>
 
-#include <functional>
 #include <future>
 #include <utility>
 
@@ -101,31 +100,28 @@ const Texts kConfigured = {"getSupported", "getEffectExByData"};
 const Texts kRegistered = {"getSupported", "getEffectExByData", "registerCallbackEx"};
 const std::string kNotSupported =
     "5 DE N VideoEngine isAisrValid:#: AisrProcessor is NOT supported!";
+const std::string kNoAnswer =
+    "5 DE N VideoEngine isAisrProcessorSupported:#: getSupported(DE_FEATURE_AISR, &support) "
+    "failed!";
+const std::string kFailed = "5 DE N VideoEngine isAisrValid:#: AisrEngine initialize() failed!";
+const std::string kInvalid =
+    "6 DE N AISR getConfig:#: Invalid input: rect:{ min:512x512 max:720x1280 } maxFps:1";
+const std::string kNotRegistered =
+    "6 DE N AISR registerCallback:#: registerCallbackEx(callback, data:{ key:";
 
-INSTANTIATE_TEST_SUITE_P(
-    All, FacadeRefusal,
-    testing::Values(
-        Refusal{"AnswerTwo", [](EngineService& it) { it.support = 2; }, kNotSupported, kAsked},
-        Refusal{"AnswerNegative", [](EngineService& it) { it.support = -1; }, kNotSupported,
-                kAsked},
-        Refusal{"NoAnswer", [](EngineService& it) { it.supportStatus = kTransportError; },
-                "5 DE N VideoEngine isAisrProcessorSupported:#: getSupported(DE_FEATURE_AISR, "
-                "&support) failed!",
-                kAsked},
-        Refusal{"NoConfiguration", [](EngineService& it) { it.configStatus = kException; },
-                "status(size=13),&ret)", kConfigured},
-        Refusal{"ShortConfiguration", [](EngineService& it) { it.config.resize(12); },
-                "5 DE N VideoEngine isAisrValid:#: AisrEngine initialize() failed!", kConfigured},
-        Refusal{"InvalidConfiguration", [](EngineService& it) { it.config[5] = 1; },
-                "6 DE N AISR getConfig:#: Invalid input: rect:{ min:512x512 max:720x1280 } "
-                "maxFps:1",
-                kConfigured},
-        Refusal{"NoRegistration", [](EngineService& it) { it.registerStatus = kTransportError; },
-                "6 DE N AISR registerCallback:#: registerCallbackEx(callback, data:{ key:",
-                kRegistered},
-        Refusal{"RegistrationRefused", [](EngineService& it) { it.registerResult = false; },
-                " feature:44 failed!", kRegistered}),
-    [](const auto& refusal) { return refusal.param.name; });
+const Refusal kRefusals[] = {
+    {"AnswerTwo", [](auto& it) { it.support = 2; }, kNotSupported, kAsked},
+    {"AnswerNegative", [](auto& it) { it.support = -1; }, kNotSupported, kAsked},
+    {"NoAnswer", [](auto& it) { it.supportStatus = kTransportError; }, kNoAnswer, kAsked},
+    {"NoConfig", [](auto& it) { it.configStatus = kException; }, "(size=13),&ret)", kConfigured},
+    {"ShortConfig", [](auto& it) { it.config.resize(12); }, kFailed, kConfigured},
+    {"InvalidConfig", [](auto& it) { it.config[5] = 1; }, kInvalid, kConfigured},
+    {"Lost", [](auto& it) { it.registerStatus = kTransportError; }, kNotRegistered, kRegistered},
+    {"Refused", [](auto& it) { it.registerResult = false; }, " feature:44 failed!", kRegistered},
+};
+
+INSTANTIATE_TEST_SUITE_P(All, FacadeRefusal, testing::ValuesIn(kRefusals),
+                         [](const auto& refusal) { return refusal.param.name; });
 
 TEST_F(Facade, BringsTheEngineUpAndEnhances) {
     const sp<EngineService> service = EngineService::install();
@@ -164,56 +160,40 @@ TEST_F(Facade, BringsTheEngineUpAndEnhances) {
     EXPECT_EQ(service->takeCalls(), Texts{}) << "frames and reports do not trouble the service";
 }
 
-/** Two first callers at once: the second waits while the service holds up its answer to the first.
- */
-class FacadeRace : public Facade {
-protected:
-    /** `beforeRepeat` is called when the second caller asks the service again. */
-    void race(EngineService& service, const std::function<void()>& beforeRepeat) {
-        processing::Gate gate;
-        std::promise<void> isAsked;
-        service.whenAsked = [&, queries = 0]() mutable {
-            if (++queries == 1) {
-                isAsked.set_value();
-                gate.pass();
-            } else {
-                beforeRepeat();
-            }
-        };
-        auto first =
-            std::async(std::launch::async, [&] { return manager->isVideoEngineSupported(); });
-        isAsked.get_future().get();
-        std::promise<pid_t> thread;
-        auto second = std::async(std::launch::async, [&] {
-            thread.set_value(ownThread());
-            return manager->isVideoEngineSupported();
-        });
-        waitUntilAsleep(thread.get_future().get());
-        gate.open();
-        EXPECT_TRUE(first.get());
-        secondAnswer = second.get();
-        EXPECT_EQ(service.count("getSupported"), 2U);
-        EXPECT_EQ(service.count("registerCallbackEx"), 1U);
-        EXPECT_EQ(log.count("Start to load AISR......"), 1U);
-    }
+/** Two first callers at once, and what the service answers to the second. */
+class FacadeRace : public Facade, public testing::WithParamInterface<int> {};
 
-    bool secondAnswer = false;
-};
-
-TEST_F(FacadeRace, CreatesOneEngineForTwoFirstCallers) {
+TEST_P(FacadeRace, CreatesOneEngineAndTakesTheLastAnswerForGood) {
     const sp<EngineService> service = EngineService::install();
-    race(*service, [] {});
-    EXPECT_TRUE(secondAnswer);
-    EXPECT_TRUE(manager->getVideoAppConfig());
-}
-
-TEST_F(FacadeRace, TakesTheLastAnswerForGood) {
-    const sp<EngineService> service = EngineService::install();
-    race(*service, [&] { service->support = 0; });
-    EXPECT_FALSE(secondAnswer);
-    EXPECT_FALSE(manager->getVideoAppConfig());
+    processing::Gate gate;
+    std::promise<void> isAsked;
+    service->whenAsked = [&, queries = 0]() mutable {
+        if (++queries == 1) {
+            isAsked.set_value();
+            gate.pass();
+        } else {
+            service->support = GetParam();
+        }
+    };
+    auto first = std::async(std::launch::async, [&] { return manager->isVideoEngineSupported(); });
+    isAsked.get_future().get();
+    std::promise<pid_t> thread;
+    auto second = std::async(std::launch::async, [&] {
+        thread.set_value(ownThread());
+        return manager->isVideoEngineSupported();
+    });
+    waitUntilAsleep(thread.get_future().get());
+    gate.open();
+    EXPECT_TRUE(first.get());
+    EXPECT_EQ(second.get(), GetParam() == 1);
+    EXPECT_EQ(service->count("getSupported"), 2U);
+    EXPECT_EQ(service->count("registerCallbackEx"), 1U);
+    EXPECT_EQ(log.count("Start to load AISR......"), 1U);
+    EXPECT_EQ(manager->getVideoAppConfig(), GetParam() == 1);
     EXPECT_FALSE(log.contains("~AisrEngine")) << "the engine stays until the process exits";
 }
+
+INSTANTIATE_TEST_SUITE_P(All, FacadeRace, testing::Values(0, 1));
 
 TEST_F(Facade, MakesAnEventWaitForTheEngine) {
     const sp<EngineService> service = EngineService::install();
@@ -221,10 +201,8 @@ TEST_F(Facade, MakesAnEventWaitForTheEngine) {
     service->whenRegistered = [&](const EngineService::Callback& callback) {
         std::promise<pid_t> thread;
         event = std::async(std::launch::async, [&thread, callback] {
-            PersistableBundle off;
-            off.putBoolean(String16("Enable"), false);
             thread.set_value(ownThread());
-            EXPECT_TRUE(callback->onEventWithData(3, off).isOk());
+            EXPECT_TRUE(callback->onEventWithData(3, protocol::enable(false)).isOk());
         });
         waitUntilAsleep(thread.get_future().get());
     };
@@ -237,10 +215,8 @@ TEST_F(Facade, ObeysItsEventsAndNoOthers) {
     const sp<EngineService> service = EngineService::install();
     ASSERT_TRUE(manager->getVideoAppConfig());
     const EngineService::Callback callback = service->callback();
-    PersistableBundle off;
-    off.putBoolean(String16("Enable"), false);
-    PersistableBundle on;
-    on.putBoolean(String16("Enable"), true);
+    const PersistableBundle off = protocol::enable(false);
+    const PersistableBundle on = protocol::enable(true);
     PersistableBundle number;
     number.putInt(String16("Enable"), 0);
     const std::string tag = "DE N AISR onEventWithData:#: ";

@@ -30,6 +30,7 @@ using com::tivora::displayengine::IDisplayEngineService;
 using protocol::Peer;
 using protocol::RecordingCallback;
 using protocol::RecordingService;
+using protocol::ScriptedBinder;
 
 namespace {
 
@@ -114,15 +115,18 @@ protected:
     ServiceProtocolTest() { android::ProcessState::self()->startThreadPool(); }
 
     /// The request that the proxy sends for `code`.
-    Peer::Request capture(uint32_t code, const sp<IDisplayEngineCallback>& callback = nullptr) {
+    std::string capture(uint32_t code, const sp<IDisplayEngineCallback>& callback = nullptr) {
         Results out;
-        EXPECT_FALSE(callOperation(*mScripted, code, &out, callback).isOk());  // an empty reply
-        return mPeer.takeRequest();
+        EXPECT_FALSE(callOperation(*mProxy, code, &out, callback).isOk());  // an empty reply
+        EXPECT_EQ(mScripted->code, code);
+        EXPECT_EQ(mScripted->flags & IBinder::FLAG_ONEWAY, 0U);
+        return mScripted->request;
     }
 
     Peer mPeer;
     sp<IDisplayEngineService> mService = IDisplayEngineService::asInterface(mPeer.service);
-    sp<IDisplayEngineService> mScripted = IDisplayEngineService::asInterface(mPeer.scripted);
+    sp<ScriptedBinder> mScripted = new ScriptedBinder;
+    sp<IDisplayEngineService> mProxy = IDisplayEngineService::asInterface(mScripted);
 };
 
 // "com.tivora.displayengine.IDisplayEngineService" behind the platform's header.
@@ -132,6 +136,16 @@ const char kToken[] =
     "67006900 6e006500 2e004900 44006900 73007000 6c006100 79004500 6e006700 69006e00 65005300 "
     "65007200 76006900 63006500 00000000";
 
+// Present, a bundle of 32 bytes, "BNDL", one entry: "FPS", string, "60".
+const char kFrameRate[] =
+    " 01000000 20000000 424e444c 01000000 03000000 46005000 53000000 00000000 02000000 36003000 "
+    "00000000";
+
+// Two entries: "Key", string, "player"; "Feature", int, 44.
+const char kRegistration[] =
+    " 01000000 44000000 424e444c 02000000 03000000 4b006500 79000000 00000000 06000000 70006c00 "
+    "61007900 65007200 00000000 07000000 46006500 61007400 75007200 65000000 01000000 2c000000";
+
 /// The operations as the recording side sees them, and what its answers do to the results.
 struct {
     uint32_t code;
@@ -140,15 +154,15 @@ struct {
 } const kOperations[] = {
     {1, "getSupported 44", "1001 no 1,2,3 4,5,6,7,8"},
     {2, "setScene 20 -100", "1002 no 1,2,3 4,5,6,7,8"},
-    {3, "setData 15 { FPS='60' }", "1003 no 1,2,3 4,5,6,7,8"},
+    {3, "setData 15 FPS=60", "1003 no 1,2,3 4,5,6,7,8"},
     {4, "getEffectEx 25 16 [ 1 2 3 ] 7", "1004 no 3,2,1,77 4,5,6,7,8"},
     {5, "getEffect 33 14 [ 4 5 6 7 8 ] 9", "1005 no 1,2,3 8,7,6,5,4,77"},
-    {6, "getEffectExByData 44 { Key='player' Feature=44 } [ 1 2 3 ]", "1006 no 3,2,1,77 4,5,6,7,8"},
-    {7, "setEffect 25 16 { FPS='60' }", "1007 no 1,2,3 4,5,6,7,8"},
+    {6, "getEffectExByData 44 Key=player Feature=44 [ 1 2 3 ]", "1006 no 3,2,1,77 4,5,6,7,8"},
+    {7, "setEffect 25 16 FPS=60", "1007 no 1,2,3 4,5,6,7,8"},
     {8, "registerCallback told", kUntouched},
-    {9, "registerCallbackEx { Key='player' Feature=44 }", "-5 yes 1,2,3 4,5,6,7,8"},
+    {9, "registerCallbackEx Key=player Feature=44", "-5 yes 1,2,3 4,5,6,7,8"},
     {10, "unregisterCallback", kUntouched},
-    {11, "unregisterCallbackEx { Key='player' Feature=44 }", kUntouched},
+    {11, "unregisterCallbackEx Key=player Feature=44", kUntouched},
     {12, "processGraphicBuffer 1 2 none none", "1012 no 1,2,3 4,5,6,7,8"},
 };
 
@@ -167,71 +181,53 @@ TEST_F(ServiceProtocolTest, EveryOperationCarriesItsArgumentsAndResults) {
 }
 
 TEST_F(ServiceProtocolTest, RequestsAndRepliesHaveTheirLayout) {
+    const std::string frameRateBytes = kFrameRate;
+    const std::string registrationBytes = kRegistration;
     struct {
         uint32_t code;
-        const char* request;  // after the token
+        std::string request;  // after the token
         const char* reply;
     } const cases[] = {
         {1, " 2c000000", "00000000 e9030000"},
         {2, " 14000000 9cffffff", "00000000 ea030000"},
-        // type; present, a bundle of 32 bytes, "BNDL", one entry: "FPS", string, "60"
-        {3,
-         " 0f000000 01000000 20000000 424e444c 01000000 03000000 46005000 53000000 00000000 "
-         "02000000 36003000 00000000",
-         "00000000 eb030000"},
+        {3, " 0f000000" + frameRateBytes, "00000000 eb030000"},
         {4, " 19000000 10000000 03000000 01000000 02000000 03000000 07000000",
          "00000000 ec030000 04000000 03000000 02000000 01000000 4d000000"},
         // five bytes fill up eight
         {5, " 21000000 0e000000 05000000 04050607 08000000 09000000",
          "00000000 ed030000 06000000 08070605 044d0000"},
-        // "Key", string, "player"; "Feature", int, 44
-        {6,
-         " 2c000000 01000000 44000000 424e444c 02000000 "
-         "03000000 4b006500 79000000 00000000 06000000 70006c00 61007900 65007200 00000000 "
-         "07000000 46006500 61007400 75007200 65000000 01000000 2c000000 "
-         "03000000 01000000 02000000 03000000",
+        {6, " 2c000000" + registrationBytes + " 03000000 01000000 02000000 03000000",
          "00000000 ee030000 04000000 03000000 02000000 01000000 4d000000"},
-        {7,
-         " 19000000 10000000 01000000 20000000 424e444c 01000000 03000000 46005000 53000000 "
-         "00000000 "
-         "02000000 36003000 00000000",
-         "00000000 ef030000"},
-        {11,
-         " 01000000 44000000 424e444c 02000000 "
-         "03000000 4b006500 79000000 00000000 06000000 70006c00 61007900 65007200 00000000 "
-         "07000000 46006500 61007400 75007200 65000000 01000000 2c000000",
-         "00000000"},
+        {7, " 19000000 10000000" + frameRateBytes, "00000000 ef030000"},
+        {11, registrationBytes, "00000000"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.code);
-        const Peer::Request request = capture(c.code);
-        EXPECT_EQ(request.code, c.code);
-        EXPECT_EQ(request.flags & IBinder::FLAG_ONEWAY, 0U);
-        EXPECT_EQ(request.bytes, std::string(kToken) + c.request);
+        const std::string request = kToken + c.request;
+        EXPECT_EQ(capture(c.code), request);
         Parcel reply;
-        EXPECT_EQ(protocol::send(mPeer.service, c.code, request.bytes, &reply), OK);
+        EXPECT_EQ(protocol::send(mPeer.service, c.code, request, &reply), OK);
         EXPECT_EQ(protocol::hex(reply), c.reply);
     }
     // Two parcelables, present, without a buffer. (The service fills the output.)
-    EXPECT_EQ(capture(12).bytes,
+    EXPECT_EQ(capture(12),
               std::string(kToken) + " 01000000 02000000 01000000 00000000 01000000 00000000");
     // A null callback: no binder and no stability. The registration's data come behind it.
     const std::string callback =
         std::string(kToken) + " 852a6273 7f010000 00000000 00000000 00000000 00000000 00000000";
-    EXPECT_EQ(capture(8).bytes, callback);
-    EXPECT_EQ(capture(9).bytes, callback + capture(11).bytes.substr(std::string(kToken).size()));
-    EXPECT_EQ(capture(10).bytes, callback);
+    EXPECT_EQ(capture(8), callback);
+    EXPECT_EQ(capture(9), callback + registrationBytes);
+    EXPECT_EQ(capture(10), callback);
 }
 
 TEST_F(ServiceProtocolTest, ExceptionsTravelAndLeaveTheResultsAlone) {
+    // code, "no", no remote trace, and the service's own code where there is one
     struct {
         int32_t exception;
         int32_t code;
-        const char* reply;
+        std::string reply;
     } const cases[] = {
-        // code, "no", no remote trace, and the service's own code where there is one
         {Status::EX_SECURITY, 0, "ffffffff 02000000 6e006f00 00000000 00000000"},
-        {Status::EX_ILLEGAL_ARGUMENT, 0, "fdffffff 02000000 6e006f00 00000000 00000000"},
         {Status::EX_UNSUPPORTED_OPERATION, 0, "f9ffffff 02000000 6e006f00 00000000 00000000"},
         {Status::EX_SERVICE_SPECIFIC, 77, "f8ffffff 02000000 6e006f00 00000000 00000000 4d000000"},
     };
@@ -267,7 +263,7 @@ TEST_F(ServiceProtocolTest, AMalformedRequestReachesNothingAndWritesNothing) {
         return status;
     };
     for (uint32_t code = kFirst; code <= kLast; ++code) {
-        const std::vector<uint8_t> whole = protocol::unhex(capture(code, callback).bytes);
+        const std::vector<uint8_t> whole = protocol::unhex(capture(code, callback));
         // The content of a graphic buffer reads as absent when it is not there, so the last request
         // is whole as soon as the mark of its second one is.
         const size_t needed = code == kLast ? whole.size() - 4 : whole.size();
@@ -354,9 +350,9 @@ TEST_F(ServiceProtocolTest, AShortReplyIsTakenAsFarAsItGoes) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        mPeer.script(OK, c.reply);
+        mScripted->reply = c.reply;
         Results out;
-        const Status status = callOperation(*mScripted, c.code, &out, new RecordingCallback);
+        const Status status = callOperation(*mProxy, c.code, &out, new RecordingCallback);
         EXPECT_EQ(status.transactionError(), c.error) << status.toString8().string();
         EXPECT_EQ(status.isOk(), c.error == OK);
         EXPECT_EQ(out.text(), c.results);
@@ -366,10 +362,11 @@ TEST_F(ServiceProtocolTest, AShortReplyIsTakenAsFarAsItGoes) {
 TEST_F(ServiceProtocolTest, AnOlderServiceIsAnsweredForByTheDefaultImplementation) {
     const sp<RecordingCallback> callback = new RecordingCallback;
     const auto expectError = [&](status_t error) {
-        mPeer.script(error, "00000000 01000000");
+        mScripted->returned = error;
+        mScripted->reply = "00000000 01000000";
         for (const auto& c : kOperations) {
             Results out;
-            const Status status = callOperation(*mScripted, c.code, &out, callback);
+            const Status status = callOperation(*mProxy, c.code, &out, callback);
             EXPECT_EQ(status.transactionError(), error) << c.call;
             EXPECT_EQ(out.text(), kUntouched);
         }
@@ -385,14 +382,14 @@ TEST_F(ServiceProtocolTest, AnOlderServiceIsAnsweredForByTheDefaultImplementatio
     EXPECT_EQ(IDisplayEngineService::getDefaultImpl().get(), &recorder);
     for (const auto& c : kOperations) {
         Results out;
-        EXPECT_TRUE(callOperation(*mScripted, c.code, &out, callback).isOk()) << c.call;
-        EXPECT_EQ(recorder.take(1), Strings{c.call});
+        EXPECT_TRUE(callOperation(*mProxy, c.code, &out, callback).isOk()) << c.call;
+        EXPECT_EQ(recorder.journal.take(1), Strings{c.call});
         EXPECT_EQ(out.text(), c.results);
     }
     expectError(android::INVALID_OPERATION);
 }
 
-TEST_F(ServiceProtocolTest, OtherCodesGoToThePlatform) {
+TEST_F(ServiceProtocolTest, OtherCodesAndTheInterfaceItselfGoToThePlatform) {
     for (const uint32_t code : {0U, 13U, 14U, 0x00ffffffU}) {
         Parcel reply;
         EXPECT_EQ(protocol::send(mPeer.service, code, std::string(kToken) + " 2c000000", &reply),
@@ -400,22 +397,11 @@ TEST_F(ServiceProtocolTest, OtherCodesGoToThePlatform) {
     }
     EXPECT_EQ(mPeer.service->pingBinder(), OK);
     EXPECT_EQ(mPeer.service->getInterfaceDescriptor(), IDisplayEngineService::descriptor);
-}
-
-TEST_F(ServiceProtocolTest, AnObjectOfTheSameProcessIsItsOwnInterface) {
+    EXPECT_EQ(mPeer.service->queryLocalInterface(IDisplayEngineService::descriptor), nullptr);
+    // An object of the same process is its own interface.
     EXPECT_EQ(IDisplayEngineService::asInterface(nullptr), nullptr);
     const sp<RecordingService> local = new RecordingService;
-    const sp<IBinder> binder = local;
-    EXPECT_EQ(IDisplayEngineService::asInterface(binder).get(), local.get());
-    EXPECT_EQ(binder->queryLocalInterface(IDisplayEngineCallback::descriptor), nullptr);
-    EXPECT_EQ(mPeer.service->queryLocalInterface(IDisplayEngineService::descriptor), nullptr);
-}
-
-TEST_F(ServiceProtocolTest, ADeadServiceGivesATransportError) {
-    mPeer.kill();
-    Results out;
-    EXPECT_EQ(callOperation(*mService, 1, &out).transactionError(), android::DEAD_OBJECT);
-    EXPECT_EQ(out.result, -5);
+    EXPECT_EQ(IDisplayEngineService::asInterface(local).get(), local.get());
 }
 
 }  // namespace

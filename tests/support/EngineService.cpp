@@ -1,35 +1,14 @@
 #include "support/EngineService.h"
 
 #include <binder/IServiceManager.h>
-#include <binder/PersistableBundle.h>
 #include <utils/String16.h>
-#include <utils/String8.h>
 
-#include <algorithm>
 #include <stdexcept>
-#include <utility>
 
 using android::sp;
 using android::String16;
-using android::String8;
 using android::binder::Status;
-
-namespace {
-
-std::string text(const EngineService::Bundle& data) {
-    String16 key;
-    data.getString(String16("Key"), &key);
-    std::string result = std::string(" Key=") + String8(key).string();
-    for (const char* name : {"Feature", "Type"}) {
-        int32_t value = 0;
-        if (data.getInt(String16(name), &value)) {
-            result += std::string(" ") + name + "=" + std::to_string(value);
-        }
-    }
-    return result;
-}
-
-}  // namespace
+using protocol::call;
 
 EngineService::Config EngineService::defaultConfig() {
     return {1, 512, 512, 720, 1280, 30, 38, 2, 3, 40, 33, 5, 10000};
@@ -55,36 +34,13 @@ void EngineService::reset() {
     registerResult = true;
     whenAsked = nullptr;
     whenRegistered = nullptr;
+    journal.take();
     const std::lock_guard<std::mutex> lock(mMutex);
-    mCalls.clear();
     mCallback = nullptr;
 }
 
-void EngineService::record(const std::string& call) {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mCalls.push_back(call);
-}
-
-size_t EngineService::count(const std::string& operation) const {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    return static_cast<size_t>(
-        std::count_if(mCalls.begin(), mCalls.end(), [&operation](const std::string& call) {
-            return call.substr(0, call.find(' ')) == operation;
-        }));
-}
-
-std::vector<std::string> EngineService::takeCalls() {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    return std::exchange(mCalls, {});
-}
-
-EngineService::Callback EngineService::callback() const {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    return mCallback;
-}
-
 Status EngineService::getSupported(int32_t feature, int32_t* result) {
-    record("getSupported " + std::to_string(feature));
+    journal.add(call("getSupported", feature));
     if (whenAsked) {
         whenAsked();
     }
@@ -93,17 +49,15 @@ Status EngineService::getSupported(int32_t feature, int32_t* result) {
 }
 
 Status EngineService::setData(int32_t type, const Bundle& data, int32_t* result) {
-    int32_t value = -1;
-    data.getInt(String16("forceEnable"), &value);
-    record("setData " + std::to_string(type) + " forceEnable=" + std::to_string(value));
+    journal.add(call("setData", type, data));
     *result = -1;  // Nobody looks at it.
     return dataStatus;
 }
 
 Status EngineService::getEffectExByData(int32_t feature, const Bundle& data,
                                         std::vector<int32_t>* status, int32_t* result) {
-    record("getEffectExByData " + std::to_string(feature) + text(data) +
-           " size=" + std::to_string(status->size()));
+    journal.add(call("getEffectExByData", feature, data) +
+                " size=" + std::to_string(status->size()));
     *status = config;
     *result = -1;  // Nobody looks at it.
     return configStatus;
@@ -111,7 +65,7 @@ Status EngineService::getEffectExByData(int32_t feature, const Bundle& data,
 
 Status EngineService::registerCallbackEx(const Callback& callback, const Bundle& data,
                                          bool* result) {
-    record("registerCallbackEx" + text(data));
+    journal.add(call("registerCallbackEx", data));
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         mCallback = callback;
@@ -121,9 +75,4 @@ Status EngineService::registerCallbackEx(const Callback& callback, const Bundle&
     }
     *result = registerResult;
     return registerStatus;
-}
-
-Status EngineService::unregisterCallbackEx(const Bundle& data) {
-    record("unregisterCallbackEx" + text(data));
-    return Status::ok();
 }

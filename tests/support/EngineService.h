@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -33,24 +32,24 @@ public:
     std::function<void(const Callback&)> whenRegistered;  ///< Likewise for registerCallbackEx.
 
     /** How often an operation of this name was called. */
-    size_t count(const std::string& operation) const;
+    size_t count(const std::string& operation) const { return journal.count(operation); }
     /** The calls in order, with their bundles' entries; forgets them. */
-    std::vector<std::string> takeCalls();
+    std::vector<std::string> takeCalls() { return journal.take(); }
     /** The callback registered last, or null. */
-    Callback callback() const;
+    Callback callback() const {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mCallback;
+    }
 
     Status getSupported(int32_t feature, int32_t* result) override;
     Status setData(int32_t type, const Bundle& data, int32_t* result) override;
     Status getEffectExByData(int32_t feature, const Bundle& data, std::vector<int32_t>* status,
                              int32_t* result) override;
     Status registerCallbackEx(const Callback& callback, const Bundle& data, bool* result) override;
-    Status unregisterCallbackEx(const Bundle& data) override;
 
 private:
     void reset();
-    void record(const std::string& call);
 
     mutable std::mutex mMutex;
-    std::vector<std::string> mCalls;
-    Callback mCallback;
+    Callback mCallback;  // guarded by mMutex
 };

@@ -9,9 +9,7 @@
 
 #include <cstring>
 #include <iostream>
-#include <utility>
 
-#include "support/ChildProcess.h"
 #include "support/ProtocolPeerObjects.h"
 
 using android::IBinder;
@@ -27,7 +25,6 @@ namespace {
 constexpr char kPeerArgument[] = "--protocol-peer";
 constexpr char kServiceName[] = "protocol.service";
 constexpr char kCallbackName[] = "protocol.callback";
-constexpr char kScriptedName[] = "protocol.scripted";
 constexpr char kReady[] = "ready";
 
 sp<IBinder> find(const char* name) {
@@ -39,8 +36,7 @@ sp<IBinder> find(const char* name) {
 int runPeer() {
     const sp<android::IServiceManager> manager = android::defaultServiceManager();
     if (manager->addService(String16(kServiceName), new RecordingService) != OK ||
-        manager->addService(String16(kCallbackName), new RecordingCallback) != OK ||
-        manager->addService(String16(kScriptedName), new ScriptedBinder) != OK) {
+        manager->addService(String16(kCallbackName), new RecordingCallback) != OK) {
         return 1;
     }
     android::ProcessState::self()->startThreadPool();
@@ -59,25 +55,10 @@ int testMain(int argc, char** argv) {
     return RUN_ALL_TESTS();
 }
 
-struct Peer::Process {
-    Process() { EXPECT_TRUE(child.waitForLine(kReady)); }
-
-    ChildProcess child{ChildProcess::ownPath(), {kPeerArgument}};
-};
-
-Peer::Peer() : Peer(std::make_unique<Process>()) {}
-
-Peer::Peer(std::unique_ptr<Process> process)
-    : service(find(kServiceName)),
-      callback(find(kCallbackName)),
-      scripted(find(kScriptedName)),
-      mProcess(std::move(process)) {}
-
-Peer::~Peer() = default;
-
-void Peer::kill() const {
-    mProcess->child.kill();
-    mProcess->child.wait();
+Peer::Peer() : mProcess(ChildProcess::ownPath(), {kPeerArgument}) {
+    EXPECT_TRUE(mProcess.waitForLine(kReady));
+    service = find(kServiceName);
+    callback = find(kCallbackName);
 }
 
 status_t send(const sp<IBinder>& binder, uint32_t code, const std::string& bytes, Parcel* reply) {
@@ -108,10 +89,10 @@ std::vector<uint8_t> unhex(const std::string& text) {
     for (size_t i = 0; i < text.size();) {
         if (text[i] == ' ') {
             ++i;
-            continue;
+        } else {
+            bytes.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+            i += 2;
         }
-        bytes.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
-        i += 2;
     }
     return bytes;
 }
@@ -139,25 +120,16 @@ void Peer::raise(int32_t exception, const char* message, int32_t code) const {
     EXPECT_EQ(service->transact(CONTROL_RAISE, data, &reply), OK);
 }
 
-void Peer::script(android::status_t returned, const std::string& reply) const {
-    Parcel data;
-    Parcel unused;
-    data.writeInt32(returned);
-    data.writeByteVector(unhex(reply));
-    EXPECT_EQ(scripted->transact(CONTROL_SCRIPT, data, &unused), OK);
-}
-
-Peer::Request Peer::takeRequest() const {
-    Parcel data;
-    Parcel reply;
-    EXPECT_EQ(scripted->transact(CONTROL_TAKE_REQUEST, data, &reply), OK);
-    Request request{};
-    std::vector<uint8_t> bytes;
-    request.code = static_cast<uint32_t>(reply.readInt32());
-    request.flags = static_cast<uint32_t>(reply.readInt32());
-    EXPECT_EQ(reply.readByteVector(&bytes), OK);
-    request.bytes = hex(bytes.data(), bytes.size());
-    return request;
+status_t ScriptedBinder::onTransact(uint32_t transactionCode, const Parcel& data, Parcel* out,
+                                    uint32_t transactionFlags) {
+    code = transactionCode;
+    flags = transactionFlags;
+    request = hex(data);
+    const std::vector<uint8_t> answer = unhex(reply);
+    if (out != nullptr) {
+        out->write(answer.data(), answer.size());
+    }
+    return returned;
 }
 
 }  // namespace protocol

@@ -1,15 +1,14 @@
-// A second process at the other end of the binder, for the tests of the two interfaces.
+// The other end of the binder, for the tests of the two interfaces: a second process, or an object
+// of this one that answers with bytes given beforehand.
 #pragma once
 
-#include <binder/IBinder.h>
+#include <binder/Binder.h>
 #include <binder/Parcel.h>
-#include <utils/Errors.h>
-#include <utils/StrongPointer.h>
 
-#include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
+
+#include "support/ChildProcess.h"
 
 namespace protocol {
 
@@ -29,38 +28,33 @@ android::status_t send(const android::sp<android::IBinder>& binder, uint32_t cod
 class Peer {
 public:
     Peer();
-    ~Peer();
 
-    const android::sp<android::IBinder> service;   ///< a RecordingService
-    const android::sp<android::IBinder> callback;  ///< a RecordingCallback
-    const android::sp<android::IBinder> scripted;  ///< a ScriptedBinder
-
-    /// Ends the process at once, as a crash would.
-    void kill() const;
+    android::sp<android::IBinder> service;   ///< a RecordingService
+    android::sp<android::IBinder> callback;  ///< a RecordingCallback
 
     /// Waits for `count` calls of `recorder` and takes them.
     static std::vector<std::string> takeCalls(const android::sp<android::IBinder>& recorder,
                                               int32_t count);
 
     /// Makes the service's next operation answer with an exception; `code` is the service's own.
-    void raise(int32_t exception, const char* message, int32_t code = 0) const;
-
-    /// Makes every later transaction of the scripted object return `returned` and these bytes.
-    void script(android::status_t returned, const std::string& reply = "") const;
-
-    struct Request {
-        uint32_t code;
-        uint32_t flags;
-        std::string bytes;
-    };
-    /// Waits for a transaction of the scripted object and takes it.
-    Request takeRequest() const;
+    void raise(int32_t exception, const char* message, int32_t code) const;
 
 private:
-    struct Process;
-    explicit Peer(std::unique_ptr<Process> process);
+    ChildProcess mProcess;
+};
 
-    std::unique_ptr<Process> mProcess;
+/// Keeps the last transaction, and returns `returned` with the bytes of `reply`.
+class ScriptedBinder : public android::BBinder {
+public:
+    uint32_t code = 0;
+    uint32_t flags = 0;
+    std::string request;
+    android::status_t returned = android::OK;
+    std::string reply;
+
+protected:
+    android::status_t onTransact(uint32_t transactionCode, const android::Parcel& data,
+                                 android::Parcel* out, uint32_t transactionFlags) override;
 };
 
 }  // namespace protocol
