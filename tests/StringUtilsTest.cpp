@@ -60,25 +60,8 @@ TEST(StringUtils, StringToFloatInEveryLocale) {
         {"007", 7.0F}, {"-.5", -0.5F},    {"-0", -0.0F}, {std::string(38, '9'), 1e38F},
         {"0", 0.0F},
     };
-    const Texts rejected = {"1e5",
-                            "+1",
-                            " 1",
-                            "1 ",
-                            "1-2",
-                            "--1",
-                            "-1-",
-                            "1.2.3",
-                            "1,5",
-                            "nan",
-                            "inf",
-                            "0x1",
-                            "",
-                            "-",
-                            ".",
-                            "-.",
-                            std::string(39, '9'),
-                            "0." + std::string(60, '0') + "1",
-                            "1\0"s};
+    Texts rejected = {std::string(39, '9'), "0." + std::string(60, '0') + "1", "1\0"s};
+    split("1e5;+1; 1;1 ;1-2;--1;-1-;1.2.3;1,5;nan;inf;0x1;;-;.;-.", ";", rejected);
     const auto checkAll = [&] {
         LogCapture log;
         for (const auto& [text, value] : numbers) {
