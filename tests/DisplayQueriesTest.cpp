@@ -1,8 +1,5 @@
 // The display queries and settings, each against a real service process that answers, answers with
 // errors or too little, refuses by an exception, has died, or was never there.
-#include <binder/IPCThreadState.h>
-#include <binder/IServiceManager.h>
-#include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -15,6 +12,7 @@
 #include "common/DisplayEngineCleanCommon.h"
 #include "support/ChildProcess.h"
 #include "support/LogCapture.h"
+#include "support/ProtocolPeer.h"
 #include "support/ProtocolPeerObjects.h"
 
 using android::sp;
@@ -68,17 +66,6 @@ private:
 
     const std::string mMode;
 };
-
-int runService(const std::string& mode) {
-    if (android::defaultServiceManager()->addService(String16("DisplayEngineService"),
-                                                     new QueriedService(mode)) != android::OK) {
-        return 1;
-    }
-    android::ProcessState::self()->startThreadPool();
-    std::cout << "ready" << std::endl;
-    android::IPCThreadState::self()->joinThreadPool();
-    return 0;
-}
 
 std::string gPanelName;
 
@@ -292,7 +279,7 @@ TEST_F(DisplayQueries, AskForTheBrightnessFeatureOnceAndTellOnceThatItIsClosed) 
 
 int main(int argc, char** argv) {
     if (argc == 3 && argv[1] == std::string(kServiceArgument)) {
-        return runService(argv[2]);
+        return protocol::serve({{"DisplayEngineService", new QueriedService(argv[2])}});
     }
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

@@ -33,11 +33,13 @@ sp<IBinder> find(const char* name) {
     return found;
 }
 
-int runPeer() {
-    const sp<android::IServiceManager> manager = android::defaultServiceManager();
-    if (manager->addService(String16(kServiceName), new RecordingService) != OK ||
-        manager->addService(String16(kCallbackName), new RecordingCallback) != OK) {
-        return 1;
+}  // namespace
+
+int serve(const std::map<std::string, sp<IBinder>>& objects) {
+    for (const auto& [name, object] : objects) {
+        if (android::defaultServiceManager()->addService(String16(name.c_str()), object) != OK) {
+            return 1;
+        }
     }
     android::ProcessState::self()->startThreadPool();
     std::cout << kReady << std::endl;
@@ -45,11 +47,10 @@ int runPeer() {
     return 0;
 }
 
-}  // namespace
-
 int testMain(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], kPeerArgument) == 0) {
-        return runPeer();
+        return serve(
+            {{kServiceName, new RecordingService}, {kCallbackName, new RecordingCallback}});
     }
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

@@ -5,6 +5,7 @@
 #include <binder/Binder.h>
 #include <binder/Parcel.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,9 @@ namespace protocol {
 
 /// main() of a protocol test: runs the tests, or the peer when the program is started as one.
 int testMain(int argc, char** argv);
+
+/// Registers the objects, writes "ready", and serves until the process is ended; 1 when it cannot.
+int serve(const std::map<std::string, android::sp<android::IBinder>>& objects);
 
 /// Bytes as text, in groups of four: "05000000 ff". The layouts in the tests are written this way.
 std::string hex(const uint8_t* bytes, size_t size);
