@@ -44,7 +44,8 @@ case "$preset" in
     arm64) test_packages=(g++-aarch64-linux-gnu qemu-user googletest) ;;
     *) test_packages=(clang libclang-rt-14-dev clang-format libgtest-dev gnuplot-nox) ;;
 esac
-require_packages "${build_packages[@]}" "${test_packages[@]}"
+# "locales" is for a test that makes a locale of its own.
+require_packages "${build_packages[@]}" "${test_packages[@]}" locales
 cd "$root"
 
 jobs=$(nproc)
