@@ -5,11 +5,13 @@ set -euo pipefail
 
 usage() {
     cat <<TXT
-Usage: scripts/test.sh [--asan | --tsan | --libcxx | --arm64] [--repeat N] [--filter REGEX]
+Usage: scripts/test.sh [--asan | --tsan | --libcxx | --arm64] [--stress] [--repeat N]
+                       [--filter REGEX]
   --asan          build with the address and undefined-behaviour sanitizers
   --tsan          build with the thread sanitizer
   --libcxx        build with clang++ and libc++, the device's C++ runtime
   --arm64         build for 64-bit Arm, without the player, and run under the emulator
+  --stress        run the stress tests, which are left out otherwise, and nothing else
   --repeat N      run the tests N times, and stop at the first failure
   --filter REGEX  run only the tests whose name matches
 TXT
@@ -21,9 +23,11 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 preset=release
 ctest_options=()
+stress=--label-exclude
 while [ $# -gt 0 ]; do
     case "$1" in
         --asan | --tsan | --libcxx | --arm64) preset=${1#--} ;;
+        --stress) stress=--label-regex ;;
         --repeat | --filter)
             [ $# -ge 2 ] || { echo "test.sh: $1 takes a value" >&2; exit 2; }
             case "$1" in
@@ -54,7 +58,7 @@ build() {
     cmake --build --preset "$1" -j "$jobs"
 }
 
-if [ "$preset" = release ]; then
+if [ "$preset" = release ] && [ "$stress" = --label-exclude ]; then
     echo "== format"
     git ls-files -z -- '*.h' '*.cpp' | xargs -0 clang-format --dry-run --Werror
     echo "== build with clang++"
@@ -63,4 +67,4 @@ fi
 echo "== build: $preset"
 build "$preset"
 echo "== tests: $preset"
-ctest --preset "$preset" -j "$jobs" "${ctest_options[@]}"
+ctest --preset "$preset" -j "$jobs" "$stress" '^stress$' "${ctest_options[@]}"
