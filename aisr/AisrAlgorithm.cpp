@@ -62,7 +62,7 @@ private:
 AisrAlgorithm::~AisrAlgorithm() {
     DE_LOGD("step in");
     deinit();
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     unloadLibrary();
 }
 
@@ -127,7 +127,7 @@ void AisrAlgorithm::unloadLibrary() {
 }
 
 int AisrAlgorithm::init() {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     if (!loadLibrary()) {
         return -1;
     }
@@ -150,15 +150,15 @@ int AisrAlgorithm::init() {
 }
 
 int AisrAlgorithm::deinit() {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     if (!loadLibrary()) {
         return -1;
     }
     if (!mIsInited) {
         return 0;
     }
-    const std::lock_guard<std::mutex> processLock(mProcessMutex);
-    const std::lock_guard<std::mutex> cancelLock(mCancelMutex);
+    const DeMutexLock processLock(mProcessMutex);
+    const DeMutexLock cancelLock(mCancelMutex);
     mIsInited = false;
     const int32_t status = mDeinitFunc(&mContext);
     if (status != AISR_SUCCESS) {
@@ -169,16 +169,15 @@ int AisrAlgorithm::deinit() {
 }
 
 int AisrAlgorithm::enhance(const Aisr::BufferInfo& info) {
-    std::unique_lock<std::mutex> processLock(mProcessMutex, std::defer_lock);
-    while (!processLock.owns_lock()) {
-        if (!mIsInited && init() != 0) {
+    DeMutexLock processLock(mProcessMutex);
+    // A loop, since a deinit() may come between the initialisation and the lock.
+    while (!mIsInited) {
+        processLock.unlock();
+        if (init() != 0) {
             DE_LOGW("Retry init() failed!");
             return -1;
         }
         processLock.lock();
-        if (!mIsInited) {
-            processLock.unlock();  // A deinit() came between: initialise again.
-        }
     }
 
     const OneBufferList list(toAisrBuffer(info));
@@ -195,7 +194,7 @@ int AisrAlgorithm::enhance(const Aisr::BufferInfo& info) {
 }
 
 void AisrAlgorithm::cancel(const Aisr::BufferInfo& info) {
-    const std::lock_guard<std::mutex> cancelLock(mCancelMutex);
+    const DeMutexLock cancelLock(mCancelMutex);
     if (!mIsInited) {
         DE_LOGW("Oops! NOT ready!");
         return;

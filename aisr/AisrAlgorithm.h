@@ -2,10 +2,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "common/BufferInfo.h"
+#include "common/DeMutex.h"
 #include "common/Export.h"
 
 /**
@@ -26,23 +26,23 @@ public:
     AisrAlgorithm& operator=(const AisrAlgorithm&) = delete;
 
     /** Opens and initialises the library unless that is done. 0 on success, otherwise -1. */
-    int init();
+    int init() DE_EXCLUDES(mMutex, mProcessMutex, mCancelMutex);
 
     /**
      * De-initialises the library, which stays open; the next enhance() initialises it again. 0 on
      * success and when nothing was initialised; -1 when the library cannot be opened or its entry
      * fails.
      */
-    int deinit();
+    int deinit() DE_EXCLUDES(mMutex, mProcessMutex, mCancelMutex);
 
     /**
      * Processes one frame in place, for as long as the library takes. The planes stay the caller's.
      * Initialises the library if need be. 0 on success, otherwise -1.
      */
-    int enhance(const Aisr::BufferInfo& info);
+    int enhance(const Aisr::BufferInfo& info) DE_EXCLUDES(mMutex, mProcessMutex, mCancelMutex);
 
     /** Tells the library to abandon `info`'s frame, which may be in processing. */
-    void cancel(const Aisr::BufferInfo& info);
+    void cancel(const Aisr::BufferInfo& info) DE_EXCLUDES(mCancelMutex);
 
     /** Does nothing; 0. */
     int doClean();
@@ -66,34 +66,33 @@ private:
     using SetParamFunc = int32_t (*)(void** context, int32_t tag, const void* data, uint64_t size);
     using UnusedFunc = void (*)();
 
-    // REQUIRES: mMutex held.
-    bool loadLibrary();
-    // REQUIRES: mMutex held. Leaves in `path` the path last tried.
-    bool openLibrary(std::string& path);
-    // REQUIRES: mMutex held. Stores the entry's address in `entry` before it is tested.
+    bool loadLibrary() DE_REQUIRES(mMutex);
+    // Leaves in `path` the path last tried.
+    bool openLibrary(std::string& path) DE_REQUIRES(mMutex);
+    // Stores the entry's address in `entry` before it is tested.
     template <typename FUNC>
-    DE_HIDDEN bool findEntry(const char* symbol, FUNC& entry);
-    // REQUIRES: mMutex held.
-    void unloadLibrary();
-    // REQUIRES: the library is loaded.
+    DE_HIDDEN bool findEntry(const char* symbol, FUNC& entry) DE_REQUIRES(mMutex);
+    void unloadLibrary() DE_REQUIRES(mMutex);
+    // REQUIRES: the library is loaded, and stays so.
     bool setParam(int tag, const void* data, unsigned long size);
 
-    std::mutex mMutex;  ///< Loading, initialising, de-initialising and unloading.
-    void* mHandle = nullptr;
-    bool mIsLoaded = false;
-    std::atomic<bool> mIsInited{false};
-    void* mContext = nullptr;  ///< The library's own; only its address is used here.
-    ContextFunc mInitFunc = nullptr;
-    ContextFunc mDeinitFunc = nullptr;
+    DeMutex mMutex;  ///< Loading, initialising, de-initialising and unloading.
+    void* mHandle DE_GUARDED_BY(mMutex) = nullptr;
+    bool mIsLoaded DE_GUARDED_BY(mMutex) = false;
+    std::atomic<bool> mIsInited{false};  ///< Set under mMutex; lets the others use the entries.
+    void* mContext = nullptr;            ///< The library's own; only its address is used here.
+    ContextFunc mInitFunc DE_GUARDED_BY(mMutex) = nullptr;
+    ContextFunc mDeinitFunc DE_GUARDED_BY(mMutex) = nullptr;
+    // These two are found under mMutex and constant from the first initialisation on: frames and
+    // cancels call them without it, after they have seen mIsInited.
     ContextFunc mProcessFunc = nullptr;
-    UnusedFunc mDoCleanFunc = nullptr;   ///< Required of the library, never called.
-    UnusedFunc mGetParamFunc = nullptr;  ///< Required of the library, never called.
+    UnusedFunc mDoCleanFunc DE_GUARDED_BY(mMutex) = nullptr;   ///< Required, but never called.
+    UnusedFunc mGetParamFunc DE_GUARDED_BY(mMutex) = nullptr;  ///< Required, but never called.
     SetParamFunc mSetParamFunc = nullptr;
 
     // The library's deinit entry must overlap neither processing nor a cancel, while a cancel must
     // overlap processing and never wait for it, also not when deinit() is waiting. Hence one mutex
-    // for submitting and processing a frame and a short one for a cancel's call. Order: mMutex,
-    // mProcessMutex, mCancelMutex. init() is called holding neither of the two.
-    std::mutex mProcessMutex;
-    std::mutex mCancelMutex;
+    // for submitting and processing a frame and a short one for a cancel's call.
+    DeMutex mProcessMutex DE_ACQUIRED_AFTER(mMutex);
+    DeMutex mCancelMutex DE_ACQUIRED_AFTER(mMutex, mProcessMutex);
 };

@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <deque>
 #include <future>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,6 +18,7 @@
 #include "aidl/IDisplayEngineService.h"
 #include "aisr/AisrAlgorithm.h"
 #include "common/BufferInfo.h"
+#include "common/DeMutex.h"
 #include "common/Export.h"
 
 /**
@@ -60,26 +60,26 @@ public:
     bool getAppConfig() const;
 
     /** Switches enhancement on or off. */
-    void setEnable(bool enable);
+    void setEnable(bool enable) DE_EXCLUDES(mStateMutex);
     /** Reports the video's size in pixels, each side at least 1. */
-    void setRect(int width, int height);
+    void setRect(int width, int height) DE_EXCLUDES(mStateMutex);
     /** Reports the video's frame rate in frames per second, at least 1. */
-    void setFrameRate(int fps);
+    void setFrameRate(int fps) DE_EXCLUDES(mStateMutex);
 
     /** The client's application started: initialises the processing library and the worker. */
-    void onAppStart();
+    void onAppStart() DE_EXCLUDES(mTaskMutex);
     /**
      * The client's application stopped: de-initialises the processing library, after the frame in
      * processing. The worker stays, and the conditions keep their verdicts.
      */
-    void onAppStop();
+    void onAppStop() DE_EXCLUDES(mTaskMutex);
     /** A video started; nothing depends on it. */
     void onVideoStart();
     /** A video stopped; nothing depends on it. */
     void onVideoStop();
 
     /** Whether the worker runs; if not, starts it, a limited number of times in all. */
-    bool isReady();
+    bool isReady() DE_EXCLUDES(mTaskMutex);
 
     /**
      * Enhances one frame in place, and writes its index into `info`.
@@ -91,7 +91,7 @@ public:
      * be writing its planes, so the caller keeps them allocated and unread until a later frame has
      * completed, or past the engine's end.
      */
-    void enhance(Aisr::BufferInfo& info);
+    void enhance(Aisr::BufferInfo& info) DE_EXCLUDES(mTaskMutex);
 
 private:
     class ClientCallback;
@@ -101,29 +101,30 @@ private:
 
     // Bring-up and teardown. No other operation runs at the same time.
     bool updateAppName();
-    bool getConfig(android::sp<com::tivora::displayengine::IDisplayEngineService> service);
+    // Writes members of mStateMutex without it: no other thread reaches the engine yet, and a lock
+    // held while the first conditions are logged would gain nothing.
+    bool getConfig(android::sp<com::tivora::displayengine::IDisplayEngineService> service)
+        DE_NO_THREAD_SAFETY_ANALYSIS;
     bool registerCallback(android::sp<com::tivora::displayengine::IDisplayEngineService> service);
     void unregisterCallback(android::sp<com::tivora::displayengine::IDisplayEngineService> service);
     // REQUIRES: `config` is valid.
     DE_HIDDEN void applyConfig(const std::vector<int32_t>& config);
 
-    // Conditions. REQUIRES: mStateMutex held, or initialize() running.
-    void setEnableInternal(bool enable);
-    void updateEnhance(EnhanceCondition cond, bool on, const std::string& reason);
-    // These two need no lock.
+    // Conditions.
+    void setEnableInternal(bool enable) DE_REQUIRES(mStateMutex);
+    void updateEnhance(EnhanceCondition cond, bool on, const std::string& reason)
+        DE_REQUIRES(mStateMutex);
     DE_HIDDEN bool isRectAccepted(int width, int height) const;
     std::string getCondName(int cond) const;
 
-    // Frames. REQUIRES: mTaskMutex held.
-    bool getReady();
-    DE_HIDDEN void startWorker();
-    bool isOverload(Aisr::BufferInfo& info);
-    void updateTimeoutStatus(const Aisr::BufferInfo& info);
-    bool isUnhealthy(uint64_t id, const std::string& rect);
-
-    // Frames, without the lock.
-    int doEnhance(Aisr::BufferInfo info);
-    void cancelEnhance(const Aisr::BufferInfo& info);
+    // Frames.
+    bool getReady() DE_REQUIRES(mTaskMutex);
+    DE_HIDDEN void startWorker() DE_REQUIRES(mTaskMutex);
+    bool isOverload(Aisr::BufferInfo& info) DE_REQUIRES(mTaskMutex);
+    void updateTimeoutStatus(const Aisr::BufferInfo& info) DE_REQUIRES(mTaskMutex);
+    bool isUnhealthy(uint64_t id, const std::string& rect) DE_REQUIRES(mTaskMutex);
+    int doEnhance(Aisr::BufferInfo info) DE_EXCLUDES(mTaskMutex);
+    void cancelEnhance(const Aisr::BufferInfo& info) DE_EXCLUDES(mTaskMutex);
 
     // The order of the members is fixed. mAlgorithm is the last to be destroyed: the worker has
     // been joined by then.
@@ -145,32 +146,32 @@ private:
     int64_t mTimeoutTolerancePeriodMs = 10000;
     int32_t mTimeoutToleranceCount = 5;
 
-    // Worker, queue, overload latch and monitor, guarded by mTaskMutex. It is never held together
-    // with mStateMutex, nor while the library processes a frame, nor while a caller waits for one.
+    // Worker, queue, overload latch and monitor. mTaskMutex is never held together with
+    // mStateMutex, nor while the library processes a frame, nor while a caller waits for one.
     std::condition_variable mTaskCond;  ///< Wakes the worker: a task was queued, or it must stop.
-    std::mutex mTaskMutex;
+    DeMutex mTaskMutex;
     std::atomic<bool> mIsReady{false};  ///< Changes once, under the lock; read without it as well.
-    int32_t mRetryCount = 5;
-    uint64_t mLastId = 0;
-    uint64_t mFrameIdx = 0;
-    bool mIsEnhanceAlive = false;
-    std::thread mThread;
-    std::deque<std::packaged_task<int()>> mTasks;  ///< At most one.
-    bool mIsOverload = false;
-    std::deque<SteadyClock::time_point> mTimeoutHistory;
-    SteadyClock::time_point mMonitorStart;
-    bool mIsUnhealthy = false;
-    int32_t mMonitorFrameCount = 0;
-    int32_t mMonitorHighCount = 0;
-    int32_t mMonitorNormalCount = 0;
-    uint64_t mUnhealthyId = 0;
+    int32_t mRetryCount DE_GUARDED_BY(mTaskMutex) = 5;
+    uint64_t mLastId DE_GUARDED_BY(mTaskMutex) = 0;
+    uint64_t mFrameIdx DE_GUARDED_BY(mTaskMutex) = 0;
+    bool mIsEnhanceAlive DE_GUARDED_BY(mTaskMutex) = false;
+    std::thread mThread DE_GUARDED_BY(mTaskMutex);
+    std::deque<std::packaged_task<int()>> mTasks DE_GUARDED_BY(mTaskMutex);  ///< At most one.
+    bool mIsOverload DE_GUARDED_BY(mTaskMutex) = false;
+    std::deque<SteadyClock::time_point> mTimeoutHistory DE_GUARDED_BY(mTaskMutex);
+    SteadyClock::time_point mMonitorStart DE_GUARDED_BY(mTaskMutex);
+    bool mIsUnhealthy DE_GUARDED_BY(mTaskMutex) = false;
+    int32_t mMonitorFrameCount DE_GUARDED_BY(mTaskMutex) = 0;
+    int32_t mMonitorHighCount DE_GUARDED_BY(mTaskMutex) = 0;
+    int32_t mMonitorNormalCount DE_GUARDED_BY(mTaskMutex) = 0;
+    uint64_t mUnhealthyId DE_GUARDED_BY(mTaskMutex) = 0;
 
-    // Conditions, guarded by mStateMutex. The verdicts and their count are read without it.
-    std::mutex mStateMutex;
-    bool mIsEnable = false;
-    int32_t mWidth = 0;
-    int32_t mHeight = 0;
-    int32_t mFps = 0;
+    // Conditions. The verdicts and their count change under the lock and are read without it.
+    DeMutex mStateMutex;
+    bool mIsEnable DE_GUARDED_BY(mStateMutex) = false;
+    int32_t mWidth DE_GUARDED_BY(mStateMutex) = 0;
+    int32_t mHeight DE_GUARDED_BY(mStateMutex) = 0;
+    int32_t mFps DE_GUARDED_BY(mStateMutex) = 0;
     std::array<std::atomic<bool>, kConditionCount> mIsEnhance{};
     std::atomic<int32_t> mEnhanceCount{0};
 };

@@ -51,7 +51,7 @@ void AisrEngine::setEnable(bool enable) {
     if (!mIsInitialized) {
         return;
     }
-    const std::lock_guard<std::mutex> lock(mStateMutex);
+    const DeMutexLock lock(mStateMutex);
     setEnableInternal(enable);
 }
 
@@ -72,7 +72,7 @@ void AisrEngine::setRect(int width, int height) {
         DE_LOGW("Invalid input:%dx%d for %s!", width, height, mAppName.c_str());
         return;
     }
-    const std::lock_guard<std::mutex> lock(mStateMutex);
+    const DeMutexLock lock(mStateMutex);
     if (width == mWidth && height == mHeight) {
         DE_LOGV("Same rect:%dx%d for %s, skip.", width, height, mAppName.c_str());
         return;
@@ -104,7 +104,7 @@ void AisrEngine::setFrameRate(int fps) {
         DE_LOGW("Invalid input fps:%d for %s!", fps, mAppName.c_str());
         return;
     }
-    const std::lock_guard<std::mutex> lock(mStateMutex);
+    const DeMutexLock lock(mStateMutex);
     if (fps == mFps) {
         DE_LOGV("Same fps:%d for %s, skip.", fps, mAppName.c_str());
         return;
@@ -116,7 +116,7 @@ void AisrEngine::setFrameRate(int fps) {
 
 void AisrEngine::onAppStart() {
     DE_LOGI(">> %s <<", mAppName.c_str());
-    const std::lock_guard<std::mutex> lock(mTaskMutex);
+    const DeMutexLock lock(mTaskMutex);
     if (!getReady()) {
         DE_LOGW("Not ready for enhancement!");
     } else {

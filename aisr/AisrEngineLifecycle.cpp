@@ -129,7 +129,7 @@ AisrEngine::~AisrEngine() {
 
     DE_LOGD("mIsEnhanceAlive=false");
     {
-        const std::lock_guard<std::mutex> lock(mTaskMutex);
+        const DeMutexLock lock(mTaskMutex);
         mIsEnhanceAlive = false;
     }
     mTaskCond.notify_one();

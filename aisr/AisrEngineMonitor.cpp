@@ -34,7 +34,7 @@ bool AisrEngine::isUnhealthy(uint64_t id, const std::string& rect) {
     }
 
     // Built only for a message that is printed. No locale puts a comma into the rate.
-    const auto summary = [&] {
+    const auto summary = [&]() DE_REQUIRES(mTaskMutex) {
         std::ostringstream text;
         text.imbue(std::locale::classic());
         text << "ID:" << AisrAlgorithm::toString(id) << " " << rect

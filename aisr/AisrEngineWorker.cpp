@@ -25,7 +25,7 @@ bool AisrEngine::isReady() {
     if (mIsReady) {
         return true;
     }
-    const std::lock_guard<std::mutex> lock(mTaskMutex);
+    const DeMutexLock lock(mTaskMutex);
     if (mIsReady) {
         return true;
     }
@@ -64,7 +64,7 @@ bool AisrEngine::getReady() {
 
 void AisrEngine::startWorker() {
     mThread = std::thread([this] {
-        std::unique_lock<std::mutex> lock(mTaskMutex);
+        DeMutexLock lock(mTaskMutex);
         auto idleDeadline = SteadyClock::now() + kIdlePeriod;
         while (mIsEnhanceAlive) {
             if (!mTasks.empty()) {
@@ -75,7 +75,8 @@ void AisrEngine::startWorker() {
                 task = {};  // The frame's record and result are let go before the lock is taken.
                 lock.lock();
                 idleDeadline = SteadyClock::now() + kIdlePeriod;
-            } else if (mTaskCond.wait_until(lock, idleDeadline) == std::cv_status::timeout &&
+            } else if (mTaskCond.wait_until(lock.native(), idleDeadline) ==
+                           std::cv_status::timeout &&
                        mIsEnhanceAlive && mTasks.empty()) {
                 DE_LOGI("enhance timeout.");
                 idleDeadline = SteadyClock::now() + kIdlePeriod;
@@ -108,7 +109,7 @@ void AisrEngine::enhance(Aisr::BufferInfo& info) {
         return;
     }
 
-    std::unique_lock<std::mutex> lock(mTaskMutex);
+    DeMutexLock lock(mTaskMutex);
     if (isOverload(info)) {
         DE_LOGD("Overload! %s skip.", AisrAlgorithm::toString(info).c_str());
         return;
@@ -166,7 +167,7 @@ int AisrEngine::doEnhance(Aisr::BufferInfo info) {
         DE_LOGD("enhance(%s) used %gms", AisrAlgorithm::toStringSafe(info).c_str(), elapsedMs);
         return 0;
     }
-    const std::lock_guard<std::mutex> lock(mTaskMutex);
+    const DeMutexLock lock(mTaskMutex);
     DE_LOGI("enhance(%s) used %gms", AisrAlgorithm::toStringSafe(info).c_str(), elapsedMs);
     updateTimeoutStatus(info);
     return 0;

@@ -56,7 +56,7 @@ VideoEngine& VideoEngine::get() {
 
 VideoEngine::~VideoEngine() {
     {
-        const std::lock_guard<std::mutex> lock(mAisrMutex);
+        const DeMutexLock lock(mAisrMutex);
         mIsClosed = true;
         mAisrValid = kInvalid;
     }
@@ -100,7 +100,7 @@ bool VideoEngine::isAisrValid() {
     }
     // A caller that waited here while another one settled the validity asks the service again all
     // the same, and finds the engine in place.
-    const std::lock_guard<std::mutex> lock(mAisrMutex);
+    const DeMutexLock lock(mAisrMutex);
     if (!visit.isAllowed()) {
         return false;
     }
@@ -112,14 +112,14 @@ bool VideoEngine::isAisrValid() {
     DE_LOGD("AisrProcessor is supported.");
     if (mAisrEngine == nullptr) {
         DE_LOGD("Start to load AISR......");
-        auto engine = std::make_unique<AisrEngine>();
-        if (!engine->initialize()) {
+        auto created = std::make_unique<AisrEngine>();
+        if (!created->initialize()) {
             DE_LOGW("AisrEngine initialize() failed!");
-            engine.reset();
+            created.reset();
             mAisrValid.store(kInvalid, std::memory_order_release);
             return false;
         }
-        mAisrEngine = std::move(engine);
+        mAisrEngine = std::move(created);
     }
     DE_LOGD("Load AISR successfully.");
     mAisrValid.store(kValid, std::memory_order_release);
@@ -131,25 +131,25 @@ bool VideoEngine::isSupported() {
 }
 
 bool VideoEngine::needEnhance() {
-    return isAisrValid() && mAisrEngine->needEnhance();
+    return isAisrValid() && engine().needEnhance();
 }
 
 void VideoEngine::enhance(Aisr::BufferInfo& info) {
     if (isAisrValid()) {
-        mAisrEngine->enhance(info);
+        engine().enhance(info);
     }
 }
 
 bool VideoEngine::getAppConfig() {
     const Visit visit(*this);
-    return visit.isAllowed() && isAisrValid() && mAisrEngine->getAppConfig();
+    return visit.isAllowed() && isAisrValid() && engine().getAppConfig();
 }
 
 template <typename OPERATION>
 void VideoEngine::withEngine(OPERATION operation) {
     const Visit visit(*this);
     if (visit.isAllowed() && isAisrValid()) {
-        operation(*mAisrEngine);
+        operation(engine());
     }
 }
 

@@ -3,10 +3,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
 #include "aisr/AisrEngine.h"
 #include "common/BufferInfo.h"
+#include "common/DeMutex.h"
 #include "common/Export.h"
 
 /**
@@ -35,7 +35,7 @@ public:
     VideoEngine& operator=(const VideoEngine&) = delete;
 
     /** Whether there is an engine; creates and initialises it on first use. */
-    bool isAisrValid();
+    bool isAisrValid() DE_EXCLUDES(mAisrMutex);
     /** The same. */
     bool isSupported();
 
@@ -65,14 +65,18 @@ private:
 
     constexpr VideoEngine() = default;
 
+    // The engine, without the mutex: it is stored before the validity is published as valid, and
+    // stays until the destructor. REQUIRES: isAisrValid() has returned true.
+    DE_HIDDEN AisrEngine& engine() DE_NO_THREAD_SAFETY_ANALYSIS { return *mAisrEngine; }
+
     /** Runs `operation` on the engine, if there is one, and keeps the engine meanwhile. */
     template <typename OPERATION>
     DE_HIDDEN void withEngine(OPERATION operation);
 
     // Atomic, published with release order after the engine is stored.
     std::atomic<int32_t> mAisrValid{0};  ///< kUndetermined, kValid or kInvalid.
-    std::mutex mAisrMutex;               ///< Held while the validity is being determined.
-    std::unique_ptr<AisrEngine> mAisrEngine;
+    DeMutex mAisrMutex;                  ///< Held while the validity is being determined.
+    std::unique_ptr<AisrEngine> mAisrEngine DE_GUARDED_BY(mAisrMutex);
 
     // Exit. These two and mAisrValid are read by calls that come after the destructor: they lie in
     // static storage and have nothing to destroy.
