@@ -6,8 +6,6 @@
 namespace player {
 namespace {
 
-using Lock = std::lock_guard<std::mutex>;
-
 // The engine's own tag, which its adapter's tag extends, and the facade's.
 constexpr char kEngineTag[] = "DE N AISR";
 constexpr char kFacadeTag[] = "DE N VideoEngine";
@@ -51,14 +49,14 @@ std::optional<uint64_t> frameIndex(const std::string& text) {
 void EngineLog::note(const std::string& tag, const std::string& message, bool isWarning,
                      bool fromPlayer) {
     if (tag == kTransportTag && startsWith(message, "the runtime directory")) {
-        Lock lock(mMutex);
+        const DeMutexLock lock(mMutex);
         mTransportTrouble = message;
     }
     if (!startsWith(tag, kEngineTag) && tag != kFacadeTag) {
         return;
     }
     const Message parts = split(message);
-    Lock lock(mMutex);
+    const DeMutexLock lock(mMutex);
     if (isWarning) {
         mLastWarning = parts.text;
         mFirstWarning = mFirstWarning.empty() ? parts.text : mFirstWarning;
@@ -143,17 +141,17 @@ void EngineLog::noteConfiguration(const std::string& text) {
 }
 
 void EngineLog::beginFrame() {
-    Lock lock(mMutex);
+    const DeMutexLock lock(mMutex);
     mVerdict.reset();
 }
 
 bool EngineLog::isExpired() const {
-    Lock lock(mMutex);
+    const DeMutexLock lock(mMutex);
     return mVerdict == Outcome::kExpired;
 }
 
 Outcome EngineLog::outcome(bool isChanged) const {
-    Lock lock(mMutex);
+    const DeMutexLock lock(mMutex);
     if (!mVerdict) {
         if (isChanged) {
             return Outcome::kEnhanced;
@@ -164,17 +162,17 @@ Outcome EngineLog::outcome(bool isChanged) const {
 }
 
 std::optional<uint64_t> EngineLog::lastCompleted() const {
-    Lock lock(mMutex);
+    const DeMutexLock lock(mMutex);
     return mLastCompleted;
 }
 
 std::optional<EngineLog::Limits> EngineLog::limits() const {
-    Lock lock(mMutex);
+    const DeMutexLock lock(mMutex);
     return mLimits;
 }
 
 std::string EngineLog::whyNotNeeded() const {
-    Lock lock(mMutex);
+    const DeMutexLock lock(mMutex);
     if (!mRefusedRect.empty()) {
         return "the size is outside the configured range, " + mRefusedRect;
     }
@@ -186,17 +184,17 @@ std::string EngineLog::whyNotNeeded() const {
 }
 
 std::string EngineLog::transportTrouble() const {
-    Lock lock(mMutex);
+    const DeMutexLock lock(mMutex);
     return mTransportTrouble;
 }
 
 std::string EngineLog::firstWarning() const {
-    Lock lock(mMutex);
+    const DeMutexLock lock(mMutex);
     return mFirstWarning;
 }
 
 std::string EngineLog::lastWarning() const {
-    Lock lock(mMutex);
+    const DeMutexLock lock(mMutex);
     return mLastWarning;
 }
 

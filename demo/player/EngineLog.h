@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "Outcome.h"
+#include "common/DeMutex.h"
 
 namespace player {
 
@@ -58,22 +58,23 @@ public:
     std::string lastWarning() const;
 
 private:
-    void noteCall(const std::string& function, const std::string& text);
-    void noteMonitor(const std::string& text);
-    void noteWorker(const std::string& text);
-    void noteCondition(const std::string& text);
-    void noteConfiguration(const std::string& text);
+    void noteCall(const std::string& function, const std::string& text) DE_REQUIRES(mMutex);
+    void noteMonitor(const std::string& text) DE_REQUIRES(mMutex);
+    void noteWorker(const std::string& text) DE_REQUIRES(mMutex);
+    void noteCondition(const std::string& text) DE_REQUIRES(mMutex);
+    void noteConfiguration(const std::string& text) DE_REQUIRES(mMutex);
 
-    mutable std::mutex mMutex;  // guards everything below
-    std::optional<Outcome> mVerdict;
-    bool mIsUnhealthy = false;
-    std::optional<uint64_t> mLastCompleted;
-    std::optional<Limits> mLimits;
-    std::string mRefusedRect;  // the reason when the size is not accepted
-    std::string mRefusedRate;  // the reason when the frame rate is not accepted
-    std::string mTransportTrouble;
-    std::string mFirstWarning;
-    std::string mLastWarning;
+    mutable DeMutex mMutex;
+    std::optional<Outcome> mVerdict DE_GUARDED_BY(mMutex);
+    bool mIsUnhealthy DE_GUARDED_BY(mMutex) = false;
+    std::optional<uint64_t> mLastCompleted DE_GUARDED_BY(mMutex);
+    std::optional<Limits> mLimits DE_GUARDED_BY(mMutex);
+    // The reasons when the size or the frame rate is not accepted.
+    std::string mRefusedRect DE_GUARDED_BY(mMutex);
+    std::string mRefusedRate DE_GUARDED_BY(mMutex);
+    std::string mTransportTrouble DE_GUARDED_BY(mMutex);
+    std::string mFirstWarning DE_GUARDED_BY(mMutex);
+    std::string mLastWarning DE_GUARDED_BY(mMutex);
 };
 
 /**

@@ -51,7 +51,7 @@ int32_t ProcessSession::process() {
 
 int32_t ProcessSession::processFrame(const AisrBuffer& frame) {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        const DeMutexLock lock(mMutex);
         mAtWork = frame;
         mStop = sameFrame(mCancelled, frame);
         // Frames come in order: an earlier cancel that names no frame from here on is out of date.
@@ -62,7 +62,7 @@ int32_t ProcessSession::processFrame(const AisrBuffer& frame) {
         mSharpener.sharpen(static_cast<uint8_t*>(frame.y), frame.width, frame.height, frame.stride,
                            [&](int row) { return pace(start, row, frame.height); }) &&
         pace(start, frame.height, frame.height);
-    std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     mAtWork = AisrBuffer{};
     return isDone ? AISR_SUCCESS : AISR_ERR_TIMEOUT;
 }
@@ -73,14 +73,14 @@ bool ProcessSession::pace(std::chrono::steady_clock::time_point start, int row, 
     const bool isPacePoint = row % kPaceRows == 0 || row == height;
     if (mFrameTime.count() > 0 && isPacePoint) {
         const auto due = start + std::chrono::nanoseconds(mFrameTime) * row / height;
-        std::unique_lock<std::mutex> lock(mMutex);
-        mCancelCond.wait_until(lock, due, [this] { return mStop.load(); });
+        DeMutexLock lock(mMutex);
+        mCancelCond.wait_until(lock.native(), due, [this] { return mStop.load(); });
     }
     return !mStop.load(std::memory_order_relaxed);
 }
 
 void ProcessSession::cancel(const AisrBuffer& frame) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     if (sameFrame(frame, mAtWork)) {
         mStop = true;
         mCancelCond.notify_all();

@@ -4,11 +4,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 #include "LumaSharpener.h"
 #include "aisr/AisrBuffer.h"
+#include "common/DeMutex.h"
 
 /**
  * What the processing library keeps between its init and its deinit entry.
@@ -49,9 +49,10 @@ private:
     LumaSharpener mSharpener;
     std::vector<AisrBuffer> mSubmitted;
 
-    std::mutex mMutex;  // guards the three below, except for the flag's reads between rows
+    DeMutex mMutex;
     std::condition_variable mCancelCond;
-    AisrBuffer mAtWork{};     // id 0: none
-    AisrBuffer mCancelled{};  // the last frame that was named and is not yet known; id 0: none
-    std::atomic<bool> mStop{false};
+    AisrBuffer mAtWork DE_GUARDED_BY(mMutex){};  // id 0: none
+    // The last frame that was named and is not yet known; id 0: none.
+    AisrBuffer mCancelled DE_GUARDED_BY(mMutex){};
+    std::atomic<bool> mStop{false};  // changes under the mutex; read without it between rows
 };

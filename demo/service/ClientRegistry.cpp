@@ -25,7 +25,7 @@ std::string nameOf(const std::optional<std::string>& key, pid_t pid) {
 }  // namespace
 
 bool ClientRegistry::add(const std::string& key, const Callback& callback, pid_t pid) {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     // The new client is watched before the old one is let go: a dead one replaces nobody.
     if (IInterface::asBinder(callback)->linkToDeath(this) != android::OK) {
         return false;
@@ -41,7 +41,7 @@ bool ClientRegistry::add(const std::string& key, const Callback& callback, pid_t
 }
 
 bool ClientRegistry::add(const Callback& callback, pid_t pid) {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     const sp<IBinder> binder = IInterface::asBinder(callback);
     const bool known = std::any_of(mClients.begin(), mClients.end(), [&](const Client& client) {
         return !client.key && IInterface::asBinder(client.callback) == binder;
@@ -57,7 +57,7 @@ bool ClientRegistry::add(const Callback& callback, pid_t pid) {
 }
 
 bool ClientRegistry::remove(const std::string& key, pid_t pid) {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     const auto client = findKey(key);
     if (client == mClients.end() || client->pid != pid) {
         return false;
@@ -67,7 +67,7 @@ bool ClientRegistry::remove(const std::string& key, pid_t pid) {
 }
 
 bool ClientRegistry::remove(const Callback& callback, pid_t pid) {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     const sp<IBinder> binder = IInterface::asBinder(callback);
     const auto client = std::find_if(mClients.begin(), mClients.end(), [&](const Client& c) {
         return !c.key && c.pid == pid && IInterface::asBinder(c.callback) == binder;
@@ -80,12 +80,12 @@ bool ClientRegistry::remove(const Callback& callback, pid_t pid) {
 }
 
 bool ClientRegistry::enabled() const {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     return mEnabled;
 }
 
 std::vector<std::string> ClientRegistry::describe() const {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     std::vector<std::string> lines;
     for (const Client& client : mClients) {
         lines.push_back(nameOf(client.key, client.pid));
@@ -94,7 +94,7 @@ std::vector<std::string> ClientRegistry::describe() const {
 }
 
 size_t ClientRegistry::setEnabled(bool enabled) {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     mEnabled = enabled;
     size_t reached = 0;
     for (const Client& client : mClients) {
@@ -105,7 +105,7 @@ size_t ClientRegistry::setEnabled(bool enabled) {
 
 void ClientRegistry::binderDied(const android::wp<IBinder>& who) {
     const sp<IBinder> binder = who.promote();
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     // One object may be registered with and without a key.
     for (auto client = findBinder(binder); client != mClients.end(); client = findBinder(binder)) {
         erase(client, "died");

@@ -4,12 +4,12 @@
 #include <binder/IBinder.h>
 #include <sys/types.h>
 
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "aidl/IDisplayEngineCallback.h"
+#include "common/DeMutex.h"
 
 namespace sample {
 
@@ -57,16 +57,16 @@ private:
         Callback callback;
     };
 
-    void insert(Client client);
-    void sendState(const Client& client, size_t* reached) const;
-    void erase(std::vector<Client>::iterator client, const char* why);
-    std::vector<Client>::iterator findKey(const std::string& key);
-    std::vector<Client>::iterator findBinder(const android::sp<android::IBinder>& binder);
+    void insert(Client client) DE_REQUIRES(mMutex);
+    void sendState(const Client& client, size_t* reached) const DE_REQUIRES(mMutex);
+    void erase(std::vector<Client>::iterator client, const char* why) DE_REQUIRES(mMutex);
+    std::vector<Client>::iterator findKey(const std::string& key) DE_REQUIRES(mMutex);
+    std::vector<Client>::iterator findBinder(const android::sp<android::IBinder>& binder)
+        DE_REQUIRES(mMutex);
 
-    mutable std::mutex mMutex;
-    // Guarded by mMutex.
-    bool mEnabled;
-    std::vector<Client> mClients;
+    mutable DeMutex mMutex;
+    bool mEnabled DE_GUARDED_BY(mMutex);
+    std::vector<Client> mClients DE_GUARDED_BY(mMutex);
 };
 
 }  // namespace sample

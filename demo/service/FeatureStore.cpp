@@ -57,7 +57,7 @@ int32_t FeatureStore::setScene(int32_t scene, int32_t value) {
     if (scene == Service::DE_SCENE_BRIGHTNESS && value < 0) {
         return kRefused;
     }
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     if (mScenes.size() >= kMostScenes && mScenes.count(scene) == 0) {
         return kRefused;
     }
@@ -66,7 +66,7 @@ int32_t FeatureStore::setScene(int32_t scene, int32_t value) {
 }
 
 int32_t FeatureStore::setData(int32_t type, const PersistableBundle& data) {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     if (type == Service::DE_DATA_TYPE_FRAMERATE) {
         String16 rate;
         if (!data.getString(String16("FPS"), &rate)) {
@@ -85,7 +85,7 @@ int32_t FeatureStore::setData(int32_t type, const PersistableBundle& data) {
 }
 
 int32_t FeatureStore::setEffect(int32_t feature, int32_t type, const PersistableBundle& data) {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     const auto number = mNumbers.find({feature, type});
     int32_t value = 0;
     if (number == mNumbers.end() || !data.getInt(String16("Value"), &value) || value < 0 ||
@@ -103,7 +103,7 @@ int32_t FeatureStore::getEffect(int32_t feature, int32_t type, int32_t length,
         mMissing.count(feature) == 0) {
         content.assign(mPanelName.begin(), mPanelName.end());
     } else {
-        const std::lock_guard<std::mutex> lock(mMutex);
+        const DeMutexLock lock(mMutex);
         const auto number = mNumbers.find({feature, type});
         if (number == mNumbers.end()) {
             return kRefused;
@@ -123,7 +123,7 @@ int32_t FeatureStore::getEffect(int32_t feature, int32_t type, int32_t length,
 
 int32_t FeatureStore::getEffectEx(int32_t feature, int32_t type, int32_t length,
                                   std::vector<int32_t>* status) const {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     const auto number = mNumbers.find({feature, type});
     if (number == mNumbers.end() || length < 1 || static_cast<size_t>(length) > status->size()) {
         return kRefused;
@@ -134,7 +134,7 @@ int32_t FeatureStore::getEffectEx(int32_t feature, int32_t type, int32_t length,
 }
 
 std::vector<std::string> FeatureStore::describe() const {
-    const std::lock_guard<std::mutex> lock(mMutex);
+    const DeMutexLock lock(mMutex);
     std::vector<std::string> lines;
     for (const auto& [scene, value] : mScenes) {
         lines.push_back("scene=" + std::to_string(scene) + " value=" + std::to_string(value));

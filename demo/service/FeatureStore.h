@@ -5,11 +5,12 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "common/DeMutex.h"
 
 namespace sample {
 
@@ -60,12 +61,12 @@ private:
     const std::string mPanelName;
     const std::set<int32_t> mMissing;
 
-    mutable std::mutex mMutex;
-    // Guarded by mMutex.
-    std::map<std::pair<int32_t, int32_t>, Number> mNumbers;  // by feature and type
-    std::map<int32_t, int32_t> mScenes;
-    std::string mFrameRate;
-    int32_t mCwbForced = 0;
+    mutable DeMutex mMutex;
+    std::map<std::pair<int32_t, int32_t>, Number> mNumbers
+        DE_GUARDED_BY(mMutex);  // by feature and type
+    std::map<int32_t, int32_t> mScenes DE_GUARDED_BY(mMutex);
+    std::string mFrameRate DE_GUARDED_BY(mMutex);
+    int32_t mCwbForced DE_GUARDED_BY(mMutex) = 0;
 };
 
 }  // namespace sample

@@ -1,17 +1,17 @@
 #include "Report.h"
+#include "common/DeMutex.h"
 
 #include <utils/String16.h>
 #include <utils/String8.h>
 
 #include <cstdint>
 #include <iostream>
-#include <mutex>
 
 namespace sample {
 
 void report(const std::string& line) {
-    static std::mutex mutex;
-    const std::lock_guard<std::mutex> lock(mutex);
+    static DeMutex mutex;
+    const DeMutexLock lock(mutex);
     std::cout << line << std::endl;
 }
 

@@ -43,7 +43,7 @@ BinderProcess::BinderProcess()
 BinderProcess::~BinderProcess() = default;
 
 void BinderProcess::stopPoolAtExit() {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     if (!mStopsAtExit) {
         mStopsAtExit = true;
         std::atexit([] { self().pool().stop(); });
@@ -51,7 +51,7 @@ void BinderProcess::stopPoolAtExit() {
 }
 
 std::shared_ptr<Connection> BinderProcess::connectionTo(uint64_t instance) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto found = mConnections.find(instance);
     return found != mConnections.end() ? found->second : nullptr;
 }
@@ -59,7 +59,7 @@ std::shared_ptr<Connection> BinderProcess::connectionTo(uint64_t instance) {
 std::shared_ptr<Connection> BinderProcess::addConnection(ForkSafeFd socket, const Peer& peer) {
     const auto connection = std::make_shared<Connection>(*this, std::move(socket), peer);
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         mConnections[peer.instance] = connection;
     }
     mPool.watch(connection);
@@ -70,7 +70,7 @@ bool BinderProcess::acceptConnection(ForkSafeFd& socket, const Peer& peer,
                                      const std::function<void(Connection&)>& welcome) {
     std::shared_ptr<Connection> connection;
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         const bool precedes = mInstance < peer.instance && mOutreaches.count(peer.instance) > 0;
         if (precedes || mConnections.count(peer.instance) > 0) {
             return false;
@@ -86,7 +86,7 @@ bool BinderProcess::acceptConnection(ForkSafeFd& socket, const Peer& peer,
 void BinderProcess::removeConnection(Connection& connection) {
     mPool.unwatch(&connection);
     std::shared_ptr<Connection> last;  // let go of without the lock
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto found = mConnections.find(connection.peer().instance);
     if (found != mConnections.end() && found->second.get() == &connection) {
         last = std::move(found->second);
@@ -96,12 +96,12 @@ void BinderProcess::removeConnection(Connection& connection) {
 
 BinderProcess::Outreach::Outreach(BinderProcess& process, uint64_t instance)
     : mProcess(process), mInstance(instance) {
-    const std::lock_guard<std::mutex> lock(mProcess.mLock);
+    const Mutex::Autolock lock(mProcess.mLock);
     mProcess.mOutreaches.insert(mInstance);
 }
 
 BinderProcess::Outreach::~Outreach() {
-    const std::lock_guard<std::mutex> lock(mProcess.mLock);
+    const Mutex::Autolock lock(mProcess.mLock);
     mProcess.mOutreaches.erase(mProcess.mOutreaches.find(mInstance));
 }
 

@@ -3,9 +3,10 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <unordered_map>
+
+#include <utils/Mutex.h>
 
 #include "Connection.h"
 #include "ThreadPool.h"
@@ -62,11 +63,10 @@ private:
     ThreadPool mPool;
     const std::unique_ptr<ServiceRegistry> mRegistry;
 
-    std::mutex mLock;
-    // All below guarded by mLock.
-    std::unordered_map<uint64_t, std::shared_ptr<Connection>> mConnections;
-    std::multiset<uint64_t> mOutreaches;
-    bool mStopsAtExit = false;
+    Mutex mLock;
+    std::unordered_map<uint64_t, std::shared_ptr<Connection>> mConnections GUARDED_BY(mLock);
+    std::multiset<uint64_t> mOutreaches GUARDED_BY(mLock);
+    bool mStopsAtExit GUARDED_BY(mLock) = false;
 };
 
 }  // namespace transport

@@ -18,7 +18,7 @@ BpBinder::~BpBinder() {
 
 const String16& BpBinder::getInterfaceDescriptor() const {
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         if (mDescriptorKnown) {
             return mDescriptor;
         }
@@ -30,7 +30,7 @@ const String16& BpBinder::getInterfaceDescriptor() const {
     const bool answered =
         const_cast<BpBinder*>(this)->transact(INTERFACE_TRANSACTION, data, &reply) == OK &&
         reply.readString16(&descriptor) == OK;
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     if (answered && !mDescriptorKnown) {
         mDescriptor = descriptor;
         mDescriptorKnown = true;
@@ -69,7 +69,7 @@ status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie
     if (recipient == nullptr) {
         return BAD_VALUE;
     }
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     if (mObituariesSent || mConnection->isDead()) {
         return DEAD_OBJECT;
     }
@@ -80,7 +80,7 @@ status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie
 status_t BpBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie, uint32_t flags,
                                  wp<DeathRecipient>* outRecipient) {
     Obituary removed;  // its recipient is let go of without the lock
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     if (mObituariesSent) {
         return DEAD_OBJECT;
     }
@@ -104,14 +104,14 @@ status_t BpBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* cook
 }
 
 bool BpBinder::hasDeathRecipients() const {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     return !mObituaries.empty();
 }
 
 void BpBinder::reportDeath() {
     std::vector<Obituary> obituaries;
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         mObituariesSent = true;
         obituaries.swap(mObituaries);
     }

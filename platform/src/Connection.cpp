@@ -107,7 +107,7 @@ status_t Connection::call(uint64_t handle, uint32_t code, const Parcel& data, Pa
     PendingCall pending;
     pending.reply = reply != nullptr ? reply : &ignored;
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         if (mDead) {
             return DEAD_OBJECT;
         }
@@ -117,7 +117,7 @@ status_t Connection::call(uint64_t handle, uint32_t code, const Parcel& data, Pa
     header.nestedIn = innermostFrom(this);
     const status_t sent = transmit(header, data);
     if (sent != OK) {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         mPending.erase(header.callId);
         return sent;
     }
@@ -128,7 +128,7 @@ status_t Connection::call(uint64_t handle, uint32_t code, const Parcel& data, Pa
 status_t Connection::callOneway(FrameHeader header, const Parcel& data) {
     const size_t cost = onewayCost(data.dataSize());
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         if (mOnewayAhead + cost > kMaxOnewayAhead) {
             return FAILED_TRANSACTION;
         }
@@ -136,7 +136,7 @@ status_t Connection::callOneway(FrameHeader header, const Parcel& data) {
     }
     const status_t sent = transmit(header, data);
     if (sent != OK) {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         mOnewayAhead -= cost;
     }
     return sent;
@@ -218,7 +218,7 @@ void Connection::onewayDone(size_t cost) {
     FrameHeader header;
     header.type = FrameType::kOnewayDone;
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         mOnewayToTell += cost;
         if (mOnewayToTell < kOnewayPortion) {
             return;
@@ -247,7 +247,7 @@ void Connection::run(IncomingCall& incoming) {
 // Waiting and reading.
 
 void Connection::awaitReply(PendingCall& pending) {
-    std::unique_lock<std::mutex> lock(mLock);
+    Mutex::Autolock lock(mLock);
     while (!pending.done) {
         if (!pending.nested.empty()) {
             std::shared_ptr<IncomingCall> nested = std::move(pending.nested.front());
@@ -258,7 +258,7 @@ void Connection::awaitReply(PendingCall& pending) {
             lock.lock();
         } else if (mReading) {
             pending.waiting = true;
-            pending.wakeup.wait(lock);
+            pending.wakeup.wait(lock.native());
             pending.waiting = false;
         } else {
             mReading = true;
@@ -281,7 +281,7 @@ void Connection::awaitReply(PendingCall& pending) {
     }
 }
 
-/// Gives the reading role up. REQUIRES: mLock held.
+/// Gives the reading role up.
 void Connection::handRoleOn() {
     mReading = false;
     for (auto& [id, pending] : mPending) {
@@ -311,7 +311,7 @@ void Connection::readFrame(bool block, Jobs* jobs) {
 std::vector<ThreadPool::Job> Connection::readAvailable() {
     Jobs jobs;
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         mArmed = false;
         if (mReading || mDead) {
             return jobs;
@@ -319,7 +319,7 @@ std::vector<ThreadPool::Job> Connection::readAvailable() {
         mReading = true;
     }
     readFrame(false, &jobs);
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     handRoleOn();
     return jobs;
 }
@@ -403,7 +403,7 @@ bool Connection::takeCall(Frame& frame, Jobs* jobs) {
         return true;
     }
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         const auto found = mPending.find(header.nestedIn);
         if (found != mPending.end()) {
             found->second->nested.push_back(std::move(call));
@@ -417,7 +417,7 @@ bool Connection::takeCall(Frame& frame, Jobs* jobs) {
 
 bool Connection::takeReply(Frame& frame) {
     std::vector<ParcelObject> objects;  // what is refused is let go of without the lock
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto found = mPending.find(frame.header.callId);
     if (found == mPending.end() || !unpack(frame, &objects)) {
         return false;
@@ -446,7 +446,7 @@ bool Connection::takeRelease(const FrameHeader& header, Jobs* jobs) {
 }
 
 bool Connection::takeOnewayDone(const FrameHeader& header) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     if (header.code > mOnewayAhead) {
         return false;
     }
@@ -458,7 +458,7 @@ bool Connection::takeOnewayDone(const FrameHeader& header) {
 /// the peer held is let go of, and the death recipients are told.
 void Connection::close(const char* reason) {
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         if (mDead.exchange(true)) {
             return;
         }

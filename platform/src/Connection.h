@@ -5,13 +5,13 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <vector>
 
 #include <binder/BpBinder.h>
 #include <binder/Parcel.h>
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 
 #include "FrameSocket.h"
 #include "ObjectTable.h"
@@ -98,7 +98,7 @@ private:
 
     void awaitReply(PendingCall& pending);
     void readFrame(bool block, Jobs* jobs);
-    void handRoleOn();
+    void handRoleOn() REQUIRES(mLock);
 
     bool take(Frame& frame, Jobs* jobs);
     bool takeCall(Frame& frame, Jobs* jobs);
@@ -117,14 +117,15 @@ private:
 
     std::atomic<bool> mDead{false};  // written under mLock
 
-    std::mutex mLock;
-    // All below guarded by mLock.
-    bool mReading = false;  // some thread has the reading role
-    bool mArmed = true;     // the pool will be told of the next readiness
-    uint64_t mNextCallId = 1;
-    std::unordered_map<uint64_t, PendingCall*> mPending;
-    size_t mOnewayAhead = 0;   // bytes of oneway calls that the peer has not dealt with
-    size_t mOnewayToTell = 0;  // bytes of the peer's that are dealt with, and it does not know
+    Mutex mLock;
+    bool mReading GUARDED_BY(mLock) = false;  // some thread has the reading role
+    bool mArmed GUARDED_BY(mLock) = true;     // the pool will be told of the next readiness
+    uint64_t mNextCallId GUARDED_BY(mLock) = 1;
+    std::unordered_map<uint64_t, PendingCall*> mPending GUARDED_BY(mLock);
+    // Bytes of oneway calls that the peer has not dealt with.
+    size_t mOnewayAhead GUARDED_BY(mLock) = 0;
+    // Bytes of the peer's that are dealt with, and it does not know.
+    size_t mOnewayToTell GUARDED_BY(mLock) = 0;
 };
 
 }  // namespace transport

@@ -125,7 +125,7 @@ status_t FrameWriter::send(const FrameHeader& header, const uint8_t* data,
     append(data, header.dataSize);
     append(objects.data(), objects.size() * sizeof(WireObject));
 
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     if (mGone) {
         return DEAD_OBJECT;
     }
@@ -155,7 +155,6 @@ status_t FrameWriter::send(const FrameHeader& header, const uint8_t* data,
     return OK;
 }
 
-/// REQUIRES: mLock held.
 void FrameWriter::startFlushing() {
     try {
         std::thread([self = shared_from_this()] { self->flush(); }).detach();
@@ -164,7 +163,7 @@ void FrameWriter::startFlushing() {
     }
 }
 
-/// The peer cannot be served any more. REQUIRES: mLock held.
+/// The peer cannot be served any more.
 void FrameWriter::giveUp() {
     mRests.clear();
     mGone = true;
@@ -175,7 +174,7 @@ void FrameWriter::flush() {
     for (;;) {
         pollfd waited = {fd(), POLLOUT, 0};
         ::poll(&waited, 1, -1);
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         Rest& rest = mRests.front();
         std::vector<int> fds;
         for (const UniqueFd& fd : rest.fds) {

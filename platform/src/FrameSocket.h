@@ -4,10 +4,10 @@
 
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 
 #include "Frame.h"
 #include "UniqueFd.h"
@@ -74,14 +74,14 @@ private:
     };
 
     ssize_t sendSome(const Rest& rest, const std::vector<int>& fds) const;
-    void startFlushing();
+    void startFlushing() REQUIRES(mLock);
     void flush();
-    void giveUp();
+    void giveUp() REQUIRES(mLock);
 
     const ForkSafeFd mSocket;
-    std::mutex mLock;
-    std::deque<Rest> mRests;  // guarded by mLock
-    bool mGone = false;       // guarded by mLock
+    Mutex mLock;
+    std::deque<Rest> mRests GUARDED_BY(mLock);
+    bool mGone GUARDED_BY(mLock) = false;
 };
 
 }  // namespace transport

@@ -6,7 +6,7 @@ namespace android {
 namespace transport {
 
 uint64_t ObjectTable::exportObject(const sp<IBinder>& object) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto known = mHandles.find(object.get());
     if (known != mHandles.end()) {
         ++mExports.at(known->second).sent;
@@ -21,13 +21,13 @@ uint64_t ObjectTable::exportObject(const sp<IBinder>& object) {
 }
 
 sp<IBinder> ObjectTable::exported(uint64_t handle) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto found = mExports.find(handle);
     return found != mExports.end() ? found->second.object : nullptr;
 }
 
 bool ObjectTable::release(uint64_t handle, uint64_t count, sp<IBinder>* dropped) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto found = mExports.find(handle);
     if (found == mExports.end() || found->second.sent < count) {
         return false;
@@ -42,7 +42,7 @@ bool ObjectTable::release(uint64_t handle, uint64_t count, sp<IBinder>* dropped)
 }
 
 sp<BpBinder> ObjectTable::receive(const std::shared_ptr<Connection>& connection, uint64_t handle) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto found = mProxies.find(handle);
     if (found != mProxies.end()) {
         if (sp<BpBinder> proxy = found->second.promote()) {
@@ -59,7 +59,7 @@ sp<BpBinder> ObjectTable::receive(const std::shared_ptr<Connection>& connection,
 }
 
 uint64_t ObjectTable::forget(BpBinder* proxy) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto found = mProxies.find(proxy->mHandle);
     if (found != mProxies.end() && found->second.unsafe_get() == proxy) {
         mProxies.erase(found);
@@ -68,7 +68,7 @@ uint64_t ObjectTable::forget(BpBinder* proxy) {
 }
 
 void ObjectTable::close(std::vector<sp<IBinder>>* exports, std::vector<sp<BpBinder>>* proxies) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     mClosed = true;
     for (auto& [handle, entry] : mExports) {
         exports->push_back(std::move(entry.object));

@@ -3,12 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <vector>
 
 #include <binder/BpBinder.h>
 #include <binder/IBinder.h>
+#include <utils/Mutex.h>
 
 namespace android {
 namespace transport {
@@ -42,12 +42,12 @@ private:
         uint64_t sent;
     };
 
-    std::mutex mLock;
-    bool mClosed = false;                                 // guarded by mLock
-    uint64_t mNextHandle = 1;                             // guarded by mLock
-    std::unordered_map<uint64_t, Export> mExports;        // guarded by mLock
-    std::unordered_map<IBinder*, uint64_t> mHandles;      // guarded by mLock
-    std::unordered_map<uint64_t, wp<BpBinder>> mProxies;  // guarded by mLock
+    Mutex mLock;
+    bool mClosed GUARDED_BY(mLock) = false;
+    uint64_t mNextHandle GUARDED_BY(mLock) = 1;
+    std::unordered_map<uint64_t, Export> mExports GUARDED_BY(mLock);
+    std::unordered_map<IBinder*, uint64_t> mHandles GUARDED_BY(mLock);
+    std::unordered_map<uint64_t, wp<BpBinder>> mProxies GUARDED_BY(mLock);
 };
 
 }  // namespace transport

@@ -1,16 +1,16 @@
 #include <cutils/properties.h>
+#include <utils/Mutex.h>
 
 #include <cstdlib>
 #include <fstream>
 #include <map>
-#include <mutex>
 #include <string>
 
 namespace {
 
 struct Properties {
-    std::mutex mutex;
-    std::map<std::string, std::string> values;  // guarded by mutex
+    android::Mutex mutex;
+    std::map<std::string, std::string> values GUARDED_BY(mutex);
 };
 
 Properties& properties() {
@@ -47,7 +47,7 @@ bool findInFile(const std::string& key, std::string* value) {
 
 std::string find(const std::string& key) {
     {
-        const std::lock_guard<std::mutex> lock(properties().mutex);
+        const android::Mutex::Autolock lock(properties().mutex);
         const auto entry = properties().values.find(key);
         if (entry != properties().values.end()) {
             return entry->second;
@@ -77,7 +77,7 @@ int property_set(const char* key, const char* value) {
     if (key == nullptr || *key == '\0' || text.size() >= PROPERTY_VALUE_MAX) {
         return -1;
     }
-    const std::lock_guard<std::mutex> lock(properties().mutex);
+    const android::Mutex::Autolock lock(properties().mutex);
     properties().values[key] = text;
     return 0;
 }

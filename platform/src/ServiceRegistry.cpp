@@ -112,7 +112,7 @@ sp<IBinder> ServiceRegistry::find(const std::string& name) {
 }
 
 sp<IBinder> ServiceRegistry::findHere(const std::string& name) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto found = mEntries.find(name);
     return found != mEntries.end() ? found->second.service : nullptr;
 }
@@ -191,7 +191,7 @@ status_t ServiceRegistry::add(const std::string& name, const sp<IBinder>& servic
         return BAD_VALUE;
     }
     sp<IBinder> replaced = service;  // let go of without the lock
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto known = mEntries.find(name);
     if (known != mEntries.end()) {
         known->second.service.swap(replaced);
@@ -221,7 +221,7 @@ status_t ServiceRegistry::add(const std::string& name, const sp<IBinder>& servic
 /// At a clean exit. A process that dies otherwise leaves its sockets to be replaced.
 void ServiceRegistry::removeSockets() {
     ServiceRegistry& self = BinderProcess::self().registry();
-    const std::lock_guard<std::mutex> lock(self.mLock);
+    const Mutex::Autolock lock(self.mLock);
     RuntimeDirectory directory;
     if (!self.mEntries.empty() && directory.open(false) == OK) {
         for (const auto& [name, entry] : self.mEntries) {

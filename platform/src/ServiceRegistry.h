@@ -2,11 +2,11 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 
 #include <binder/IBinder.h>
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 
 #include "Connection.h"
 #include "RuntimeDirectory.h"
@@ -47,8 +47,8 @@ private:
     static void removeSockets();
 
     BinderProcess& mProcess;
-    std::mutex mLock;
-    std::map<std::string, Entry> mEntries;  // guarded by mLock
+    Mutex mLock;
+    std::map<std::string, Entry> mEntries GUARDED_BY(mLock);
 };
 
 }  // namespace transport

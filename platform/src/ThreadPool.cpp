@@ -38,7 +38,7 @@ ThreadPool::ThreadPool()
 }
 
 void ThreadPool::start() {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     if (!mMayStart) {
         mMayStart = true;
         mActive = true;
@@ -48,18 +48,17 @@ void ThreadPool::start() {
 
 void ThreadPool::join() {
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         mActive = true;
     }
     run(false);
 }
 
 bool ThreadPool::active() const {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     return mActive;
 }
 
-/// REQUIRES: mLock held.
 void ThreadPool::startThread() {
     try {
         std::thread([this] { run(true); }).detach();
@@ -72,12 +71,12 @@ void ThreadPool::startThread() {
 }
 
 void ThreadPool::post(Job job) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     mJobs.push_back(std::move(job));
     callTaker();
 }
 
-/// Sees to it that somebody takes the first job up. REQUIRES: mLock held.
+/// Sees to it that somebody takes the first job up.
 void ThreadPool::callTaker() {
     if (mIdle > 0) {
         const uint64_t one = 1;
@@ -89,7 +88,7 @@ void ThreadPool::callTaker() {
 }
 
 bool ThreadPool::queue(const void* key, Job job) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     std::deque<Job>& jobs = mQueues[key];
     jobs.push_back(std::move(job));
     return jobs.size() == 1;
@@ -98,11 +97,11 @@ bool ThreadPool::queue(const void* key, Job job) {
 void ThreadPool::runQueued(const void* key) {
     Job job;
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         job = std::move(mQueues.at(key).front());
     }
     job();
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto found = mQueues.find(key);
     found->second.pop_front();
     if (found->second.empty()) {
@@ -115,7 +114,7 @@ void ThreadPool::runQueued(const void* key) {
 }
 
 void ThreadPool::run(bool started) {
-    std::unique_lock<std::mutex> lock(mLock);
+    Mutex::Autolock lock(mLock);
     if (started) {
         --mIdle;  // counted since it was started
     }
@@ -162,7 +161,7 @@ std::vector<ThreadPool::Job> ThreadPool::waitForWork() {
     }
     std::shared_ptr<Connection> connection;
     {
-        const std::lock_guard<std::mutex> lock(mLock);
+        const Mutex::Autolock lock(mLock);
         const auto found = mWatched.find(id);
         if (mStopping || found == mWatched.end()) {
             return {};
@@ -173,7 +172,7 @@ std::vector<ThreadPool::Job> ThreadPool::waitForWork() {
 }
 
 void ThreadPool::watch(const std::shared_ptr<Connection>& connection) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     mWatched.emplace(connection->id(), connection);
     control(mEpoll.get(), EPOLL_CTL_ADD, connection->fd(), EPOLLIN | EPOLLONESHOT,
             connection->id());
@@ -181,7 +180,7 @@ void ThreadPool::watch(const std::shared_ptr<Connection>& connection) {
 
 void ThreadPool::unwatch(Connection* connection) {
     std::shared_ptr<Connection> last;  // let go of without the lock
-    const std::lock_guard<std::mutex> lock(mLock);
+    const Mutex::Autolock lock(mLock);
     const auto found = mWatched.find(connection->id());
     if (found != mWatched.end()) {
         control(mEpoll.get(), EPOLL_CTL_DEL, connection->fd(), 0, 0);
@@ -200,9 +199,9 @@ void ThreadPool::disarm(Connection* connection) {
 }
 
 void ThreadPool::stop() {
-    std::unique_lock<std::mutex> lock(mLock);
+    Mutex::Autolock lock(mLock);
     mStopping = true;
-    mJobDone.wait(lock, [this] { return mRunning <= tRunningHere; });
+    mJobDone.wait(lock.native(), [this]() REQUIRES(mLock) { return mRunning <= tRunningHere; });
 }
 
 }  // namespace transport

@@ -6,9 +6,10 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <vector>
+
+#include <utils/Mutex.h>
 
 #include "UniqueFd.h"
 
@@ -55,24 +56,24 @@ public:
 private:
     [[noreturn]] void run(bool started);
     std::vector<Job> waitForWork();
-    void callTaker();
-    void startThread();
+    void callTaker() REQUIRES(mLock);
+    void startThread() REQUIRES(mLock);
 
     ForkSafeFd mEpoll;
     ForkSafeFd mWakeup;
 
-    mutable std::mutex mLock;
+    mutable Mutex mLock;
     std::condition_variable mJobDone;
-    // All below guarded by mLock.
-    std::deque<Job> mJobs;
-    std::unordered_map<const void*, std::deque<Job>> mQueues;  // the first of each is running
-    std::unordered_map<uint64_t, std::shared_ptr<Connection>> mWatched;
-    size_t mStarted = 0;  // threads that the pool has started itself
-    size_t mIdle = 0;     // threads that wait, and started ones that are about to
-    size_t mRunning = 0;  // jobs
-    bool mMayStart = false;
-    bool mActive = false;
-    bool mStopping = false;
+    std::deque<Job> mJobs GUARDED_BY(mLock);
+    // The first of each is running.
+    std::unordered_map<const void*, std::deque<Job>> mQueues GUARDED_BY(mLock);
+    std::unordered_map<uint64_t, std::shared_ptr<Connection>> mWatched GUARDED_BY(mLock);
+    size_t mStarted GUARDED_BY(mLock) = 0;  // threads that the pool has started itself
+    size_t mIdle GUARDED_BY(mLock) = 0;     // threads that wait, and started ones that are about to
+    size_t mRunning GUARDED_BY(mLock) = 0;  // jobs
+    bool mMayStart GUARDED_BY(mLock) = false;
+    bool mActive GUARDED_BY(mLock) = false;
+    bool mStopping GUARDED_BY(mLock) = false;
 };
 
 }  // namespace transport

@@ -1,9 +1,9 @@
 #include "UniqueFd.h"
 
 #include <pthread.h>
+#include <utils/Mutex.h>
 
 #include <atomic>
-#include <mutex>
 #include <set>
 
 namespace android {
@@ -15,13 +15,13 @@ std::atomic<uint32_t> gGeneration{0};
 /// The open descriptors that a child must not share. The lock is held across a fork, so the child
 /// finds the set whole.
 struct Unshared {
-    std::mutex lock;
-    std::set<int> fds;  // guarded by lock
+    Mutex lock;
+    std::set<int> fds GUARDED_BY(lock);
 };
 
 Unshared& unshared();
 
-void closeInChild() {
+void closeInChild() RELEASE(unshared().lock) {
     gGeneration.fetch_add(1);
     for (const int fd : unshared().fds) {
         ::close(fd);
@@ -32,8 +32,8 @@ void closeInChild() {
 
 Unshared& unshared() {
     static Unshared* const instance = [] {
-        ::pthread_atfork([] { unshared().lock.lock(); }, [] { unshared().lock.unlock(); },
-                         closeInChild);
+        ::pthread_atfork([]() ACQUIRE(unshared().lock) { unshared().lock.lock(); },
+                         []() RELEASE(unshared().lock) { unshared().lock.unlock(); }, closeInChild);
         return new Unshared();
     }();
     return *instance;
@@ -47,14 +47,14 @@ uint32_t forkGeneration() {
 
 ForkSafeFd::ForkSafeFd(int fd) : mFd(fd), mGeneration(forkGeneration()) {
     if (mFd >= 0) {
-        const std::lock_guard<std::mutex> lock(unshared().lock);
+        const Mutex::Autolock lock(unshared().lock);
         unshared().fds.insert(mFd);
     }
 }
 
 ForkSafeFd::~ForkSafeFd() {
     if (mFd >= 0) {
-        const std::lock_guard<std::mutex> lock(unshared().lock);
+        const Mutex::Autolock lock(unshared().lock);
         if (mGeneration == gGeneration.load() && unshared().fds.erase(mFd) > 0) {
             ::close(mFd);
         }

@@ -2,10 +2,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include <binder/IBinder.h>
+#include <utils/Mutex.h>
 
 namespace android {
 
@@ -56,11 +56,11 @@ private:
     /// How often the peer has sent the object: what has to be given back. Guarded by the table.
     uint64_t mReceived = 1;
 
-    mutable std::mutex mLock;
-    mutable String16 mDescriptor;           // guarded by mLock until it is known
-    mutable bool mDescriptorKnown = false;  // guarded by mLock
-    bool mObituariesSent = false;           // guarded by mLock
-    std::vector<Obituary> mObituaries;      // guarded by mLock
+    mutable Mutex mLock;
+    mutable String16 mDescriptor GUARDED_BY(mLock);  // constant once it is known
+    mutable bool mDescriptorKnown GUARDED_BY(mLock) = false;
+    bool mObituariesSent GUARDED_BY(mLock) = false;
+    std::vector<Obituary> mObituaries GUARDED_BY(mLock);
 };
 
 }  // namespace android
