@@ -85,7 +85,12 @@ bool AisrEngine::updateAppName() {
 }
 
 bool AisrEngine::registerCallback(sp<IDisplayEngineService> service) {
-    const sp<ClientCallback> callback = new (std::nothrow) ClientCallback();
+    sp<ClientCallback> callback;
+    try {
+        callback = new (std::nothrow) ClientCallback();
+    } catch (const std::bad_alloc&) {
+        // The object's bases allocate as well, and can say so in no other way.
+    }
     if (callback == nullptr) {
         DE_LOGE("new ClientCallback() failed!");
         return false;
