@@ -1,4 +1,5 @@
 #include <android/log.h>
+#include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -117,6 +118,11 @@ void __android_log_set_logger(__android_logger_function logger) {
 }
 
 void __android_log_stderr_logger(const __android_log_message* message) {
+    // Closed, or closed and its number taken since by a descriptor of this library, all of which
+    // close on exec: a line of the log would reach a peer's connection, or an image.
+    if (fcntl(STDERR_FILENO, F_GETFD) != 0) {
+        return;
+    }
     const std::string line = linePrefix(*message) + message->tag + ": " + message->message + "\n";
     // The stream's own lock: it lasts until the very end of the process, a child of fork finds it
     // free, and what the program itself prints there stays apart too.
