@@ -44,11 +44,6 @@ void waitAMoment() {
     ::nanosleep(&moment, nullptr);
 }
 
-template <typename T>
-bool sendRecord(int socket, const T& record) {
-    return ::send(socket, &record, sizeof(record), MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof(record);
-}
-
 bool waitReadable(int fd, int64_t deadlineNs) {
     pollfd waited = {fd, POLLIN, 0};
     int count;
@@ -58,11 +53,37 @@ bool waitReadable(int fd, int64_t deadlineNs) {
     return count > 0;
 }
 
-/// Waits for a record, which has to come whole.
+/// Moves a record, in as many pieces as the socket makes of it. `move` moves some bytes.
+template <typename RECORD, typename MOVE>
+bool moveWhole(RECORD* record, MOVE move) {
+    size_t done = 0;
+    while (done < sizeof(*record)) {
+        const ssize_t count =
+            move(reinterpret_cast<uint8_t*>(record) + done, sizeof(*record) - done);
+        if (count == 0 || (count < 0 && errno != EINTR)) {
+            return false;
+        }
+        done += count > 0 ? static_cast<size_t>(count) : 0;
+    }
+    return true;
+}
+
+template <typename T>
+bool sendRecord(int socket, T record) {
+    return moveWhole(&record, [socket](const uint8_t* part, size_t size) {
+        return ::send(socket, part, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+    });
+}
+
+/// Waits for a record.
 template <typename T>
 bool receiveRecord(int socket, T* record, int64_t deadlineNs) {
-    return waitReadable(socket, deadlineNs) &&
-           ::recv(socket, record, sizeof(*record), MSG_DONTWAIT) == sizeof(*record) &&
+    return moveWhole(record,
+                     [=](uint8_t* part, size_t size) -> ssize_t {
+                         return waitReadable(socket, deadlineNs)
+                                    ? ::recv(socket, part, size, MSG_DONTWAIT)
+                                    : 0;
+                     }) &&
            record->magic == kFrameMagic;
 }
 
