@@ -58,11 +58,19 @@ std::shared_ptr<Connection> BinderProcess::connectionTo(uint64_t instance) {
 
 std::shared_ptr<Connection> BinderProcess::addConnection(ForkSafeFd socket, const Peer& peer) {
     const auto connection = std::make_shared<Connection>(*this, std::move(socket), peer);
+    std::vector<std::shared_ptr<Connection>> others;
     {
         const Mutex::Autolock lock(mLock);
+        for (const auto& [instance, other] : mConnections) {
+            others.push_back(other);
+        }
         mConnections[peer.instance] = connection;
     }
     mPool.watch(connection);
+    // Without a pool nobody else looks at those that are no longer used.
+    for (const std::shared_ptr<Connection>& other : others) {
+        other->closeIfDeserted();
+    }
     return connection;
 }
 

@@ -85,6 +85,18 @@ bool Connection::noticeDeath() {
     return isDead();
 }
 
+void Connection::closeIfDeserted() {
+    bool isAwaited = false;
+    {
+        const Mutex::Autolock lock(mLock);
+        isAwaited = !mPending.empty();
+    }
+    // A caller that waits notices for itself, once it has what the peer still said.
+    if (!isAwaited) {
+        noticeDeath();
+    }
+}
+
 // Sending.
 
 status_t Connection::call(uint64_t handle, uint32_t code, const Parcel& data, Parcel* reply,
@@ -244,6 +256,18 @@ void Connection::run(IncomingCall& incoming) {
     }
 }
 
+/// Answers a call whose descriptors this process had no room for.
+void Connection::refuse(const IncomingCall& incoming) {
+    __android_log_print(ANDROID_LOG_ERROR, "binder",
+                        "a call of process %d is refused: too many open files",
+                        static_cast<int>(mPeer.pid));
+    if (incoming.isOneway()) {
+        onewayDone(onewayCost(incoming.request.dataSize()));
+    } else {
+        sendReply(incoming.id, FAILED_TRANSACTION, Parcel());
+    }
+}
+
 // Waiting and reading.
 
 void Connection::awaitReply(PendingCall& pending) {
@@ -360,6 +384,9 @@ bool Connection::unpack(Frame& frame, std::vector<ParcelObject>* objects) {
                 }
                 break;
             case ObjectKind::kDescriptor:
+                if (frame.fdsLost) {
+                    break;
+                }
                 if (fdCount == frame.fds.size()) {
                     return false;
                 }
@@ -395,6 +422,10 @@ bool Connection::takeCall(Frame& frame, Jobs* jobs) {
     if (call->target == nullptr) {
         return false;
     }
+    if (frame.fdsLost) {
+        refuse(*call);
+        return true;
+    }
     if (call->isOneway()) {
         IBinder* const object = call->target.get();
         if (mProcess.pool().queue(object, [call] { call->connection->run(*call); })) {
@@ -423,10 +454,15 @@ bool Connection::takeReply(Frame& frame) {
         return false;
     }
     PendingCall& pending = *found->second;
-    if (pending.reply->ipcSetData(std::move(frame.data), std::move(objects)) != OK) {
+    pending.status = frame.header.status;
+    if (frame.fdsLost) {
+        __android_log_print(ANDROID_LOG_ERROR, "binder",
+                            "a reply of process %d is lost: too many open files",
+                            static_cast<int>(mPeer.pid));
+        pending.status = FAILED_TRANSACTION;
+    } else if (pending.reply->ipcSetData(std::move(frame.data), std::move(objects)) != OK) {
         return false;
     }
-    pending.status = frame.header.status;
     pending.done = true;
     pending.wakeup.notify_one();
     mPending.erase(found);

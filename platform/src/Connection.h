@@ -69,6 +69,8 @@ public:
     bool isDead() const;
     /// The same, after a look whether the peer has gone unnoticed, as it may where nobody reads.
     bool noticeDeath();
+    /// Ends the connection if the peer has gone and nobody waits for a reply.
+    void closeIfDeserted();
 
     /// IBinder::transact on the peer's object `handle`.
     status_t call(uint64_t handle, uint32_t code, const Parcel& data, Parcel* reply,
@@ -95,6 +97,7 @@ private:
     status_t transmit(FrameHeader header, const Parcel& parcel);
     void sendReply(uint64_t callId, status_t status, const Parcel& reply);
     void onewayDone(size_t cost);
+    void refuse(const IncomingCall& incoming);
 
     void awaitReply(PendingCall& pending);
     void readFrame(bool block, Jobs* jobs);

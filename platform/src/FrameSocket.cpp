@@ -33,7 +33,10 @@ FrameReader::Result FrameReader::next(bool block, Frame* frame) {
             mBody.resize(mHeader.dataSize + mHeader.objectCount * sizeof(WireObject));
         }
     }
-    if (mFds.size() != mHeader.fdCount) {
+    frame->fdsLost = std::exchange(mFdsLost, false);
+    if (frame->fdsLost) {
+        mFds.clear();
+    } else if (mFds.size() != mHeader.fdCount) {
         return Result::kMalformed;
     }
     frame->header = mHeader;
@@ -82,9 +85,10 @@ FrameReader::Result FrameReader::receive(uint8_t* to, size_t size, bool block) {
         }
     }
     mFilled += static_cast<size_t>(count);
-    // Cut off when this process may open no more descriptors: the frame can no longer be whole.
-    const bool whole = (message.msg_flags & MSG_CTRUNC) == 0;
-    return count == 0 ? Result::kClosed : whole ? Result::kFrame : Result::kMalformed;
+    // Cut off when this process may open no more descriptors. The bytes are all there, so only
+    // this one frame is in vain.
+    mFdsLost = mFdsLost || (message.msg_flags & MSG_CTRUNC) != 0;
+    return count == 0 ? Result::kClosed : Result::kFrame;
 }
 
 // Writing.

@@ -21,6 +21,8 @@ struct Frame {
     std::vector<uint8_t> data;
     std::vector<WireObject> objects;
     std::vector<UniqueFd> fds;
+    /// This process could not open all the descriptors, so it has been given none.
+    bool fdsLost = false;
 };
 
 /// Cuts the byte stream of a socket into frames. Used by one thread at a time.
@@ -47,6 +49,7 @@ private:
     FrameHeader mHeader;
     std::vector<uint8_t> mBody;
     std::vector<UniqueFd> mFds;
+    bool mFdsLost = false;
     size_t mFilled = 0;  // bytes of header and body
 };
 
