@@ -2,6 +2,7 @@
 
 #include "aidl/BpDisplayEngineCallback.h"
 #include "aidl/InterfaceStatics.h"
+#include "aidl/ProxyCall.h"
 
 namespace com {
 namespace tivora {
@@ -11,8 +12,13 @@ using android::IBinder;
 using android::sp;
 using android::String16;
 
-const String16 IDisplayEngineCallback::descriptor(
-    "com.tivora.displayengine.IDisplayEngineCallback");
+namespace {
+
+constexpr char kDescriptor[] = "com.tivora.displayengine.IDisplayEngineCallback";
+
+}  // namespace
+
+const String16 IDisplayEngineCallback::descriptor(kDescriptor);
 std::unique_ptr<IDisplayEngineCallback> IDisplayEngineCallback::default_impl;
 
 IDisplayEngineCallback::IDisplayEngineCallback() = default;
@@ -33,6 +39,11 @@ bool IDisplayEngineCallback::setDefaultImpl(std::unique_ptr<IDisplayEngineCallba
 
 const std::unique_ptr<IDisplayEngineCallback>& IDisplayEngineCallback::getDefaultImpl() {
     return default_impl;
+}
+
+const String16& proxy::token(const IDisplayEngineCallback& /*proxy*/) {
+    static const String16& lasting = *new String16(kDescriptor);
+    return lasting;
 }
 
 }  // namespace displayengine

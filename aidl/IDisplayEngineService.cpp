@@ -2,6 +2,7 @@
 
 #include "aidl/BpDisplayEngineService.h"
 #include "aidl/InterfaceStatics.h"
+#include "aidl/ProxyCall.h"
 
 namespace com {
 namespace tivora {
@@ -11,7 +12,13 @@ using android::IBinder;
 using android::sp;
 using android::String16;
 
-const String16 IDisplayEngineService::descriptor("com.tivora.displayengine.IDisplayEngineService");
+namespace {
+
+constexpr char kDescriptor[] = "com.tivora.displayengine.IDisplayEngineService";
+
+}  // namespace
+
+const String16 IDisplayEngineService::descriptor(kDescriptor);
 std::unique_ptr<IDisplayEngineService> IDisplayEngineService::default_impl;
 
 IDisplayEngineService::IDisplayEngineService() = default;
@@ -32,6 +39,11 @@ bool IDisplayEngineService::setDefaultImpl(std::unique_ptr<IDisplayEngineService
 
 const std::unique_ptr<IDisplayEngineService>& IDisplayEngineService::getDefaultImpl() {
     return default_impl;
+}
+
+const String16& proxy::token(const IDisplayEngineService& /*proxy*/) {
+    static const String16& lasting = *new String16(kDescriptor);
+    return lasting;
 }
 
 }  // namespace displayengine

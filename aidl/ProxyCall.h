@@ -5,6 +5,7 @@
 #include <binder/Parcel.h>
 #include <binder/Status.h>
 #include <utils/Errors.h>
+#include <utils/String16.h>
 #include <utils/StrongPointer.h>
 
 #include <cstdint>
@@ -19,7 +20,18 @@
 namespace com {
 namespace tivora {
 namespace displayengine {
+
+class IDisplayEngineCallback;
+class IDisplayEngineService;
+
 namespace proxy {
+
+/**
+ * The interface's name for the head of a request. Unlike the interface's `descriptor` it is never
+ * destroyed: other threads may still make calls while the process exits.
+ */
+const android::String16& token(const IDisplayEngineCallback& proxy);
+const android::String16& token(const IDisplayEngineService& proxy);
 
 /** The items of a request, held by reference until the transaction has been made. */
 template <typename... ITEMS>
@@ -39,7 +51,7 @@ android::status_t transact(INTERFACE& proxy, CODE code, uint32_t flags,
     const android::sp<android::IBinder> remote = android::IInterface::asBinder(&proxy);
     android::Parcel data;
     data.markForBinder(remote);
-    android::status_t status = data.writeInterfaceToken(proxy.getInterfaceDescriptor());
+    android::status_t status = data.writeInterfaceToken(token(proxy));
     if (status == android::OK) {
         status = std::apply(
             [&data](const ITEMS&... values) { return items::writeItems(data, values...); },
