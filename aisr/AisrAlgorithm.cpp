@@ -12,8 +12,9 @@
 
 namespace {
 
-const std::string kLibraryName = "libAISRProcess_interface.so";
-const std::string kLibraryFolder = "/system/lib64/";
+// Never destroyed: a process that is exiting may still bring its engine up.
+const std::string& kLibraryName = *new std::string("libAISRProcess_interface.so");
+constexpr char kLibraryFolder[] = "/system/lib64/";
 
 constexpr int32_t kLogLevelUsual = 1;
 constexpr int32_t kLogLevelDebug = 3;

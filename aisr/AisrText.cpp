@@ -10,7 +10,8 @@ namespace {
 
 using NameTable = std::unordered_map<int, const char*>;
 
-const NameTable kStatusNames = {
+// Never destroyed: a process that is exiting may still bring its engine up.
+const NameTable& kStatusNames = *new NameTable{
     {AISR_SUCCESS, "AISR_SUCCESS"},
     {AISR_ERR_FATAL, "AISR_ERR_FATAL"},
     {AISR_ERR_BUF_COPY, "AISR_ERR_BUF_COPY"},
@@ -18,7 +19,7 @@ const NameTable kStatusNames = {
 };
 
 // The log level is not among the named tags and prints as an unknown one.
-const NameTable kTagNames = {
+const NameTable& kTagNames = *new NameTable{
     {AISR_TAG_NEW_MEM, "AISR_TAG_NEW_MEM"}, {AISR_TAG_DEL_MEM, "AISR_TAG_DEL_MEM"},
     {AISR_TAG_SET_BUF, "AISR_TAG_SET_BUF"}, {AISR_TAG_SET_TIMEOUT, "AISR_TAG_SET_TIMEOUT"},
     {AISR_TAG_NUM, "AISR_TAG_NUM"},
