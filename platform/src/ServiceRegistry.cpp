@@ -140,7 +140,7 @@ sp<IBinder> ServiceRegistry::findHere(const std::string& name) {
 
 sp<IBinder> ServiceRegistry::findElsewhere(const std::string& name) {
     RuntimeDirectory directory;
-    if (!isSound(name) || !openForLookup(false, &directory)) {
+    if (!isSound(name) || !openForLookup(false, &directory) || !mProcess.pool().ready()) {
         return nullptr;
     }
     const int64_t deadlineNs = nowNs() + kAnswerTimeoutNs;
@@ -221,7 +221,7 @@ status_t ServiceRegistry::add(const std::string& name, const sp<IBinder>& servic
     RuntimeDirectory directory;
     Entry entry;
     entry.service = service;
-    status_t status = directory.open(true);
+    status_t status = mProcess.pool().ready() ? directory.open(true) : -EMFILE;
     if (status != OK || (status = directory.listen(name, &entry.listener)) != OK) {
         return status;
     }

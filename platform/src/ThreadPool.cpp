@@ -2,6 +2,7 @@
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -31,10 +32,19 @@ void control(int epoll, int operation, int fd, uint32_t events, uint64_t id) {
 
 }  // namespace
 
-ThreadPool::ThreadPool()
-    : mEpoll(::epoll_create1(EPOLL_CLOEXEC)), mWakeup(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    // Edge-triggered: each write wakes one thread, and nobody needs to read.
-    control(mEpoll.get(), EPOLL_CTL_ADD, mWakeup.get(), EPOLLIN | EPOLLET, kWakeupId);
+bool ThreadPool::ready() {
+    const Mutex::Autolock lock(mLock);
+    if (!mWakeup.ok()) {
+        ForkSafeFd epoll(::epoll_create1(EPOLL_CLOEXEC));
+        ForkSafeFd wakeup(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        if (epoll.ok() && wakeup.ok()) {
+            // Edge-triggered: each write wakes one thread, and nobody needs to read.
+            control(epoll.get(), EPOLL_CTL_ADD, wakeup.get(), EPOLLIN | EPOLLET, kWakeupId);
+            mEpoll = std::move(epoll);
+            mWakeup = std::move(wakeup);
+        }
+    }
+    return mWakeup.ok();
 }
 
 void ThreadPool::start() {
@@ -153,6 +163,11 @@ void ThreadPool::run(bool started) {
 
 /// Waits, and reads the connection that has become readable; what is to be run of that.
 std::vector<ThreadPool::Job> ThreadPool::waitForWork() {
+    if (!ready()) {
+        const timespec moment = {0, 1'000'000};
+        ::nanosleep(&moment, nullptr);
+        return {};
+    }
     epoll_event event = {};
     const int count = ::epoll_wait(mEpoll.get(), &event, 1, -1);
     const uint64_t id = event.data.u64;  // a copy: the record is packed, hence misaligned

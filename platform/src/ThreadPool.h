@@ -25,7 +25,9 @@ class ThreadPool {
 public:
     using Job = std::function<void()>;
 
-    ThreadPool();
+    /// Whether it has its descriptors. While the process can open no more, it has not, and nothing
+    /// can be watched; each call tries again.
+    bool ready();
 
     /// Starts the first thread; only once.
     void start();
@@ -59,6 +61,7 @@ private:
     void callTaker() REQUIRES(mLock);
     void startThread() REQUIRES(mLock);
 
+    // Written under mLock, and never again once the pool is ready.
     ForkSafeFd mEpoll;
     ForkSafeFd mWakeup;
 
