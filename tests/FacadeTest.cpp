@@ -18,7 +18,6 @@
 
 using android::sp;
 using android::String16;
-using android::binder::Status;
 using android::os::PersistableBundle;
 using Texts = std::vector<std::string>;
 
@@ -31,97 +30,10 @@ protected:
         g_delogdEnable = g_delogiEnable = true;  // The manager has switched them off.
     }
 
-    /** Every video method, in a client's order; none may have an effect without an engine. */
-    void expectNothing() {
-        Aisr::BufferInfo info = frame.info(1);
-        info.idx = 77;
-        EXPECT_FALSE(manager->isVideoEngineSupported());
-        manager->onVideoAppStart();
-        manager->onVideoStart();
-        manager->setVideoRect(1280, 720);
-        manager->setVideoFrameRate(30);
-        manager->setAisrEnable(true);
-        EXPECT_FALSE(manager->needVideoEnhance());
-        EXPECT_FALSE(manager->getVideoAppConfig());
-        manager->doVideoEnhance(info);
-        manager->onVideoStop();
-        manager->onVideoAppStop();
-        EXPECT_EQ(info.idx, 77U);
-        EXPECT_TRUE(processing::calls().empty());
-    }
-
     LogCapture log;
     processing::Frame frame;
     sp<DisplayEngineManager> manager;
 };
-
-TEST_F(Facade, StaysWithoutEnhancementWhenThereWasNoService) {
-    expectNothing();
-    EXPECT_EQ(log.count("5 DE N VideoEngine isAisrProcessorSupported:#: Failed to get "
-                        "displayengineserver binder("),
-              1U);
-    EXPECT_EQ(log.count("5 DE N VideoEngine isAisrValid:#: AisrProcessor is NOT supported!"), 1U);
-    EXPECT_EQ(log.count("6 DE N DEM checkDisplayEngineService:#: binder is nullptr!"), 1U);
-
-    const sp<EngineService> service = EngineService::install();
-    expectNothing();
-    EXPECT_EQ(service->takeCalls(), Texts{});
-}
-
-struct Refusal {
-    const char* name;
-    void (*prepare)(EngineService&);
-    std::string message;
-    Texts operations;
-
-    friend void PrintTo(const Refusal& refusal, std::ostream* text) { *text << refusal.name; }
-};
-
-class FacadeRefusal : public Facade, public testing::WithParamInterface<Refusal> {};
-
-TEST_P(FacadeRefusal, IsFinal) {
-    const sp<EngineService> service = EngineService::install();
-    GetParam().prepare(*service);
-    expectNothing();
-    expectNothing();
-    EXPECT_EQ(log.count(GetParam().message), 1U);
-    Texts operations;
-    for (const std::string& call : service->takeCalls()) {
-        operations.push_back(call.substr(0, call.find(' ')));
-    }
-    EXPECT_EQ(operations, GetParam().operations) << "a refused engine leaves no registration";
-    EXPECT_EQ(log.count("~AisrEngine:#: step in"), operations.size() > 1 ? 1U : 0U);
-}
-
-const Status kTransportError = Status::fromStatusT(android::DEAD_OBJECT);
-const Status kException = Status::fromExceptionCode(Status::EX_SECURITY);
-const Texts kAsked = {"getSupported"};
-const Texts kConfigured = {"getSupported", "getEffectExByData"};
-const Texts kRegistered = {"getSupported", "getEffectExByData", "registerCallbackEx"};
-const std::string kNotSupported =
-    "5 DE N VideoEngine isAisrValid:#: AisrProcessor is NOT supported!";
-const std::string kNoAnswer =
-    "5 DE N VideoEngine isAisrProcessorSupported:#: getSupported(DE_FEATURE_AISR, &support) "
-    "failed!";
-const std::string kFailed = "5 DE N VideoEngine isAisrValid:#: AisrEngine initialize() failed!";
-const std::string kInvalid =
-    "6 DE N AISR getConfig:#: Invalid input: rect:{ min:512x512 max:720x1280 } maxFps:1";
-const std::string kNotRegistered =
-    "6 DE N AISR registerCallback:#: registerCallbackEx(callback, data:{ key:";
-
-const Refusal kRefusals[] = {
-    {"AnswerTwo", [](auto& it) { it.support = 2; }, kNotSupported, kAsked},
-    {"AnswerNegative", [](auto& it) { it.support = -1; }, kNotSupported, kAsked},
-    {"NoAnswer", [](auto& it) { it.supportStatus = kTransportError; }, kNoAnswer, kAsked},
-    {"NoConfig", [](auto& it) { it.configStatus = kException; }, "(size=13),&ret)", kConfigured},
-    {"ShortConfig", [](auto& it) { it.config.resize(12); }, kFailed, kConfigured},
-    {"InvalidConfig", [](auto& it) { it.config[5] = 1; }, kInvalid, kConfigured},
-    {"Lost", [](auto& it) { it.registerStatus = kTransportError; }, kNotRegistered, kRegistered},
-    {"Refused", [](auto& it) { it.registerResult = false; }, " feature:44 failed!", kRegistered},
-};
-
-INSTANTIATE_TEST_SUITE_P(All, FacadeRefusal, testing::ValuesIn(kRefusals),
-                         [](const auto& refusal) { return refusal.param.name; });
 
 TEST_F(Facade, BringsTheEngineUpAndEnhances) {
     const sp<EngineService> service = EngineService::install();

@@ -112,7 +112,7 @@ std::vector<std::string> Peer::takeCalls(const sp<IBinder>& recorder, int32_t co
     return texts;
 }
 
-void Peer::raise(int32_t exception, const char* message, int32_t code) const {
+void raise(const sp<IBinder>& service, int32_t exception, const char* message, int32_t code) {
     Parcel data;
     Parcel reply;
     data.writeInt32(exception);

@@ -28,6 +28,10 @@ std::vector<uint8_t> unhex(const std::string& text);
 android::status_t send(const android::sp<android::IBinder>& binder, uint32_t code,
                        const std::string& bytes, android::Parcel* reply);
 
+/// Makes the next operation of a RecordingService answer with an exception; `code` is its own.
+void raise(const android::sp<android::IBinder>& service, int32_t exception, const char* message,
+           int32_t code = 0);
+
 /// A started peer. Its process ends when this goes.
 class Peer {
 public:
@@ -39,9 +43,6 @@ public:
     /// Waits for `count` calls of `recorder` and takes them.
     static std::vector<std::string> takeCalls(const android::sp<android::IBinder>& recorder,
                                               int32_t count);
-
-    /// Makes the service's next operation answer with an exception; `code` is the service's own.
-    void raise(int32_t exception, const char* message, int32_t code) const;
 
 private:
     ChildProcess mProcess;

@@ -1,0 +1,169 @@
+// Stands before functions of the C library, for the test program and the libraries it uses.
+#include <dlfcn.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+
+#include "support/FaultInjection.h"
+
+namespace {
+
+std::atomic<fault::Io> gIo{fault::Io::USUAL};
+std::atomic<fault::Send> gNextSend{fault::Send::USUAL};
+std::atomic<int> gReadError{0};
+thread_local int tFailing = 0;
+thread_local bool tCounting = false;
+
+/** True, with errno set, when this call of the function is the one to be interrupted. */
+template <char FUNCTION>
+bool isInterrupted() {
+    static thread_local bool tInterrupted = false;
+    const fault::Io io = gIo;
+    tInterrupted = !tInterrupted && (io == fault::Io::INTERRUPTED || io == fault::Io::BOTH);
+    errno = tInterrupted ? EINTR : errno;
+    return tInterrupted;
+}
+
+size_t limited(size_t size) {
+    const fault::Io io = gIo;
+    return size > 1 && (io == fault::Io::SHORT || io == fault::Io::BOTH) ? 1 : size;
+}
+
+/** The message with a record of its own for the bytes, of which there are fewer. */
+class Shortened {
+public:
+    Shortened(const msghdr* message, size_t size) : mMessage(*message), mPart(*message->msg_iov) {
+        mPart.iov_len = size;
+        mMessage.msg_iov = &mPart;
+    }
+    msghdr* get() { return &mMessage; }
+
+private:
+    msghdr mMessage;
+    iovec mPart;
+};
+
+}  // namespace
+
+// A sanitizer's runtime stands before these functions as well; it has to see the calls.
+#define REAL(name) real(__interceptor_##name, #name)
+#define WEAK_INTERCEPTOR(type, name, ...) \
+    extern "C" __attribute__((weak)) type __interceptor_##name(__VA_ARGS__)
+
+template <typename FUNC>
+static FUNC* real(FUNC* interceptor, const char* name) {
+    return interceptor != nullptr ? interceptor : reinterpret_cast<FUNC*>(dlsym(RTLD_NEXT, name));
+}
+
+WEAK_INTERCEPTOR(ssize_t, sendmsg, int, const msghdr*, int);
+WEAK_INTERCEPTOR(ssize_t, recvmsg, int, msghdr*, int);
+WEAK_INTERCEPTOR(ssize_t, send, int, const void*, size_t, int);
+WEAK_INTERCEPTOR(ssize_t, recv, int, void*, size_t, int);
+WEAK_INTERCEPTOR(ssize_t, read, int, void*, size_t);
+WEAK_INTERCEPTOR(int, poll, pollfd*, nfds_t, int);
+WEAK_INTERCEPTOR(int, epoll_wait, int, epoll_event*, int, int);
+
+extern "C" ssize_t sendmsg(int socket, const msghdr* message, int flags) {
+    const fault::Send send = gNextSend.exchange(fault::Send::USUAL);
+    if (isInterrupted<'s'>()) {
+        return -1;
+    }
+    const size_t size = message->msg_iov->iov_len;
+    auto* const first = static_cast<char*>(message->msg_iov->iov_base);
+    *first = static_cast<char>(*first ^ (send == fault::Send::WRONG ? 1 : 0));
+    Shortened shortened(message, send == fault::Send::HALF ? size / 2 : limited(size));
+    const ssize_t count = REAL(sendmsg)(socket, shortened.get(), flags);
+    if (send == fault::Send::HALF || send == fault::Send::WHOLE) {
+        _exit(0);
+    }
+    return count;
+}
+
+extern "C" ssize_t recvmsg(int socket, msghdr* message, int flags) {
+    if (isInterrupted<'r'>()) {
+        return -1;
+    }
+    Shortened shortened(message, limited(message->msg_iov->iov_len));
+    const ssize_t count = REAL(recvmsg)(socket, shortened.get(), flags);
+    message->msg_controllen = shortened.get()->msg_controllen;
+    message->msg_flags = shortened.get()->msg_flags;
+    return count;
+}
+
+extern "C" ssize_t send(int socket, const void* bytes, size_t size, int flags) {
+    return isInterrupted<'S'>() ? -1 : REAL(send)(socket, bytes, limited(size), flags);
+}
+
+extern "C" ssize_t recv(int socket, void* bytes, size_t size, int flags) {
+    return isInterrupted<'R'>() ? -1 : REAL(recv)(socket, bytes, limited(size), flags);
+}
+
+extern "C" ssize_t read(int file, void* bytes, size_t size) {
+    errno = gReadError;
+    return gReadError != 0 ? -1 : REAL(read)(file, bytes, size);
+}
+
+extern "C" int poll(pollfd* waited, nfds_t count, int timeout) {
+    return isInterrupted<'p'>() ? -1 : REAL(poll)(waited, count, timeout);
+}
+
+extern "C" int epoll_wait(int epoll, epoll_event* events, int most, int timeout) {
+    return isInterrupted<'e'>() ? -1 : REAL(epoll_wait)(epoll, events, most, timeout);
+}
+
+// Only the allocations from the first one that may answer null are counted.
+void* operator new(size_t size) {
+    void* const memory = tCounting && --tFailing == 0 ? nullptr : std::malloc(size);
+    if (memory == nullptr) {
+        tCounting = false;
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    tCounting = tFailing > 0;
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, size_t /*size*/) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+
+namespace fault {
+
+void setIo(Io io) {
+    gIo = io;
+}
+
+void setNextSend(Send send) {
+    gNextSend = send;
+}
+
+void setReadError(int error) {
+    gReadError = error;
+}
+
+void setFailingAllocation(int number) {
+    tFailing = number;
+}
+
+}  // namespace fault
