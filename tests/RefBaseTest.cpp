@@ -19,6 +19,8 @@ public:
     explicit Noting(std::string* events) : mEvents(events) {}
     ~Noting() override { *mEvents += 'd'; }
 
+    std::atomic<int> uses{0};
+
 private:
     void onFirstRef() override { *mEvents += 'f'; }
     void onLastStrongRef(const void*) override { *mEvents += 'l'; }
@@ -96,39 +98,29 @@ TEST(RefBase, LivesAsLongAsItsStrongReferences) {
 }
 
 TEST(RefBase, PromotionRacesWithTheLastRelease) {
-    class Canary : public RefBase {
-    public:
-        explicit Canary(std::atomic<int>* gone) : mGone(gone) {}
-        ~Canary() override { ++*mGone; }
-
-        std::atomic<int> uses{0};
-
-    private:
-        std::atomic<int>* const mGone;
-    };
     for (int round = 0; round < 300; ++round) {
-        std::atomic<int> gone{0};
-        std::atomic<int> ready{0};
-        sp<Canary> object = new Canary(&gone);
+        std::string events;
+        std::atomic<bool> isUnderWay{false};
+        sp<Noting> object = new Noting(&events);
         std::vector<std::thread> threads;
         for (int i = 0; i < 2; ++i) {
-            threads.emplace_back([&ready, weak = wp<Canary>(object)] {
-                ++ready;
+            threads.emplace_back([&isUnderWay, weak = wp<Noting>(object)] {
+                isUnderWay = true;
                 for (int tries = 0; tries < 50; ++tries) {
-                    if (const sp<Canary> held = weak.promote()) {
+                    if (const sp<Noting> held = weak.promote()) {
                         ++held->uses;
                     }
                 }
             });
         }
-        while (ready == 0) {
+        while (!isUnderWay) {
             std::this_thread::yield();
         }
         object.clear();
         for (std::thread& thread : threads) {
             thread.join();
         }
-        ASSERT_EQ(gone, 1);
+        ASSERT_EQ(events, "fld");
     }
 }
 

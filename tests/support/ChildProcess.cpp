@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 
 extern char** environ;
@@ -29,31 +30,18 @@ std::vector<char*> pointersTo(const Strings& strings) {
     return pointers;
 }
 
-/// The test's environment with `changes` in place of what they name.
-Strings environmentWith(const Strings& changes) {
-    Strings result = changes;
+/// The test's environment behind `changes`: the first of a name counts.
+Strings environmentWith(Strings changes) {
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string text = *entry;
-        const std::string name = text.substr(0, text.find('=') + 1);
-        bool changed = false;
-        for (const std::string& change : changes) {
-            changed = changed || change.rfind(name, 0) == 0;
-        }
-        if (!changed) {
-            result.push_back(text);
-        }
+        changes.emplace_back(*entry);
     }
-    return result;
+    return changes;
 }
 
 Strings emulator() {
     const char* const words = std::getenv("DISPLAYENGINE_EMULATOR");
     std::istringstream stream(words != nullptr ? words : "");
-    Strings result;
-    for (std::string word; stream >> word;) {
-        result.push_back(word);
-    }
-    return result;
+    return Strings{std::istream_iterator<std::string>(stream), {}};
 }
 
 }  // namespace

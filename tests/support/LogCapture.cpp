@@ -47,10 +47,8 @@ std::vector<std::string> LogCapture::take() {
 }
 
 size_t LogCapture::count(const std::string& text) const {
-    const std::vector<std::string> now = lines();
-    return static_cast<size_t>(std::count_if(
-        now.begin(), now.end(),
-        [&text](const std::string& line) { return line.find(text) != std::string::npos; }));
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return countLocked(text);
 }
 
 std::string LogCapture::last(const std::string& text) const {
@@ -63,10 +61,11 @@ std::string LogCapture::last(const std::string& text) const {
 
 void LogCapture::waitFor(const std::string& text, size_t times) const {
     std::unique_lock<std::mutex> lock(mMutex);
-    mArrived.wait(lock, [&] {
-        return static_cast<size_t>(
-                   std::count_if(mLines.begin(), mLines.end(), [&text](const std::string& line) {
-                       return line.find(text) != std::string::npos;
-                   })) >= times;
-    });
+    mArrived.wait(lock, [&] { return countLocked(text) >= times; });
+}
+
+size_t LogCapture::countLocked(const std::string& text) const {
+    return static_cast<size_t>(std::count_if(
+        mLines.begin(), mLines.end(),
+        [&text](const std::string& line) { return line.find(text) != std::string::npos; }));
 }

@@ -32,6 +32,7 @@ public:
 
 private:
     static void receive(const struct __android_log_message* message);
+    size_t countLocked(const std::string& text) const;
 
     mutable std::mutex mMutex;
     mutable std::condition_variable mArrived;

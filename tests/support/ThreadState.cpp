@@ -13,7 +13,7 @@ pid_t ownThread() {
 
 void waitUntilAsleep(pid_t thread) {
     // "tid (name) S ..."; a name may hold blanks and brackets.
-    const std::string path = "/proc/self/task/" + std::to_string(thread) + "/stat";
+    const std::string path = "/proc/" + std::to_string(thread) + "/stat";
     for (std::string text; text.empty() || text.compare(text.rfind(')'), 3, ") S") != 0;) {
         std::this_thread::yield();
         std::ifstream file(path);
