@@ -6,10 +6,10 @@ usage() {
     cat <<'TXT'
 Usage: scripts/coverage.sh
 
-Builds with clang++'s counters, runs the tests, and prints for each folder how many lines and
-branches they reach; the platform's stand-in is shown for information. Fails when one of the four
-folders of the library is below 95 % of its lines or 85 % of its branches, or when a line is missed
-for which tests/data/uncovered.txt has no reason.
+Builds with clang++'s counters, runs the tests, replays the fuzzers' corpora, and prints for each
+folder how many lines and branches they reach; the platform's stand-in is shown for information.
+Fails when one of the four folders of the library is below 95 % of its lines or 85 % of its
+branches, or when a line is missed for which tests/data/uncovered.txt has no reason.
 TXT
 }
 
@@ -31,10 +31,11 @@ build=$root/build/coverage
 reached=$build/reached.tsv
 reasons=$root/tests/data/uncovered.txt
 
-# The counters lie in the mapped file (%c), one for each program and library (%m), so that what ends
+# The tests, and the corpora of the fuzzers. The counters lie in the mapped file (%c), one for each program and library (%m), so that what ends
 # by a signal or by _exit is counted like the rest.
 run_tests() {
-    cmake --preset coverage -DCMAKE_CXX_FLAGS_DEBUG="-g -mllvm -runtime-counter-relocation=true \
+    cmake --preset coverage -DDISPLAYENGINE_BUILD_FUZZERS=ON \
+        -DCMAKE_CXX_FLAGS_DEBUG="-g -mllvm -runtime-counter-relocation=true \
 -Wno-unused-command-line-argument" >/dev/null
     cmake --build --preset coverage -j "$jobs"
     rm -rf "$build/profiles"
