@@ -7,6 +7,7 @@
 
 std::atomic<uint64_t> gNothingProcessed{0};
 std::atomic<int32_t> gNothingDelayMs{0};
+std::atomic<void (*)()> gNothingWork{nullptr};
 
 extern "C" {
 
@@ -26,6 +27,9 @@ NOTHING_ENTRY int32_t AisrProcess(void** /*context*/) {
     while (waited < gNothingDelayMs.load(std::memory_order_relaxed)) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         ++waited;
+    }
+    if (void (*const work)() = gNothingWork.load(std::memory_order_acquire); work != nullptr) {
+        work();
     }
     gNothingProcessed.store(gNothingProcessed.load(std::memory_order_relaxed) + 1,
                             std::memory_order_release);

@@ -9,6 +9,8 @@
 extern NOTHING_ENTRY std::atomic<uint64_t> gNothingProcessed;
 /** Milliseconds that a frame takes at least, while it is so; 0 ends the one that is waiting. */
 extern NOTHING_ENTRY std::atomic<int32_t> gNothingDelayMs;
+/** Called for each frame, unless it is null, for other times than whole milliseconds. */
+extern NOTHING_ENTRY std::atomic<void (*)()> gNothingWork;
 
 // The entries that a frame goes through.
 extern "C" {
