@@ -30,7 +30,7 @@ sp<EngineService> EngineService::install() {
 void EngineService::reset() {
     support = 1;
     config = defaultConfig();
-    supportStatus = configStatus = registerStatus = dataStatus = Status::ok();
+    supportStatus = configStatus = registerStatus = Status::ok();
     registerResult = true;
     whenAsked = nullptr;
     whenRegistered = nullptr;
@@ -46,12 +46,6 @@ Status EngineService::getSupported(int32_t feature, int32_t* result) {
     }
     *result = support;
     return supportStatus;
-}
-
-Status EngineService::setData(int32_t type, const Bundle& data, int32_t* result) {
-    journal.add(call("setData", type, data));
-    *result = -1;  // Nobody looks at it.
-    return dataStatus;
 }
 
 Status EngineService::getEffectExByData(int32_t feature, const Bundle& data,

@@ -26,7 +26,6 @@ public:
     Status supportStatus;
     Status configStatus;
     Status registerStatus;
-    Status dataStatus;
     bool registerResult;
     std::function<void()> whenAsked;  ///< Called for each getSupported, on the caller's thread.
     std::function<void(const Callback&)> whenRegistered;  ///< Likewise for registerCallbackEx.
@@ -42,7 +41,6 @@ public:
     }
 
     Status getSupported(int32_t feature, int32_t* result) override;
-    Status setData(int32_t type, const Bundle& data, int32_t* result) override;
     Status getEffectExByData(int32_t feature, const Bundle& data, std::vector<int32_t>* status,
                              int32_t* result) override;
     Status registerCallbackEx(const Callback& callback, const Bundle& data, bool* result) override;

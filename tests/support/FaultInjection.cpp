@@ -7,7 +7,11 @@
 #include <ctime>
 #include <filesystem>
 #include <iterator>
+#include <regex>
 #include <thread>
+#include <utility>
+
+#include "support/LogCapture.h"
 
 namespace fault {
 
@@ -44,6 +48,28 @@ bool returnsTo(const std::string& before) {
 
 size_t descriptors(const std::string& process) {
     return countFiles("/proc/" + process + "/fd");
+}
+
+std::string takeComplaints(LogCapture* log) {
+    static const std::pair<std::regex, const char*> kVarying[] = {
+        {std::regex("/proc/[0-9]+/"), "/proc/PID/"},
+        {std::regex("idx=[0-9]+"), "idx=#"},
+        {std::regex("=0x[0-9a-f]+"), "=0x#"},
+        {std::regex("worker! .*"), "worker! #"},
+        {std::regex("[-+.0-9e]+([(][0-9]+[)])?ms"), "#$1ms"},
+        {std::regex("([:,])/[^ }]*Test"), "$1NAME"},
+        {std::regex(" - /[^ ]*/system/lib64/"), " - ROOT/system/lib64/"}};
+    std::string complaints;
+    for (std::string line : log->take()) {
+        for (const auto& [varying, fixed] : kVarying) {
+            line = std::regex_replace(line, varying, fixed);
+        }
+        const bool isComplaint = line.front() > '4' ||
+                                 line.find("-- failed!") != std::string::npos ||
+                                 line.find(",1) return 0") != std::string::npos;
+        complaints += isComplaint && line.find(" DE N ") == 1 ? line + "\n" : "";
+    }
+    return complaints;
 }
 
 // The limit is on the numbers of descriptors, and the lowest free number is always taken first.
