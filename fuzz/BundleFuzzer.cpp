@@ -2,11 +2,11 @@
 #include <binder/PersistableBundle.h>
 
 #include <cstring>
+#include <map>
 #include <set>
 
 #include "support/Fuzzing.h"
 
-using namespace android;
 using namespace fuzz;
 
 namespace {
@@ -14,29 +14,33 @@ namespace {
 /// Follows the format with as little as it takes to say where a bundle ends.
 class Format {
 public:
-    Format(const std::vector<uint8_t>& bytes, size_t size) : mBytes(bytes), mSize(size) {}
+    Format(const uint8_t* bytes, size_t size) : mBytes(bytes), mSize(size) {}
 
     bool isBundle(int depth) {
         uint32_t length = 0, magic = 0, count = 0;
-        if (!word(&length)) {
+        if (!number(&length)) {
             return false;
         }
         if (length == 0) {
             return true;
         }
         const size_t end = position + 4 + length;
-        if (depth > PersistableBundle::kMaxDepth || length > INT32_MAX || !word(&magic) ||
-            magic != 0x4C444E42 || !word(&count) || count == 0 || count > INT32_MAX) {
+        std::set<std::string> keys;
+        if (depth > PersistableBundle::kMaxDepth || !number(&magic) || magic != 0x4C444E42 ||
+            !number(&count) || count == 0) {
             return false;
         }
-        std::set<std::u16string> keys;
         for (; count > 0; --count) {
-            std::u16string key;
+            const size_t start = position;
             uint32_t type = 0;
-            if (!isText(&key) || !word(&type) || !isValue(type, depth)) {
+            if (!isText()) {
                 return false;
             }
-            canonical = keys.insert(key).second && canonical;
+            canonical =
+                keys.insert(std::string(mBytes + start, mBytes + position)).second && canonical;
+            if (!number(&type) || !isValue(type, depth)) {
+                return false;
+            }
         }
         return position == end;
     }
@@ -47,81 +51,66 @@ public:
 private:
     bool skip(size_t size) {
         const size_t padded = (size + 3) / 4 * 4;
-        if (padded > mSize - position) {
-            return false;
+        const bool there = padded <= mSize - position;
+        for (size_t at = size; there && at < padded; ++at) {
+            canonical = canonical && mBytes[position + at] == 0;
         }
-        canonical = canonical && std::all_of(&mBytes[position] + size, &mBytes[position] + padded,
-                                             [](uint8_t byte) { return byte == 0; });
-        position += padded;
-        return true;
-    }
-    bool word(uint32_t* value) {
-        const size_t start = position;
-        return skip(4) && std::memcpy(value, &mBytes[start], 4) != nullptr;
-    }
-    bool isText(std::u16string* text) {
-        uint32_t units = 0;
-        const size_t start = position + 4;
-        if (!word(&units) || units > INT32_MAX || !skip((size_t{units} + 1) * 2)) {
-            return false;
-        }
-        text->resize(units + 1);
-        std::memcpy(text->data(), &mBytes[start], text->size() * 2);
-        return text->back() == 0;
-    }
-    bool isBoolean() {
-        uint32_t value = 0;
-        const bool there = word(&value);
-        canonical = canonical && value <= 1;
+        position += there ? padded : 0;
         return there;
     }
-    template <typename ELEMENT>
-    bool isArray(ELEMENT element) {
-        uint32_t count = 0;
-        if (!word(&count) || count > INT32_MAX) {
-            return false;
+    /// A number that is not negative.
+    bool number(uint32_t* value) {
+        if (skip(4)) {
+            std::memcpy(value, mBytes + position - 4, 4);
+            return *value <= INT32_MAX;
         }
-        for (; count > 0; --count) {
-            if (!element()) {
-                return false;
-            }
-        }
-        return true;
+        return false;
     }
-    bool isValue(uint32_t type, int depth) {
-        std::u16string text;
+    bool isText() {
+        uint32_t units = 0;
+        const size_t start = position + 4;
+        return number(&units) && skip((size_t{units} + 1) * 2) &&
+               (mBytes[start + 2 * units] | mBytes[start + 2 * units + 1]) == 0;
+    }
+    bool isElement(uint32_t type) {
         switch (type) {
             case 0:
-                return isText(&text);
-            case 1:
-                return skip(4);
-            case 6:
-            case 8:
-                return skip(8);
-            case 9:
-                return isBoolean();
-            case 14:
-                return isArray([&] { return isText(&text); });
-            case 18:
-                return isArray([&] { return skip(4); });
-            case 19:
-            case 28:
-                return isArray([&] { return skip(8); });
-            case 23:
-                return isArray([&] { return isBoolean(); });
-            case 25:
-                return isBundle(depth + 1);
+                return isText();
+            case 9: {
+                static const uint8_t one[4] = {1}, zero[4] = {};
+                const uint8_t* const value = mBytes + position;
+                const bool there = skip(4);
+                canonical = canonical && there &&
+                            (std::equal(one, one + 4, value) || std::equal(zero, zero + 4, value));
+                return there;
+            }
             default:
-                return false;
+                return skip(type == 1 ? 4 : 8);
         }
     }
+    bool isValue(uint32_t type, int depth) {
+        // Which types there are, and of which elements the vectors consist.
+        static const std::map<uint32_t, uint32_t> kVectors = {
+            {14, 0}, {18, 1}, {19, 6}, {23, 9}, {28, 8}};
+        const auto vector = kVectors.find(type);
+        if (vector == kVectors.end()) {
+            const bool isPlain = type <= 1 || type == 6 || type == 8 || type == 9;
+            return type == 25 ? isBundle(depth + 1) : isPlain && isElement(type);
+        }
+        uint32_t count = 0;
+        bool sound = number(&count);
+        for (; sound && count > 0; --count) {
+            sound = isElement(vector->second);
+        }
+        return sound;
+    }
 
-    const std::vector<uint8_t>& mBytes;
+    const uint8_t* const mBytes;
     const size_t mSize;
 };
 
 void readAndWrite(const std::vector<uint8_t>& bytes, size_t size) {
-    Format format(bytes, size);
+    Format format(bytes.data(), size);
     const bool sound = format.isBundle(1);
     Parcel parcel, written, again;
     parcel.setData(bytes.data(), size);
@@ -136,32 +125,27 @@ void readAndWrite(const std::vector<uint8_t>& bytes, size_t size) {
     }
     REQUIRE(parcel.dataPosition() == format.position);
     REQUIRE(bundle.writeToParcel(&written) == OK);
-    REQUIRE(written.dataSize() <= format.position);
     REQUIRE(!format.canonical ||
-            (written.dataSize() == format.position &&
-             std::equal(written.data(), written.data() + format.position, bytes.data())));
+            std::equal(written.data(), written.data() + written.dataSize(), bytes.begin(),
+                       bytes.begin() + static_cast<ptrdiff_t>(format.position)));
     written.setDataPosition(0);
-    REQUIRE(second.readFromParcel(&written) == OK);
-    REQUIRE(second.size() == bundle.size());
-    REQUIRE(second.writeToParcel(&again) == OK);
-    REQUIRE(same(written, again));
+    REQUIRE(second.readFromParcel(&written) == OK && second.size() == bundle.size());
+    REQUIRE(second.writeToParcel(&again) == OK && same(written, again));
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-    FuzzedDataProvider data(bytes, size);
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     enum : uint8_t { kEveryCut = 1, kEveryDamage = 2 };
-    const auto choice = data.ConsumeIntegral<uint8_t>();
-    auto flat = data.ConsumeRemainingBytes<uint8_t>();
-    readAndWrite(flat, flat.size());
-    const bool isSmall = flat.size() <= 160;
-    for (size_t cut = 0; isSmall && (choice & kEveryCut) != 0 && cut < flat.size(); ++cut) {
-        readAndWrite(flat, cut);
+    const uint8_t choice = size > 0 && size <= 160 ? data[size - 1] : 0;
+    std::vector<uint8_t> bytes(data, data + std::max<size_t>(size, 1) - 1);
+    readAndWrite(bytes, bytes.size());
+    for (size_t cut = 0; (choice & kEveryCut) != 0 && cut < bytes.size(); ++cut) {
+        readAndWrite(bytes, cut);
     }
-    for (size_t at = 0; isSmall && (choice & kEveryDamage) != 0 && at + 4 <= flat.size(); at += 4) {
+    for (size_t at = 0; (choice & kEveryDamage) != 0 && at + 4 <= bytes.size(); at += 4) {
         for (const uint32_t damage : {0u, 25u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
-            auto damaged = flat;
+            auto damaged = bytes;
             std::memcpy(&damaged[at], &damage, sizeof(damage));
             readAndWrite(damaged, damaged.size());
         }

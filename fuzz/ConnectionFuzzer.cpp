@@ -1,6 +1,5 @@
 // Any bytes and descriptors from the peer of a living connection: only sound frames are taken, the
 // first other one ends the connection, and nothing of it stays behind.
-#include <binder/Binder.h>
 #include <binder/ProcessState.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,39 +14,28 @@
 #include "platform/src/BinderProcess.h"
 #include "support/Fuzzing.h"
 
-using namespace android;
 using namespace android::transport;
-using fuzz::takeLog;
+using namespace fuzz;
 
 namespace {
 
-/// Counts what has to be gone in the end, and waits for that.
-class Census {
-public:
-    void add(int change) {
-        const std::lock_guard<std::mutex> lock(mLock);
-        mLiving += change;
-        mChanged.notify_all();
-    }
-    void waitUntilEmpty() {
-        std::unique_lock<std::mutex> lock(mLock);
-        mChanged.wait(lock, [this] { return mLiving == 0; });
-    }
+/// What has to be gone in the end: the connection, and the object that the peer may call.
+std::mutex gLock;
+std::condition_variable gGone;
+int gLiving = 0;
 
-private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    int mLiving = 0;
-};
-Census* const gCensus = new Census;
+void count(int change) {
+    const std::lock_guard<std::mutex> lock(gLock);
+    gLiving += change;
+    gGone.notify_all();
+}
 
-/// The object that the peer may call.
 class Target : public BBinder {
 public:
-    Target() { gCensus->add(1); }
+    Target() { count(1); }
 
 protected:
-    ~Target() override { gCensus->add(-1); }
+    ~Target() override { count(-1); }
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
         switch (code) {
             case 1:
@@ -183,22 +171,21 @@ private:
         return false;
     }
     bool hasSoundObjects(const FrameHeader& header, const uint8_t* end) const {
-        std::set<uint64_t> offsets;
+        std::vector<ParcelObject> objects;
         size_t fds = 0;
-        bool sound = true;
         for (const uint8_t* at = end - 24u * header.objectCount; at < end; at += 24) {
             WireObject object;
             std::memcpy(&object, at, sizeof(object));
-            const auto above = offsets.lower_bound(object.offset);
-            sound = sound && object.kind <= ObjectKind::kDescriptor &&
-                    object.offset <= header.dataSize && header.dataSize - object.offset >= 24 &&
-                    (above == offsets.end() || *above >= object.offset + 24) &&
-                    (above == offsets.begin() || *std::prev(above) + 24 <= object.offset) &&
-                    (object.kind != ObjectKind::kReceivers || (object.handle == 1 && exported));
+            const bool isOwn = object.kind == ObjectKind::kReceivers;
+            if (object.kind > ObjectKind::kDescriptor ||
+                (isOwn && (object.handle != 1 || !exported))) {
+                return false;
+            }
             fds += object.kind == ObjectKind::kDescriptor ? 1 : 0;
-            offsets.insert(object.offset);
+            objects.emplace_back().offset = object.offset;
         }
-        return sound && fds == header.fdCount;
+        const std::vector<uint8_t> parcel(header.dataSize);
+        return fds == header.fdCount && Parcel().ipcSetData(parcel, objects) == OK;
     }
 };
 
@@ -230,9 +217,9 @@ void talk(FuzzedDataProvider& data) {
         new Connection(process, ForkSafeFd(ends[0]), {getpid(), getuid(), 1}),
         [](Connection* dead) {
             delete dead;
-            gCensus->add(-1);
+            count(-1);
         });
-    gCensus->add(1);
+    count(1);
     REQUIRE(connection->exportObject(new Target) == 1);
 
     Model model;
@@ -257,7 +244,10 @@ void talk(FuzzedDataProvider& data) {
     if ((choice & kAwaits) == 0) {
         stream.sendTo(peer.get());
     }
-    gCensus->waitUntilEmpty();
+    {
+        std::unique_lock<std::mutex> lock(gLock);
+        gGone.wait(lock, [] { return gLiving == 0; });
+    }
     REQUIRE(takeLog().size() == (model.takes(stream) ? 0 : 1));
     REQUIRE(status == model.status);
     checkSent(peer.get(), model);
@@ -271,11 +261,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         return BinderProcess::self().pool().ready();
     }();
     REQUIRE(started);
-    const size_t open = fuzz::openDescriptors();
-    {
+    return requireNoLeak([&] {
         FuzzedDataProvider data(bytes, size);
         talk(data);
-    }
-    REQUIRE(fuzz::openDescriptors() == open);
-    return 0;
+    });
 }

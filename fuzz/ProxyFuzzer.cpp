@@ -1,13 +1,11 @@
 // Both proxies before a remote end that answers anything: what is sent, and what is made of it.
-#include <binder/Binder.h>
-
+#include <functional>
 #include <memory>
 
 #include "aidl/BpDisplayEngineCallback.h"
 #include "aidl/BpDisplayEngineService.h"
 #include "support/Fuzzing.h"
 
-using namespace android;
 using namespace fuzz;
 
 namespace {
@@ -19,47 +17,36 @@ public:
     status_t status = OK;
     uint32_t lastCode = 0;
     uint32_t lastFlags = 0;
-    Parcel request;
+    std::vector<uint8_t> request;
 
 protected:
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
         lastCode = code;
         lastFlags = flags;
-        request.freeData();
-        request.write(data.data(), data.dataSize());
+        request.assign(data.data(), data.data() + data.dataSize());
         answer->fill(reply);
         return status;
     }
 };
 
-Status call(de::IDisplayEngineService& service, uint32_t code, Values* v) {
+Status call(de::IDisplayEngineService& s, uint32_t code, Values* v) {
     const int32_t a = v->numbers[0], b = v->numbers[1], c = v->numbers[2];
-    switch (code) {
-        case 1:
-            return service.getSupported(a, &v->result);
-        case 2:
-            return service.setScene(a, b, &v->result);
-        case 3:
-            return service.setData(a, v->bundle, &v->result);
-        case 4:
-            return service.getEffectEx(a, b, &v->values, c, &v->result);
-        case 5:
-            return service.getEffect(a, b, &v->bytes, c, &v->result);
-        case 6:
-            return service.getEffectExByData(a, v->bundle, &v->values, &v->result);
-        case 7:
-            return service.setEffect(a, b, v->bundle, &v->result);
-        case 8:
-            return service.registerCallback(v->callback);
-        case 9:
-            return service.registerCallbackEx(v->callback, v->bundle, &v->accepted);
-        case 10:
-            return service.unregisterCallback(v->callback);
-        case 11:
-            return service.unregisterCallbackEx(v->bundle);
-        default:
-            return service.processGraphicBuffer(a, b, &v->buffers[0], &v->buffers[1], &v->result);
-    }
+    de::DeGraphicBuffer* const buffers = v->buffers;
+    const std::function<Status()> calls[] = {
+        [&] { return s.getSupported(a, &v->result); },
+        [&] { return s.setScene(a, b, &v->result); },
+        [&] { return s.setData(a, v->bundle, &v->result); },
+        [&] { return s.getEffectEx(a, b, &v->values, c, &v->result); },
+        [&] { return s.getEffect(a, b, &v->bytes, c, &v->result); },
+        [&] { return s.getEffectExByData(a, v->bundle, &v->values, &v->result); },
+        [&] { return s.setEffect(a, b, v->bundle, &v->result); },
+        [&] { return s.registerCallback(v->callback); },
+        [&] { return s.registerCallbackEx(v->callback, v->bundle, &v->accepted); },
+        [&] { return s.unregisterCallback(v->callback); },
+        [&] { return s.unregisterCallbackEx(v->bundle); },
+        [&] { return s.processGraphicBuffer(a, b, &buffers[0], &buffers[1], &v->result); },
+    };
+    return calls[code - 1]();
 }
 
 Status call(de::IDisplayEngineCallback& callback, uint32_t code, Values* v) {
@@ -89,13 +76,25 @@ Status readStatus(const Parcel& reply) {
                         : Status::fromExceptionCode(exception, String8(message));
 }
 
+/// The same values, with graphic buffers of their own.
+Values fresh(Values values) {
+    for (de::DeGraphicBuffer& buffer : values.buffers) {
+        Parcel parcel;
+        buffer.writeToParcel(&parcel);
+        parcel.setDataPosition(0);
+        buffer = de::DeGraphicBuffer();
+        buffer.readFromParcel(&parcel);
+    }
+    return values;
+}
+
 template <typename PROXY, typename DEFAULT, size_t N>
 void callAndCompare(const sp<Remote>& remote, DEFAULT* fallback, const Operation (&operations)[N],
                     uint32_t number, const Values& arguments) {
     const uint32_t code = 1 + number % N;
     const Operation& operation = operations[code - 1];
-    Values given = arguments.fresh(), expected = arguments.fresh();
-    Parcel request, called;
+    Values given = fresh(arguments), expected = fresh(arguments);
+    Parcel request, called, left, right;
     request.writeInterfaceToken(DEFAULT::descriptor);
     expected.write(operation.request, &request);
     called.writeInt32(static_cast<int32_t>(code));
@@ -106,8 +105,8 @@ void callAndCompare(const sp<Remote>& remote, DEFAULT* fallback, const Operation
     const Status status = call(*proxy, code, &given);
     REQUIRE(remote->lastCode == code);
     REQUIRE(remote->lastFlags == (operation.reply == nullptr ? IBinder::FLAG_ONEWAY : 0));
-    REQUIRE(std::equal(request.data(), request.data() + request.dataSize(), remote->request.data(),
-                       remote->request.data() + remote->request.dataSize()));
+    REQUIRE(std::equal(request.data(), request.data() + request.dataSize(), remote->request.begin(),
+                       remote->request.end()));
 
     Status outcome = Status::fromStatusT(remote->status);
     if (remote->status == UNKNOWN_TRANSACTION) {
@@ -125,42 +124,38 @@ void callAndCompare(const sp<Remote>& remote, DEFAULT* fallback, const Operation
     }
     REQUIRE(status.exceptionCode() == outcome.exceptionCode());
     REQUIRE(status.toString8() == outcome.toString8());
-    Parcel left, right;
-    given.write("nnnvycbggrz", &left);
-    expected.write("nnnvycbggrz", &right);
+    given.write(kEverything, &left);
+    expected.write(kEverything, &right);
     REQUIRE(same(left, right));
+}
+
+/// A default cannot be taken away again, so there is one from the beginning.
+template <typename DEFAULT>
+DEFAULT* makeDefault() {
+    auto made = std::make_unique<DEFAULT>();
+    DEFAULT* const kept = made.get();
+    REQUIRE(DEFAULT::setDefaultImpl(std::move(made)));
+    return kept;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-    // A default cannot be taken away again, so there is one from the beginning.
-    static RecordingService* const service = [] {
-        auto made = std::make_unique<RecordingService>();
-        auto* const kept = made.get();
-        REQUIRE(RecordingService::setDefaultImpl(std::move(made)));
-        return kept;
-    }();
-    static RecordingCallback* const callback = [] {
-        auto made = std::make_unique<RecordingCallback>();
-        auto* const kept = made.get();
-        REQUIRE(RecordingCallback::setDefaultImpl(std::move(made)));
-        return kept;
-    }();
-    const size_t open = openDescriptors();
-    {
-        FuzzedDataProvider data(bytes, size);
+    static RecordingService* const service = makeDefault<RecordingService>();
+    static RecordingCallback* const callback = makeDefault<RecordingCallback>();
+    return requireNoLeak([&] {
         enum : uint8_t { kOfCallback = 1, kEveryCut = 2, kFails = 4, kUnknown = 8 };
+        FuzzedDataProvider data(bytes, size);
         const auto choice = data.ConsumeIntegral<uint8_t>();
         const auto number = data.ConsumeIntegral<uint8_t>();
-        const sp<Remote> remote = new Remote;
         const auto error = data.ConsumeIntegral<int32_t>();
+        const sp<Remote> remote = new Remote;
         remote->status = (choice & kFails) == 0     ? status_t{OK}
                          : (choice & kUnknown) != 0 ? status_t{UNKNOWN_TRANSACTION}
                                                     : error;
-        const Values arguments = makeValues(data);
-        service->answers = makeValues(data);
-        service->outcome = callback->outcome = makeStatus(data, true);
+        const Values arguments(data);
+        service->answers = Values(data);
+        service->outcome = callback->outcome = makeStatus(data);
         Input answer(data);
         remote->answer = &answer;
         answer.eachCut((choice & kEveryCut) != 0, [&] {
@@ -175,7 +170,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         service->answers = Values();
         service->call.freeData();
         callback->call.freeData();
-    }
-    REQUIRE(openDescriptors() == open);
-    return 0;
+    });
 }

@@ -3,12 +3,13 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstring>
 
 #include "common/DisplayEngineCleanCommon.h"
 #include "support/Fuzzing.h"
 
 using namespace DisplayEngineCleanCommon;
-using fuzz::takeLog;
+using namespace fuzz;
 using Texts = std::vector<std::string>;
 
 namespace {
@@ -46,20 +47,15 @@ void checkTrims(const std::string& text) {
 }
 
 void checkInt(const std::string& text) {
-    size_t at = 0;
-    while (text[at] == ' ' || (text[at] >= '\t' && text[at] <= '\r')) {
-        ++at;
+    // The text up to its first NUL, without the blanks in front.
+    const std::string number =
+        text.c_str() + std::min(text.find_first_not_of("\t\n\v\f\r "), std::strlen(text.c_str()));
+    const size_t sign = number[0] == '-' || number[0] == '+' ? 1 : 0;
+    const size_t digits = std::min(number.find_first_not_of("0123456789", sign), number.size());
+    if (digits - sign <= 18) {
+        const int64_t value = digits > sign ? std::stoll(number.substr(0, digits)) : 0;
+        REQUIRE(value != int32_t(value) || stringToInt(text) == value);  // else there is no rule
     }
-    const bool negative = text[at] == '-';
-    at += negative || text[at] == '+' ? 1 : 0;
-    int64_t value = 0;
-    for (; text[at] >= '0' && text[at] <= '9' && value < INT32_MAX; ++at) {
-        value = 10 * value + (negative ? '0' - text[at] : text[at] - '0');
-        if (value < INT32_MIN || value > INT32_MAX) {
-            return;  // out of range, for which there is no rule
-        }
-    }
-    REQUIRE(stringToInt(text) == value);
 }
 
 void checkFloat(const std::string& text) {

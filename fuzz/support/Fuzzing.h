@@ -1,12 +1,20 @@
 // What the fuzzers share: hostile parcels, the layouts of both interfaces, and objects that record.
 #pragma once
 
+#include <android/log.h>
+#include <binder/Binder.h>
 #include <binder/Parcel.h>
+#include <dirent.h>
+#include <fcntl.h>
 #include <fuzzer/FuzzedDataProvider.h>
+#include <sys/mman.h>
 
 #include <algorithm>
-#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "aidl/BnDisplayEngineCallback.h"
@@ -15,33 +23,64 @@
 #include "platform/src/UniqueFd.h"
 
 /// Ends the run with a finding unless the condition holds.
-#define REQUIRE(condition) ((condition) ? void() : fuzz::fail(#condition, __FILE__, __LINE__))
+#define REQUIRE(condition)                                                               \
+    do {                                                                                 \
+        if (!(condition)) {                                                              \
+            std::fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition); \
+            std::abort();                                                                \
+        }                                                                                \
+    } while (false)
 
 namespace fuzz {
 
 namespace de = com::tivora::displayengine;
-using android::Parcel;
-using android::status_t;
+using namespace android;
 using android::binder::Status;
 using android::os::PersistableBundle;
 
-[[noreturn]] void fail(const char* condition, const char* file, int line);
+/// Runs one input, and looks for descriptors that it has left open.
+template <typename F>
+int requireNoLeak(F f) {
+    const auto countOpen = [] {
+        DIR* const folder = opendir("/proc/self/fd");
+        size_t count = 0;
+        while (folder != nullptr && readdir(folder) != nullptr) {
+            ++count;
+        }
+        REQUIRE(folder != nullptr && closedir(folder) == 0);
+        return count;
+    };
+    const size_t before = countOpen();
+    f();
+    REQUIRE(countOpen() == before);
+    return 0;
+}
 
-/// Descriptors that this process has open.
-size_t openDescriptors();
-
-/// The log since the last time; it goes nowhere else.
-std::vector<std::string> takeLog();
+/// The log since the last time. From the first time on it goes nowhere else.
+inline std::vector<std::string> takeLog() {
+    static std::mutex lock;
+    static auto* const log = new std::vector<std::string>;
+    static const bool collects = [] {
+        __android_log_set_logger([](const __android_log_message* message) {
+            const std::lock_guard<std::mutex> locked(lock);
+            log->emplace_back(message->message);
+        });
+        return true;
+    }();
+    const std::lock_guard<std::mutex> locked(lock);
+    return collects ? std::exchange(*log, {}) : *log;
+}
 
 /// A binder or a descriptor beside the bytes of a parcel.
 struct Object {
     size_t offset = 0;
-    android::sp<android::IBinder> binder;
-    android::transport::UniqueFd fd;
+    sp<IBinder> binder;
+    transport::UniqueFd fd;
     size_t bytes = 0;       ///< of memory behind the descriptor that cannot be cut away
     bool writable = false;  ///< that memory
+
+    explicit Object(FuzzedDataProvider& data);
 };
-Object makeObject(FuzzedDataProvider& data);
 
 /// What a peer puts into a parcel: any bytes, with objects wherever it says.
 struct Input {
@@ -74,6 +113,7 @@ constexpr Operation kServiceOperations[] = {
     {"n", "r"},   {"nn", "r"}, {"nb", "r"}, {"nnvn", "rv"}, {"nnyn", "ry"}, {"nbv", "rv"},
     {"nnb", "r"}, {"c", ""},   {"cb", "z"}, {"c", ""},      {"b", ""},      {"nngg", "rgg"}};
 constexpr Operation kCallbackOperations[] = {{"nn", nullptr}, {"nb", nullptr}};
+constexpr char kEverything[] = "nnnvybcggrz";
 
 /// One of everything that the operations take and give.
 struct Values {
@@ -81,18 +121,20 @@ struct Values {
     std::vector<int32_t> values;
     std::vector<uint8_t> bytes;
     PersistableBundle bundle;
-    android::sp<de::IDisplayEngineCallback> callback;
+    sp<de::IDisplayEngineCallback> callback;
     de::DeGraphicBuffer buffers[2];
     int32_t result = 0;
     bool accepted = false;
 
+    Values() = default;
+    explicit Values(FuzzedDataProvider& data);
     /// Calls `f` with the items of a layout until one fails.
     template <typename F>
     status_t each(const char* layout, F f) {
         int32_t* number = numbers;
         de::DeGraphicBuffer* buffer = buffers;
-        status_t status = android::OK;
-        for (; *layout != '\0' && status == android::OK; ++layout) {
+        status_t status = OK;
+        for (; *layout != '\0' && status == OK; ++layout) {
             status = *layout == 'n'   ? f(*number++)
                      : *layout == 'v' ? f(values)
                      : *layout == 'y' ? f(bytes)
@@ -104,8 +146,6 @@ struct Values {
         }
         return status;
     }
-    /// The same values, with graphic buffers of their own.
-    Values fresh() const;
     status_t read(const char* layout, const Parcel& from) {
         return each(layout, [&](auto& item) { return de::items::read(from, &item); });
     }
@@ -114,47 +154,34 @@ struct Values {
     }
 };
 
-/// Any values, but for bundle and buffers, which are one or none.
-Values makeValues(FuzzedDataProvider& data);
-/// Any outcome; transport errors among them with `transport`.
-Status makeStatus(FuzzedDataProvider& data, bool transport);
-
-/// Whether both hold the same bytes and the same binders.
-bool same(const Parcel& a, const Parcel& b);
-
 /// Keeps code and arguments of the call, and answers what it is told to.
 class RecordingService : public de::BnDisplayEngineService {
-    using Callback = android::sp<de::IDisplayEngineCallback>;
+    using Callback = sp<de::IDisplayEngineCallback>;
     using Bundle = PersistableBundle;
     using Buffer = de::DeGraphicBuffer;
+    using Int = int32_t;
 
 public:
     Parcel call;
     Values answers;
     Status outcome;
 
-    Status getSupported(int32_t a, int32_t* r) override { return record(r, 1, a); }
-    Status setScene(int32_t a, int32_t b, int32_t* r) override { return record(r, 2, a, b); }
-    Status setData(int32_t a, const Bundle& b, int32_t* r) override { return record(r, 3, a, b); }
-    Status getEffectEx(int32_t a, int32_t b, std::vector<int32_t>* v, int32_t c,
-                       int32_t* r) override {
-        Status status = record(r, 4, a, b, *v, c);
-        *v = answers.values;
-        return status;
+    Status getSupported(Int a, Int* r) override { return record(r, 1, a); }
+    Status setScene(Int a, Int b, Int* r) override { return record(r, 2, a, b); }
+    Status setData(Int a, const Bundle& b, Int* r) override { return record(r, 3, a, b); }
+    Status getEffectEx(Int a, Int b, std::vector<Int>* v, Int c, Int* r) override {
+        const auto given = std::exchange(*v, answers.values);
+        return record(r, 4, a, b, given, c);
     }
-    Status getEffect(int32_t a, int32_t b, std::vector<uint8_t>* y, int32_t c,
-                     int32_t* r) override {
-        Status status = record(r, 5, a, b, *y, c);
-        *y = answers.bytes;
-        return status;
+    Status getEffect(Int a, Int b, std::vector<uint8_t>* y, Int c, Int* r) override {
+        const auto given = std::exchange(*y, answers.bytes);
+        return record(r, 5, a, b, given, c);
     }
-    Status getEffectExByData(int32_t a, const Bundle& b, std::vector<int32_t>* v,
-                             int32_t* r) override {
-        Status status = record(r, 6, a, b, *v);
-        *v = answers.values;
-        return status;
+    Status getEffectExByData(Int a, const Bundle& b, std::vector<Int>* v, Int* r) override {
+        const auto given = std::exchange(*v, answers.values);
+        return record(r, 6, a, b, given);
     }
-    Status setEffect(int32_t a, int32_t b, const Bundle& c, int32_t* r) override {
+    Status setEffect(Int a, Int b, const Bundle& c, Int* r) override {
         return record(r, 7, a, b, c);
     }
     Status registerCallback(const Callback& c) override { return record(nullptr, 8, c); }
@@ -164,16 +191,15 @@ public:
     }
     Status unregisterCallback(const Callback& c) override { return record(nullptr, 10, c); }
     Status unregisterCallbackEx(const Bundle& b) override { return record(nullptr, 11, b); }
-    Status processGraphicBuffer(int32_t a, int32_t b, Buffer* g, Buffer* h, int32_t* r) override {
-        Status status = record(r, 12, a, b, *g, *h);
-        *g = answers.buffers[0];
-        *h = answers.buffers[1];
-        return status;
+    Status processGraphicBuffer(Int a, Int b, Buffer* g, Buffer* h, Int* r) override {
+        const Buffer input = std::exchange(*g, answers.buffers[0]);
+        const Buffer output = std::exchange(*h, answers.buffers[1]);
+        return record(r, 12, a, b, input, output);
     }
 
 private:
     template <typename... ARGUMENTS>
-    Status record(int32_t* result, int32_t code, const ARGUMENTS&... arguments) {
+    Status record(Int* result, Int code, const ARGUMENTS&... arguments) {
         de::items::writeItems(call, code, arguments...);
         if (result != nullptr) {
             *result = answers.result;
@@ -196,5 +222,98 @@ public:
         return outcome;
     }
 };
+
+inline Object::Object(FuzzedDataProvider& data) {
+    static auto* const callback = new sp<IBinder>(new RecordingCallback);
+    static auto* const other = new sp<IBinder>(new BBinder);
+    enum { kNone, kCallback, kOther, kDevice, kMemory, kUnsealed, kReadOnly };
+    const int kind = data.ConsumeIntegralInRange<int>(kNone, kReadOnly);
+    const size_t size = data.ConsumeIntegral<uint16_t>();
+    if (kind == kCallback || kind == kOther) {
+        binder = kind == kCallback ? *callback : *other;
+    } else if (kind == kDevice) {
+        fd = transport::UniqueFd(open("/dev/null", O_RDWR | O_CLOEXEC));
+    } else if (kind >= kMemory) {
+        fd = transport::UniqueFd(memfd_create("fuzz", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+        const int seals = F_SEAL_SHRINK | (kind == kReadOnly ? F_SEAL_WRITE : 0);
+        REQUIRE(ftruncate(fd.get(), static_cast<off_t>(size)) == 0);
+        REQUIRE(kind == kUnsealed || fcntl(fd.get(), F_ADD_SEALS, seals) == 0);
+        bytes = kind == kUnsealed ? 0 : size;
+        writable = kind != kReadOnly;
+    }
+}
+
+inline Input::Input(FuzzedDataProvider& data, const Parcel& front)
+    : bytes(front.data(), front.data() + front.dataSize()) {
+    for (int count = data.ConsumeIntegralInRange(0, 3); count > 0; --count) {
+        const size_t offset = data.ConsumeIntegral<uint16_t>();
+        objects.emplace_back(data).offset = bytes.size() + offset;
+    }
+    const auto rest = data.ConsumeRemainingBytes<uint8_t>();
+    bytes.insert(bytes.end(), rest.begin(), rest.end());
+}
+
+inline bool Input::fill(Parcel* parcel) const {
+    constexpr size_t kPlaceholder = 24;
+    std::vector<ParcelObject> handed;
+    bool sound = true;
+    for (const Object& object : objects) {
+        sound = sound && object.offset + kPlaceholder <= bytes.size();
+        for (const ParcelObject& other : handed) {
+            sound = sound && (other.offset >= object.offset + kPlaceholder ||
+                              other.offset + kPlaceholder <= object.offset);
+        }
+        handed.push_back(
+            {object.offset, object.binder, object.fd.ok() ? dup(object.fd.get()) : -1});
+    }
+    parcel->writeInt32(7);  // gives way, whatever comes
+    REQUIRE(parcel->ipcSetData(bytes, handed) == (sound ? status_t{OK} : BAD_VALUE));
+    REQUIRE(parcel->dataPosition() == 0);
+    REQUIRE(sound || (parcel->dataSize() == 0 && parcel->objects().empty()));
+    REQUIRE(!sound || parcel->setDataSize(size) == OK);
+    return sound;
+}
+
+/// Any values; bundle, buffers and callback are one or none.
+inline Values::Values(FuzzedDataProvider& data) {
+    static auto* const known = new sp<RecordingCallback>(new RecordingCallback);
+    for (int32_t& number : numbers) {
+        number = data.ConsumeIntegral<int32_t>();
+    }
+    result = data.ConsumeIntegral<int32_t>();
+    values.resize(data.ConsumeIntegralInRange<size_t>(0, 7), result);
+    bytes.resize(data.ConsumeIntegralInRange<size_t>(0, 7), 0xa5);
+    const auto has = data.ConsumeIntegral<uint8_t>();
+    accepted = (has & 1) != 0;
+    if ((has & 2) != 0) {
+        bundle.putInt(String16("k"), numbers[0]);
+    }
+    for (uint32_t i = 0; i < 2; ++i) {
+        if ((has & (4u << i)) != 0) {
+            buffers[i].setGraphicBuffer(new GraphicBuffer(4, 2, PIXEL_FORMAT_RGB_565, 1, has));
+        }
+    }
+    if ((has & 16) != 0) {
+        callback = *known;
+    }
+}
+
+inline Status makeStatus(FuzzedDataProvider& data) {
+    const int kind = data.ConsumeIntegralInRange(0, 3);
+    const auto number = data.ConsumeIntegral<int32_t>();
+    return kind == 0   ? Status::ok()
+           : kind == 1 ? Status::fromExceptionCode(number, "why")
+           : kind == 2 ? Status::fromServiceSpecificError(number, "why")
+                       : Status::fromStatusT(number);
+}
+
+/// Whether both hold the same bytes and the same binders.
+inline bool same(const Parcel& a, const Parcel& b) {
+    return std::equal(a.data(), a.data() + a.dataSize(), b.data(), b.data() + b.dataSize()) &&
+           std::equal(a.objects().begin(), a.objects().end(), b.objects().begin(),
+                      b.objects().end(), [](const ParcelObject& one, const ParcelObject& other) {
+                          return one.binder == other.binder && (one.fd < 0) == (other.fd < 0);
+                      });
+}
 
 }  // namespace fuzz
