@@ -254,9 +254,8 @@ TEST_F(DisplayQueries, SendABrightnessOnce) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && argv[1] == std::string(kServiceArgument)) {
+    const auto serve = [](const std::string&) {
         return protocol::serve({{kName, new QueriedService}});
-    }
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    };
+    return protocol::testMain(argc, argv, {{kServiceArgument, serve}});
 }

@@ -133,49 +133,41 @@ TEST_F(EngineConditions, CountsVerdictsAndTellsWhy) {
     ASSERT_TRUE(engine->initialize());
     // Each step: the report, the last line that it logs ("#" for the process's name), and whether
     // enhancement is wanted afterwards.
+    using Report = void (*)(AisrEngine&);
+    const std::string update = "4 DE N AISR updateEnhance:#: mIsEnhance[EN_COND_";
     const struct {
-        std::function<void(AisrEngine&)> report;
+        Report report;
         std::string line;
         bool isWanted;
     } steps[] = {
-        {[](AisrEngine& it) { it.setRect(0, 720); },
-         "5 DE N AISR setRect:#: Invalid input:0x720 for #!", false},
-        {[](AisrEngine& it) { it.setRect(1280, -1); },
+        {[](auto& it) { it.setRect(0, 720); }, "5 DE N AISR setRect:#: Invalid input:0x720 for #!",
+         false},
+        {[](auto& it) { it.setRect(1280, -1); },
          "5 DE N AISR setRect:#: Invalid input:1280x-1 for #!", false},
-        {[](AisrEngine& it) { it.setRect(1280, 720); },
-         "4 DE N AISR updateEnhance:#: mIsEnhance[EN_COND_RECT]:1 mEnhanceCount:2 for #. Because "
-         "rect:1280x720(min:512x512 max:720x1280)",
+        {[](auto& it) { it.setRect(1280, 720); },
+         update + "RECT]:1 mEnhanceCount:2 for #. Because rect:1280x720(min:512x512 max:720x1280)",
          false},
-        {[](AisrEngine& it) { it.setFrameRate(31); },
-         "4 DE N AISR updateEnhance:#: mIsEnhance[EN_COND_FPS]:0 mEnhanceCount:2 for #. Because "
-         "mFps:31(mMaxFps:30)",
-         false},
-        {[](AisrEngine& it) { it.setFrameRate(30); },
-         "4 DE N AISR updateEnhance:#: mIsEnhance[EN_COND_FPS]:1 mEnhanceCount:3 for #. Because "
-         "mFps:30(mMaxFps:30)",
-         true},
-        {[](AisrEngine& it) { it.setFrameRate(30); },
+        {[](auto& it) { it.setFrameRate(31); },
+         update + "FPS]:0 mEnhanceCount:2 for #. Because mFps:31(mMaxFps:30)", false},
+        {[](auto& it) { it.setFrameRate(30); },
+         update + "FPS]:1 mEnhanceCount:3 for #. Because mFps:30(mMaxFps:30)", true},
+        {[](auto& it) { it.setFrameRate(30); },
          "4 DE N AISR LOGV setFrameRate:#: Same fps:30 for #, skip.", true},
-        {[](AisrEngine& it) { it.setFrameRate(0); },
+        {[](auto& it) { it.setFrameRate(0); },
          "5 DE N AISR setFrameRate:#: Invalid input fps:0 for #!", true},
-        {[](AisrEngine& it) { it.setRect(1280, 720); },
+        {[](auto& it) { it.setRect(1280, 720); },
          "4 DE N AISR LOGV setRect:#: Same rect:1280x720 for #, skip.", true},
-        {[](AisrEngine& it) { it.setRect(720, 1280); },
-         "4 DE N AISR updateEnhance:#: mIsEnhance[EN_COND_RECT]:1 mEnhanceCount:3 for #. Because "
-         "rect:720x1280(min:512x512 max:720x1280)",
+        {[](auto& it) { it.setRect(720, 1280); },
+         update + "RECT]:1 mEnhanceCount:3 for #. Because rect:720x1280(min:512x512 max:720x1280)",
          true},
-        {[](AisrEngine& it) { it.setEnable(true); },
+        {[](auto& it) { it.setEnable(true); },
          "4 DE N AISR setEnableInternal:#: Same enable:1 for #, skip.", true},
-        {[](AisrEngine& it) { it.setEnable(false); },
-         "4 DE N AISR updateEnhance:#: mIsEnhance[EN_COND_ENABLE]:0 mEnhanceCount:2 for #. Because "
-         "mIsEnable:0",
-         false},
-        {[](AisrEngine& it) { it.setEnable(true); },
-         "4 DE N AISR updateEnhance:#: mIsEnhance[EN_COND_ENABLE]:1 mEnhanceCount:3 for #. Because "
-         "mIsEnable:1",
+        {[](auto& it) { it.setEnable(false); },
+         update + "ENABLE]:0 mEnhanceCount:2 for #. Because mIsEnable:0", false},
+        {[](auto& it) { it.setEnable(true); },
+         update + "ENABLE]:1 mEnhanceCount:3 for #. Because mIsEnable:1", true},
+        {[](auto& it) { it.onAppStop(); }, "5 DE N AISR onAppStop:#: mAlgorithm.deinit() failed!",
          true},
-        {[](AisrEngine& it) { it.onAppStop(); },
-         "5 DE N AISR onAppStop:#: mAlgorithm.deinit() failed!", true},
     };
     const std::string start = "4 DE N AISR updateAppName:#: ";
     const std::string name = log.last(start).substr(start.size());
@@ -199,12 +191,13 @@ TEST_F(EngineConditions, CountForNothingWhenTheRegistrationFailed) {
     EXPECT_FALSE(engine->initialize());
     EXPECT_TRUE(log.contains("mIsEnhance[EN_COND_ENABLE]:1 mEnhanceCount:1 for "));
     EXPECT_FALSE(engine->getAppConfig());
+}
 
-    service->registerResult = true;
+TEST_F(EngineConditions, AreFetchedOnce) {
     EXPECT_TRUE(engine->initialize());
     service->takeCalls();
     EXPECT_TRUE(engine->initialize());
-    EXPECT_TRUE(service->takeCalls().empty()) << "once is enough";
+    EXPECT_TRUE(service->takeCalls().empty());
 }
 
 TEST_F(EngineConditions, AreCountedRightWhenManyReport) {

@@ -210,13 +210,10 @@ TEST_F(FaultySystem, HasNoRoomForTheLogOrNoLog) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 2 && argv[1] == std::string(kServiceArgument)) {
-        fault::setIo(static_cast<fault::Io>(std::stoi(argv[2])));
+    const auto serve = [](const std::string& io) {
+        fault::setIo(static_cast<fault::Io>(std::stoi(io)));
         return protocol::serve({{"DisplayEngineService", new CrowdedService}});
-    }
-    if (argc > 2 && argv[1] == std::string(kSinkArgument)) {
-        return runWithSink(argv[2]);
-    }
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    };
+    return protocol::testMain(argc, argv,
+                              {{kServiceArgument, serve}, {kSinkArgument, runWithSink}});
 }

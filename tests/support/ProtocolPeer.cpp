@@ -24,7 +24,6 @@ namespace {
 
 constexpr char kPeerArgument[] = "--protocol-peer";
 constexpr char kServiceName[] = "protocol.service";
-constexpr char kCallbackName[] = "protocol.callback";
 constexpr char kReady[] = "ready";
 
 sp<IBinder> find(const char* name) {
@@ -47,10 +46,13 @@ int serve(const std::map<std::string, sp<IBinder>>& objects) {
     return 0;
 }
 
-int testMain(int argc, char** argv) {
+int testMain(int argc, char** argv, const std::map<std::string, Role>& roles) {
     if (argc == 2 && std::strcmp(argv[1], kPeerArgument) == 0) {
-        return serve(
-            {{kServiceName, new RecordingService}, {kCallbackName, new RecordingCallback}});
+        return serve({{kServiceName, new RecordingService}});
+    }
+    const auto role = roles.find(argc > 1 ? argv[1] : "");
+    if (role != roles.end()) {
+        return role->second(argc > 2 ? argv[2] : "");
     }
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
@@ -59,7 +61,6 @@ int testMain(int argc, char** argv) {
 Peer::Peer() : mProcess(ChildProcess::ownPath(), {kPeerArgument}) {
     EXPECT_TRUE(mProcess.waitForLine(kReady));
     service = find(kServiceName);
-    callback = find(kCallbackName);
 }
 
 status_t send(const sp<IBinder>& binder, uint32_t code, const std::string& bytes, Parcel* reply) {

@@ -5,6 +5,7 @@
 #include <binder/Binder.h>
 #include <binder/Parcel.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -13,8 +14,10 @@
 
 namespace protocol {
 
-/// main() of a protocol test: runs the tests, or the peer when the program is started as one.
-int testMain(int argc, char** argv);
+/// main() of a test that is other programs as well: runs the tests, or the peer or another role
+/// when the first argument asks for it. A role is given the second argument.
+using Role = std::function<int(const std::string&)>;
+int testMain(int argc, char** argv, const std::map<std::string, Role>& roles = {});
 
 /// Registers the objects, writes "ready", and serves until the process is ended; 1 when it cannot.
 int serve(const std::map<std::string, android::sp<android::IBinder>>& objects);
@@ -37,8 +40,7 @@ class Peer {
 public:
     Peer();
 
-    android::sp<android::IBinder> service;   ///< a RecordingService
-    android::sp<android::IBinder> callback;  ///< a RecordingCallback
+    android::sp<android::IBinder> service;  ///< a RecordingService
 
     /// Waits for `count` calls of `recorder` and takes them.
     static std::vector<std::string> takeCalls(const android::sp<android::IBinder>& recorder,

@@ -117,13 +117,6 @@ Status RecordingService::processGraphicBuffer(int32_t feature, int32_t type, Buf
     return finish(entry, 1012, result);
 }
 
-status_t RecordingCallback::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
-                                       uint32_t flags) {
-    return code == CONTROL_TAKE_CALLS
-               ? mJournal.take(data, reply)
-               : BnDisplayEngineCallback::onTransact(code, data, reply, flags);
-}
-
 Status RecordingCallback::onEvent(int32_t event, int32_t value) {
     mJournal.add(call("onEvent", event, value));
     return Status::fromExceptionCode(Status::EX_ILLEGAL_STATE);

@@ -145,8 +145,6 @@ private:
 
 class RecordingCallback : public com::tivora::displayengine::BnDisplayEngineCallback {
 public:
-    android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
-                                 uint32_t flags) override;
     /// Both answer with an exception, which no caller of another process may ever see.
     android::binder::Status onEvent(int32_t event, int32_t value) override;
     android::binder::Status onEventWithData(int32_t event,

@@ -18,7 +18,7 @@ std::atomic<fault::Io> gIo{fault::Io::USUAL};
 std::atomic<fault::Send> gNextSend{fault::Send::USUAL};
 std::atomic<int> gReadError{0};
 thread_local int tFailing = 0;
-thread_local bool tCounting = false;
+[[maybe_unused]] thread_local bool tCounting = false;
 
 /** True, with errno set, when this call of the function is the one to be interrupted. */
 template <char FUNCTION>
@@ -117,7 +117,9 @@ extern "C" int epoll_wait(int epoll, epoll_event* events, int most, int timeout)
     return isInterrupted<'e'>() ? -1 : REAL(epoll_wait)(epoll, events, most, timeout);
 }
 
-// Only the allocations from the first one that may answer null are counted.
+#ifndef FAULT_REAL_ALLOCATIONS
+// Only the allocations from the first one that may answer null are counted. What they answer is
+// freed by the C++ runtime's own operator, which calls free().
 void* operator new(size_t size) {
     void* const memory = tCounting && --tFailing == 0 ? nullptr : std::malloc(size);
     if (memory == nullptr) {
@@ -135,18 +137,7 @@ void* operator new(size_t size, const std::nothrow_t&) noexcept {
         return nullptr;
     }
 }
-
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-void operator delete(void* memory, size_t /*size*/) noexcept {
-    std::free(memory);
-}
-
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
+#endif
 
 namespace fault {
 
