@@ -4,13 +4,18 @@
 //
 // The floor is two threads and two words in memory. The caller sets one word and wakes the worker;
 // the worker calls the same two entries, sets the other word and wakes the caller. Each thread
-// sleeps in the kernel until its word is set, so a frame takes two wake-ups and two sleeps, as many
-// as the engine's: it cannot do with fewer, since it must not spin beside a decoder. The floor has
-// no queue, no time limit, no clock and no lock; all that is the engine's to pay.
+// sleeps in the kernel until its word is set, so a frame takes as many wake-ups and switches as the
+// engine's. It cannot do with fewer, since it must not spin beside a decoder. The bare floor has no
+// queue, no clock, no lock and no allocation, its futexes are private to the process, and it would
+// wait for ever. The timed floor is the same with a time limit to both waits, as the engine has
+// one: setting the kernel's timer up and taking it back is most of what the engine adds on one
+// core.
 //
-// Both are measured twice. Free: neither has an affinity, so the threads run on two cores, and most
-// of the time is the waking of an idle core. On one core: caller and worker are pinned to the same
-// one, so a hand-off is a switch between threads, and what the engine does itself weighs most.
+// Everything is measured in two places, with the same affinities for engine and floor. On two
+// cores, caller and worker have one each, as on a machine with room for both: most of the time is
+// the waking of an idle core. On one core, both are pinned to the same one: a hand-off is a switch
+// between threads, and what the engine does itself weighs most. Left to itself the scheduler
+// changes between the two from one repetition to the next, and nothing can be compared.
 #include <benchmark/benchmark.h>
 #include <linux/futex.h>
 #include <sched.h>
@@ -18,7 +23,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <ctime>
 #include <thread>
 
 #include "nothing/NothingProcess.h"
@@ -27,45 +34,67 @@
 
 namespace {
 
-/** Pins the calling thread, and those that it starts meanwhile, to the last core it may use. */
-class OneCore {
+enum class Place { kOneCore, kTwoCores };
+
+/**
+ * Affinities for a measurement, until the end of the scope. Threads started at first are pinned to
+ * the last core; afterwards callerGoes() takes the calling thread to where the caller is to run.
+ */
+class Affinity {
 public:
-    OneCore() {
+    explicit Affinity(Place place) : mPlace(place) {
         sched_getaffinity(0, sizeof(mBefore), &mBefore);
-        int last = 0;
-        for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-            last = CPU_ISSET(cpu, &mBefore) ? cpu : last;
+        for (int cpu = CPU_SETSIZE - 1; cpu >= 0; --cpu) {
+            if (CPU_ISSET(cpu, &mBefore)) {
+                mLast = std::max(mLast, cpu);
+                mFirst = cpu;
+            }
         }
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        CPU_SET(last, &one);
-        sched_setaffinity(0, sizeof(one), &one);
+        pinTo(mLast);
     }
-    ~OneCore() { sched_setaffinity(0, sizeof(mBefore), &mBefore); }
-    OneCore(const OneCore&) = delete;
-    OneCore& operator=(const OneCore&) = delete;
+    ~Affinity() { sched_setaffinity(0, sizeof(mBefore), &mBefore); }
+    Affinity(const Affinity&) = delete;
+    Affinity& operator=(const Affinity&) = delete;
+
+    void callerGoes() { pinTo(mPlace == Place::kTwoCores ? mFirst : mLast); }
 
 private:
+    static void pinTo(int cpu) {
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(cpu, &one);
+        sched_setaffinity(0, sizeof(one), &one);
+    }
+
+    const Place mPlace;
     cpu_set_t mBefore;
+    int mFirst = 0;
+    int mLast = 0;
 };
 
 /** A word that one thread sets and another sleeps for, by the bare system calls. */
 class FutexWord {
 public:
+    /** With a time limit, which is never reached, or without. */
+    explicit FutexWord(bool isTimed) : mIsTimed(isTimed) {}
+
     void set(uint32_t value) {
         mWord.store(value, std::memory_order_release);
         syscall(SYS_futex, &mWord, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
     }
     uint32_t waitWhile(uint32_t value) {
+        constexpr timespec kLimit{100, 0};
         uint32_t now;
         while ((now = mWord.load(std::memory_order_acquire)) == value) {
-            syscall(SYS_futex, &mWord, FUTEX_WAIT_PRIVATE, value, nullptr, nullptr, 0);
+            syscall(SYS_futex, &mWord, FUTEX_WAIT_PRIVATE, value, mIsTimed ? &kLimit : nullptr,
+                    nullptr, 0);
         }
         return now;
     }
 
 private:
     alignas(64) std::atomic<uint32_t> mWord{0};
+    const bool mIsTimed;
 };
 static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
 
@@ -80,7 +109,8 @@ void processFrame() {
 /** The floor's worker and its two words. */
 class FutexHandOff {
 public:
-    FutexHandOff() : mWorker([this] { work(); }) {}
+    explicit FutexHandOff(bool isTimed)
+        : mRequest(isTimed), mDone(isTimed), mWorker([this] { work(); }) {}
     ~FutexHandOff() {
         mRequest.set(kStop);
         mWorker.join();
@@ -137,55 +167,59 @@ void measure(benchmark::State& state, FRAME frame) {
     }
 }
 
-void measureEngine(benchmark::State& state) {
+void engine(benchmark::State& state, Place place) {
+    Affinity affinity(place);
     const auto engine = bench::startEngine({});
+    affinity.callerGoes();
     Aisr::BufferInfo info = bench::frame(1);
     measure(state, [&] { engine->enhance(info); });
 }
 
-void measureFloor(benchmark::State& state) {
-    FutexHandOff handOff;
+void floor(benchmark::State& state, Place place, bool isTimed) {
+    Affinity affinity(place);
+    FutexHandOff handOff(isTimed);
+    affinity.callerGoes();
     measure(state, [&] { handOff.frame(); });
 }
 
-void frameEngine(benchmark::State& state) {
-    measureEngine(state);
-}
-BENCHMARK(frameEngine)->UseRealTime();
-
-void frameFutex(benchmark::State& state) {
-    measureFloor(state);
-}
-BENCHMARK(frameFutex)->UseRealTime();
-
-void frameEngineOneCore(benchmark::State& state) {
-    const OneCore pinned;
-    measureEngine(state);
-}
-BENCHMARK(frameEngineOneCore)->UseRealTime();
-
-void frameFutexOneCore(benchmark::State& state) {
-    const OneCore pinned;
-    measureFloor(state);
-}
-BENCHMARK(frameFutexOneCore)->UseRealTime();
-
-void frameDirect(benchmark::State& state) {
+void direct(benchmark::State& state) {
     measure(state, &processFrame);
 }
-BENCHMARK(frameDirect)->UseRealTime();
+
+void registerBenchmarks() {
+    using benchmark::RegisterBenchmark;
+    const auto add = [](const char* name, Place place, auto measurement) {
+        RegisterBenchmark(name, [=](benchmark::State& state) {
+            measurement(state, place);
+        })->UseRealTime();
+    };
+    const auto bare = [](auto& state, Place place) { floor(state, place, false); };
+    const auto timed = [](auto& state, Place place) { floor(state, place, true); };
+    add("engineTwoCores", Place::kTwoCores, &engine);
+    add("bareTwoCores", Place::kTwoCores, bare);
+    add("engineOneCore", Place::kOneCore, &engine);
+    add("bareOneCore", Place::kOneCore, bare);
+    add("timedOneCore", Place::kOneCore, timed);
+    RegisterBenchmark("direct", &direct)->UseRealTime();
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
     bench::setUpService();
+    registerBenchmarks();
     using Wanted = bench::Comparison::Wanted;
     return bench::runComparisons(
         "A frame through `AisrEngine::enhance`",
-        {{"frame, threads free", "frameEngine", "futex hand-off and back", "frameFutex",
+        {{"frame, two cores", "engineTwoCores", "bare futex hand-off", "bareTwoCores",
           Wanted::kAtMost, 1.25},
-         {"frame, both threads on one core", "frameEngineOneCore", "futex hand-off and back",
-          "frameFutexOneCore", Wanted::kAtMost, 1.25},
-         {"frame, threads free", "frameEngine", "the entries called directly", "frameDirect"}},
-        {}, argc, argv);
+         {"frame, one core", "engineOneCore", "futex hand-off with time limits", "timedOneCore",
+          Wanted::kAtMost, 1.25},
+         {"frame, one core", "engineOneCore", "bare futex hand-off", "bareOneCore"},
+         {"frame, one core", "engineOneCore", "the entries called directly", "direct"}},
+        {"The processing library does nothing, and the logs are off. A hand-off is two threads "
+         "that "
+         "wake each other by futex and sleep until woken, there and back. Engine and hand-off are "
+         "pinned alike."},
+        argc, argv);
 }
