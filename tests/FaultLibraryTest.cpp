@@ -100,9 +100,11 @@ const Fault kFaults[] = {
      kNoLibrary + kPath + "' - dlopen failed: library \"" + kPath + "\" not found\n" + kNotReady},
     {"damaged library", kNothing, damage,
      kNoLibrary + kPath + "' - ROOT" + kPath + ": file too short\n" + kNotReady},
+#ifndef FAULT_NO_FULL_TABLE
     {"no descriptor", kNothing, [] { return std::make_shared<fault::FullDescriptorTable>(); },
      kNoLibrary + kName + "' - " + kName +
          ": cannot open shared object file: Too many open files\n" + kNotReady},
+#endif
     without("AisrInit", "without_init"),
     without("AisrDeinit", "without_deinit"),
     without("AisrProcess", "without_process"),

@@ -115,6 +115,7 @@ INSTANTIATE_TEST_SUITE_P(All, FaultyTransfer,
                          testing::Values(fault::Io::SHORT, fault::Io::INTERRUPTED,
                                          fault::Io::BOTH));
 
+#ifndef FAULT_NO_FULL_TABLE
 TEST_F(FaultySystem, HasNoDescriptorForALookup) {
     start();
     android::ProcessState::self()->startThreadPool();
@@ -175,6 +176,7 @@ TEST_F(FaultySystem, HasNoDescriptorsForATransaction) {
     expectBufferCall(OK, {"processGraphicBuffer 1 2 3x2 none"});
     EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
 }
+#endif
 
 /** Makes every call and tells what came of it, while nobody takes its log. */
 int runWithSink(const std::string& sink) {
