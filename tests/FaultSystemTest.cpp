@@ -185,6 +185,8 @@ int runWithSink(const std::string& sink) {
     } else {
         close(STDERR_FILENO);
     }
+    // The image's memory takes the number that standard error has left.
+    const sp<GraphicBuffer> image = new GraphicBuffer(3, 2, android::PIXEL_FORMAT_RGBA_8888, 1, 0);
     const sp<DisplayEngineManager> manager = new DisplayEngineManager;
     g_delogdEnable = g_delogiEnable = g_delogvEnable = true;
     const sp<IDisplayEngineService> service = getDisplayEngineService();
@@ -194,7 +196,8 @@ int runWithSink(const std::string& sink) {
                   << callOperation(*service, operation.code, &out, new RecordingCallback).isOk()
                   << out.text() << std::endl;
     }
-    return 0;
+    void* pixels = nullptr;
+    return image->lock(0, &pixels) == OK ? *static_cast<uint8_t*>(pixels) : 1;
 }
 
 TEST_F(FaultySystem, HasNoRoomForTheLogOrNoLog) {
