@@ -1,22 +1,20 @@
 // The end of a client process: the engine withdraws, joins its worker and unloads the processing
 // library, in this order, with a real service at the other end and also when that one has died.
+// What other threads do meanwhile, and how a long name is cut, is the stress test's.
 #include <android/log.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "client/DisplayEngineManager.h"
 #include "common/DisplayEngineCleanCommon.h"
 #include "support/ChildProcess.h"
 #include "support/ProcessingLibrary.h"
-#include "support/ThreadState.h"
 
 using android::sp;
 using Texts = std::vector<std::string>;
@@ -25,7 +23,6 @@ namespace {
 
 constexpr char kClientArgument[] = "--client";
 constexpr uint64_t kStream = 1;
-constexpr size_t kMaxName = 255;  ///< of a process, as the service gets to know it
 
 sp<DisplayEngineManager>& client() {
     static sp<DisplayEngineManager>& theClient = *new sp<DisplayEngineManager>;
@@ -65,27 +62,6 @@ bool offer() {
 }
 
 /**
- * Starts a report of the client that the processing library holds up until the process is exiting:
- * the facade answers no more, and the main thread sleeps.
- */
-void holdReportUp() {
-    client()->onVideoAppStop();
-    processing::setHook([](const processing::Call& call) {
-        if (call.entry == "AisrDeinit") {
-            while (client()->isVideoEngineSupported()) {
-                std::this_thread::yield();
-            }
-            waitUntilAsleep(getpid());
-            __android_log_print(ANDROID_LOG_INFO, "TEST", "the report is done");
-        }
-        return 0;
-    });
-    offer();
-    std::thread([] { client()->onVideoAppStop(); }).detach();
-    processing::waitFor("AisrDeinit", 2);
-}
-
-/**
  * A client that offers a frame, waits for a line, offers another, and exits; told to, while a frame
  * is held up in the processing library until the engine waits for its worker.
  */
@@ -110,8 +86,6 @@ int runClient(const std::string& mode) {
         });
         offer();
         processing::waitFor("AisrProcess", 3);
-    } else if (mode == "report") {
-        holdReportUp();
     }
     return 0;
 }
@@ -128,10 +102,10 @@ protected:
 
     /** Runs the client to its end; between its two frames, `meanwhile` is called. */
     template <typename ACTION>
-    void run(const std::string& mode, ACTION meanwhile,
-             const std::string& path = ChildProcess::ownPath()) {
-        ChildProcess program(path, {kClientArgument, mode});
-        identity = "key=" + path.substr(0, kMaxName) + " pid=" + std::to_string(program.pid());
+    void run(const std::string& mode, ACTION meanwhile) {
+        ChildProcess program(ChildProcess::ownPath(), {kClientArgument, mode});
+        identity = "key=" + ChildProcess::ownPath().substr(0, 255) +
+                   " pid=" + std::to_string(program.pid());
         EXPECT_TRUE(program.waitForLine("first: 1"));
         EXPECT_TRUE(service.waitForLine("registered " + identity));
         meanwhile();
@@ -170,26 +144,6 @@ TEST_F(Exit, WaitsForTheFrameInProcessing) {
     EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
     expectOrder({"expired", "unregisterCallback:", "join", "the frame is done", "enhance died.",
                  "~AisrAlgorithm:", "Unload library."});
-}
-
-TEST_F(Exit, WaitsForAReportUnderWay) {
-    run("report", [] {});
-    EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
-    expectOrder({"the report is done", "unregisterCallback:", "Unload library."});
-    EXPECT_LT(log.find("the report is done"), log.find("~AisrEngine:"));
-}
-
-TEST_F(Exit, WithdrawsUnderTheNameItRegistered) {
-    // A path of more than 255 bytes names the process; only the first 255 are its key.
-    namespace fs = std::filesystem;
-    const fs::path folder = fs::path(getenv("DISPLAYENGINE_RUNTIME_DIR")) / std::string(240, 'n');
-    fs::create_directory(folder);
-    const fs::path program = folder / "a-client-with-a-long-name";
-    fs::create_symlink(ChildProcess::ownPath(), program);
-    run(
-        "idle", [] {}, program);
-    EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
-    fs::remove_all(folder);
 }
 
 TEST_F(Exit, GoesOnWhenTheServiceHasDied) {
