@@ -125,16 +125,15 @@ int main(int argc, char** argv) {
     g_delogdEnable = false;
 
     bench::Table table{"Heap allocations of a frame", {}, {}};
-    table.rows.push_back({"a frame of 1280x720, logs off", format(ofUsual),
-                          "task, result, list node: 3; geometry text " +
-                              format(countGeometryText(usual)),
-                          "", "", "at most 4 beside the text",
-                          verdictOf(withoutGrowth(ofUsual) - countGeometryText(usual) <= 4)});
-    table.rows.push_back({"a frame whose geometry is long", format(ofLarge),
-                          "the same, and geometry text " + format(largeText), "", "",
-                          "no other text",
-                          verdictOf(largeText > 0 && withoutGrowth(ofLarge) - largeText ==
-                                                         withoutGrowth(ofUsual))});
+    table.rows.push_back(
+        {"a frame of 1280x720, logs off", format(ofUsual),
+         "task, result, list node: 3; geometry text " + format(countGeometryText(usual)), "", "",
+         "at most 4 beside the text",
+         verdictOf(withoutGrowth(ofUsual) - countGeometryText(usual) <= 4)});
+    table.rows.push_back(
+        {"a frame whose geometry is long", format(ofLarge),
+         "the same, and geometry text " + format(largeText), "", "", "no other text",
+         verdictOf(largeText > 0 && withoutGrowth(ofLarge) - largeText == withoutGrowth(ofUsual))});
     table.rows.push_back({"a frame of 1280x720, debug messages on", format(logged), "", "", "", "",
                           bench::Verdict::kNone});
     table.notes.push_back(
