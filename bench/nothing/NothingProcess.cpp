@@ -50,3 +50,7 @@ NOTHING_ENTRY int32_t AisrGetParam() {
 }
 
 }  // extern "C"
+
+uint64_t nothingProcessed() {
+    return gNothingProcessed.load(std::memory_order_acquire);
+}

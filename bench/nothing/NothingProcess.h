@@ -17,3 +17,6 @@ extern "C" {
 NOTHING_ENTRY int32_t AisrProcess(void** context);
 NOTHING_ENTRY int32_t AisrSetParam(void** context, int32_t tag, const void* data, uint64_t size);
 }
+
+/** gNothingProcessed, by a call into this library. */
+NOTHING_ENTRY uint64_t nothingProcessed();

@@ -1,0 +1,110 @@
+// The calls that are to cost next to nothing: the question before each frame, a frame that is
+// refused, and a log statement that is switched off.
+#include <benchmark/benchmark.h>
+
+#include <mutex>
+#include <thread>
+
+#include "client/DisplayEngineManager.h"
+#include "nothing/NothingProcess.h"
+#include "support/Comparison.h"
+#include "support/EngineSetup.h"
+
+#define LOG_TAG "bench"
+#include "common/Log.h"
+
+namespace {
+
+void need(benchmark::State& state) {
+    const android::sp<DisplayEngineManager> manager = new DisplayEngineManager();
+    benchmark::DoNotOptimize(manager->needVideoEnhance());
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(manager->needVideoEnhance());
+    }
+}
+BENCHMARK(need);
+
+/** The peer: an atomic load behind a function of another shared library. */
+void load(benchmark::State& state) {
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(nothingProcessed());
+    }
+}
+BENCHMARK(load);
+
+void lockUnlock(benchmark::State& state) {
+    std::mutex mutex;
+    for (auto _ : state) {
+        mutex.lock();
+        benchmark::ClobberMemory();
+        mutex.unlock();
+    }
+}
+BENCHMARK(lockUnlock);
+
+void suppressed(benchmark::State& state) {
+    const Aisr::BufferInfo info = bench::frame(1);
+    for (auto _ : state) {
+        DE_LOGD("%s", AisrAlgorithm::toString(info).c_str());
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(suppressed);
+
+/** Two slow frames latch the overload of their stream. */
+void overloaded(benchmark::State& state) {
+    bench::EngineConfig config;
+    config.overloadMs = 2;
+    config.overloadCount = 2;
+    const auto engine = bench::startEngine(config);
+    Aisr::BufferInfo info = bench::frame(1);
+    gNothingDelayMs = 3;
+    engine->enhance(info);
+    engine->enhance(info);
+    gNothingDelayMs = 0;
+    const uint64_t processed = gNothingProcessed;
+    for (auto _ : state) {
+        engine->enhance(info);
+    }
+    if (gNothingProcessed != processed) {
+        state.SkipWithError("a frame was not refused");
+    }
+}
+BENCHMARK(overloaded);
+
+/** One fast interval is enough for this monitor, and nothing lifts its verdict. */
+void unhealthy(benchmark::State& state) {
+    bench::EngineConfig config;
+    config.monitorMaxFps = 2000;
+    config.monitorTolerance = 0;
+    config.monitorRestore = -1;
+    const auto engine = bench::startEngine(config);
+    Aisr::BufferInfo info = bench::frame(1);
+    for (int i = 0; i <= config.monitorMaxFps; ++i) {
+        engine->enhance(info);
+    }
+    const uint64_t processed = gNothingProcessed;
+    for (auto _ : state) {
+        engine->enhance(info);
+    }
+    if (gNothingProcessed != processed) {
+        state.SkipWithError("a frame was not refused");
+    }
+}
+BENCHMARK(unhealthy);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    bench::setUpService();
+    std::thread([] {}).join();  // a process with threads: its locks are atomic operations
+    using Wanted = bench::Comparison::Wanted;
+    return bench::runComparisons(
+        "Calls that cost next to nothing",
+        {{"`needVideoEnhance()`", "need", "atomic load in another library", "load", Wanted::kAtMost,
+          2.0},
+         {"a frame refused for overload", "overloaded", "mutex lock and unlock", "lockUnlock"},
+         {"a frame refused as unhealthy", "unhealthy", "mutex lock and unlock", "lockUnlock"},
+         {"a suppressed log statement", "suppressed", "mutex lock and unlock", "lockUnlock"}},
+        {}, argc, argv);
+}
