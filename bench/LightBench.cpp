@@ -93,6 +93,26 @@ void unhealthy(benchmark::State& state) {
 }
 BENCHMARK(unhealthy);
 
+/** One frame in processing and one in the queue; the warning that each refusal gives is counted. */
+void busy(benchmark::State& state) {
+    bench::EngineConfig config;
+    config.abortMs = config.overloadMs = 2;
+    const auto engine = bench::startEngine(config);
+    Aisr::BufferInfo info = bench::frame(1);
+    const uint64_t processed = gNothingProcessed;
+    gNothingDelayMs = INT32_MAX;
+    engine->enhance(info);
+    engine->enhance(info);
+    for (auto _ : state) {
+        engine->enhance(info);
+    }
+    if (gNothingProcessed != processed) {
+        state.SkipWithError("a frame was not refused");
+    }
+    gNothingDelayMs = 0;
+}
+BENCHMARK(busy);
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -105,6 +125,8 @@ int main(int argc, char** argv) {
           2.0},
          {"a frame refused for overload", "overloaded", "mutex lock and unlock", "lockUnlock"},
          {"a frame refused as unhealthy", "unhealthy", "mutex lock and unlock", "lockUnlock"},
+         {"a frame refused as the worker is busy, with its warning", "busy",
+          "mutex lock and unlock", "lockUnlock"},
          {"a suppressed log statement", "suppressed", "mutex lock and unlock", "lockUnlock"}},
         {}, argc, argv);
 }

@@ -7,7 +7,7 @@ usage() {
 Usage: scripts/bench.sh [--write]
   --write  also write bench/RESULTS.md: the tables, and what they were measured on
 
-Prints the tables and leaves them in bench/results/latest.json. A wanted figure that is missed is
+Prints the tables and leaves them in bench/results/latest.json, and growth.png beside it. A wanted figure that is missed is
 marked, and does not fail the run, since a busy machine may be the reason; too many allocations do.
 Run it on an otherwise idle machine.
 TXT
@@ -53,6 +53,9 @@ while read -r program; do
     "build/bench/bench/$program" --json "$results/$program.json" | tee -a "$results/tables.md" ||
         failed+=("$program")
 done <build/bench/bench/programs
+
+[ ! -e "$results/GrowthBench.dat" ] ||
+    gnuplot -e "samples='$results/GrowthBench.dat'; picture='$results/growth.png'" bench/growth.gnuplot
 
 jq -s --arg machine "$(describe_machine)" '{machine: $machine, tables: .}' \
     "$results"/*Bench.json >"$results/latest.json"
