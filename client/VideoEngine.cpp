@@ -130,12 +130,17 @@ bool VideoEngine::isSupported() {
     return isAisrValid();
 }
 
+inline bool VideoEngine::hasEngine() {
+    const int32_t valid = mAisrValid.load(std::memory_order_acquire);
+    return valid == kUndetermined ? isAisrValid() : valid == kValid;
+}
+
 bool VideoEngine::needEnhance() {
-    return isAisrValid() && engine().needEnhance();
+    return hasEngine() && engine().needEnhance();
 }
 
 void VideoEngine::enhance(Aisr::BufferInfo& info) {
-    if (isAisrValid()) {
+    if (hasEngine()) {
         engine().enhance(info);
     }
 }

@@ -69,6 +69,9 @@ private:
     // stays until the destructor. REQUIRES: isAisrValid() has returned true.
     DE_HIDDEN AisrEngine& engine() DE_NO_THREAD_SAFETY_ANALYSIS { return *mAisrEngine; }
 
+    // isAisrValid() for what every frame asks: its short way, once the validity is known.
+    DE_HIDDEN bool hasEngine() DE_EXCLUDES(mAisrMutex);
+
     /** Runs `operation` on the engine, if there is one, and keeps the engine meanwhile. */
     template <typename OPERATION>
     DE_HIDDEN void withEngine(OPERATION operation);
