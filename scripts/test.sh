@@ -46,9 +46,9 @@ done
 case "$preset" in
     libcxx) test_packages=(clang libc++-dev libc++abi-dev googletest gnuplot-nox) ;;
     arm64) test_packages=(g++-aarch64-linux-gnu qemu-user googletest) ;;
-    *) test_packages=(clang libclang-rt-14-dev clang-format libgtest-dev gnuplot-nox) ;;
+    *) test_packages=(clang libclang-rt-14-dev llvm clang-format libgtest-dev gnuplot-nox) ;;
 esac
-# "locales" is for a test that makes a locale of its own.
+# "llvm" names the places in a sanitizer's report; "locales" is for a test that makes a locale of its own.
 require_packages "${build_packages[@]}" "${test_packages[@]}" locales
 cd "$root"
 
