@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -30,10 +31,17 @@ std::vector<char*> pointersTo(const Strings& strings) {
     return pointers;
 }
 
-/// The test's environment behind `changes`: the first of a name counts.
+/// The test's environment with `changes` in place of what they name. Of two entries of one name an
+/// emulator takes another than the C library does, hence no name twice.
 Strings environmentWith(Strings changes) {
+    const auto isOf = [](const std::string& change, const std::string& entry) {
+        return change.compare(0, change.find('=') + 1, entry, 0, entry.find('=') + 1) == 0;
+    };
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        changes.emplace_back(*entry);
+        if (std::none_of(changes.begin(), changes.end(),
+                         [&](const std::string& change) { return isOf(change, *entry); })) {
+            changes.emplace_back(*entry);
+        }
     }
     return changes;
 }

@@ -13,7 +13,9 @@ pid_t ownThread() {
 
 void waitUntilAsleep(pid_t thread) {
     // "tid (name) S ..."; a name may hold blanks and brackets.
-    const std::string path = "/proc/" + std::to_string(thread) + "/stat";
+    // Through the task, since an emulator answers for the process itself.
+    const std::string id = std::to_string(thread);
+    const std::string path = "/proc/" + id + "/task/" + id + "/stat";
     for (std::string text; text.empty() || text.compare(text.rfind(')'), 3, ") S") != 0;) {
         std::this_thread::yield();
         std::ifstream file(path);
