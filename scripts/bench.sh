@@ -67,7 +67,7 @@ if [ -n "$write" ]; then
         echo
         describe_machine
         echo
-        grep -E '^(#|\||$|[A-Z])' "$results/tables.md"
+        cat -s "$results/tables.md"
     } >bench/RESULTS.md
 fi
 if grep -q MISSED "$results/tables.md"; then
