@@ -20,15 +20,12 @@
 /** Exempts a function from the rules. A comment beside it says why they do not apply there. */
 #define DE_NO_THREAD_SAFETY_ANALYSIS DE_THREAD_ANNOTATION(no_thread_safety_analysis)
 
-/** A std::mutex, in size and cost, that the rules above can name. */
+/** A std::mutex, in size and cost, that the rules above can name. DeMutexLock takes it. */
 class DE_THREAD_ANNOTATION(capability("mutex")) DeMutex {
 public:
     constexpr DeMutex() = default;
     DeMutex(const DeMutex&) = delete;
     DeMutex& operator=(const DeMutex&) = delete;
-
-    void lock() DE_THREAD_ANNOTATION(acquire_capability()) { mMutex.lock(); }
-    void unlock() DE_THREAD_ANNOTATION(release_capability()) { mMutex.unlock(); }
 
 private:
     friend class DeMutexLock;
