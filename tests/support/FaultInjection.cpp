@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "support/LogCapture.h"
+#include "support/ThreadState.h"
 
 namespace fault {
 
@@ -34,8 +35,16 @@ rlim_t exchangeLimit(rlim_t value) {
 }  // namespace
 
 std::string holdings() {
-    // A sanitizer starts a thread of its own with the program's first.
-    [[maybe_unused]] static const bool hasThread = (std::thread([] {}).join(), true);
+    // A sanitizer starts a thread of its own with the program's first. The kernel lists a thread
+    // for a little longer than it takes to join it.
+    [[maybe_unused]] static const bool hasThread = [] {
+        std::string entry;
+        std::thread([&] { entry = "/proc/self/task/" + std::to_string(ownThread()); }).join();
+        while (std::filesystem::exists(entry)) {
+            std::this_thread::yield();
+        }
+        return true;
+    }();
     return std::to_string(descriptors()) + " descriptors, " +
            std::to_string(countFiles("/proc/self/task")) + " threads";
 }
