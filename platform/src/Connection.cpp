@@ -291,7 +291,7 @@ void Connection::awaitReply(PendingCall& pending) {
                 mArmed = false;
             }
             Jobs jobs;
-            while (!pending.done && pending.nested.empty()) {
+            while ((!pending.done && pending.nested.empty()) || holdsFrame()) {
                 lock.unlock();
                 readFrame(true, &jobs);
                 for (ThreadPool::Job& job : jobs) {
@@ -305,7 +305,12 @@ void Connection::awaitReply(PendingCall& pending) {
     }
 }
 
-/// Gives the reading role up.
+/// Whether a frame is left that the pool would not be woken for. REQUIRES: the reading role.
+bool Connection::holdsFrame() const {
+    return !mDead && mFrames.holdsNext();
+}
+
+/// Gives the reading role up, once no frame is held.
 void Connection::handRoleOn() {
     mReading = false;
     for (auto& [id, pending] : mPending) {
@@ -342,7 +347,9 @@ std::vector<ThreadPool::Job> Connection::readAvailable() {
         }
         mReading = true;
     }
-    readFrame(false, &jobs);
+    do {
+        readFrame(false, &jobs);
+    } while (holdsFrame());
     const Mutex::Autolock lock(mLock);
     handRoleOn();
     return jobs;

@@ -101,6 +101,7 @@ private:
 
     void awaitReply(PendingCall& pending);
     void readFrame(bool block, Jobs* jobs);
+    bool holdsFrame() const;
     void handRoleOn() REQUIRES(mLock);
 
     bool take(Frame& frame, Jobs* jobs);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <system_error>
 #include <thread>
 
@@ -15,28 +16,38 @@ namespace transport {
 
 // Reading.
 
+namespace {
+
+bool isSound(const FrameHeader& header) {
+    return header.magic == kFrameMagic && header.dataSize <= kMaxTransactionBytes &&
+           header.objectCount <= header.dataSize / kMinObjectBytes &&
+           header.fdCount <= std::min<size_t>(header.objectCount, kMaxFdsPerFrame);
+}
+
+size_t bodySize(const FrameHeader& header) {
+    return header.dataSize + header.objectCount * sizeof(WireObject);
+}
+
+}  // namespace
+
 FrameReader::Result FrameReader::next(bool block, Frame* frame) {
     while (mFilled < sizeof(mHeader) + mBody.size()) {
         const bool inHeader = mFilled < sizeof(mHeader);
         uint8_t* const part = inHeader ? reinterpret_cast<uint8_t*>(&mHeader) : mBody.data();
         const size_t size = inHeader ? sizeof(mHeader) : mBody.size();
         const size_t filled = inHeader ? mFilled : mFilled - sizeof(mHeader);
-        // Never beyond the frame's end, so the descriptors that come along belong to this frame.
-        const Result result = receive(part + filled, size - filled, block);
+        const Result result = fill(part + filled, size - filled, block);
         if (result != Result::kFrame) {
             return result;
         }
         if (inHeader && mFilled == sizeof(mHeader)) {
-            if (!headerIsSound()) {
+            if (!isSound(mHeader)) {
                 return Result::kMalformed;
             }
-            mBody.resize(mHeader.dataSize + mHeader.objectCount * sizeof(WireObject));
+            mBody.resize(bodySize(mHeader));
         }
     }
-    frame->fdsLost = std::exchange(mFdsLost, false);
-    if (frame->fdsLost) {
-        mFds.clear();
-    } else if (mFds.size() != mHeader.fdCount) {
+    if (!takeDescriptors(frame)) {
         return Result::kMalformed;
     }
     frame->header = mHeader;
@@ -47,23 +58,59 @@ FrameReader::Result FrameReader::next(bool block, Frame* frame) {
     }
     mBody.resize(mHeader.dataSize);
     frame->data = std::exchange(mBody, {});
-    frame->fds = std::exchange(mFds, {});
     mFilled = 0;
     return Result::kFrame;
 }
 
-bool FrameReader::headerIsSound() const {
-    return mHeader.magic == kFrameMagic && mHeader.dataSize <= kMaxTransactionBytes &&
-           mHeader.objectCount <= mHeader.dataSize / kMinObjectBytes &&
-           mHeader.fdCount <= std::min<size_t>(mHeader.objectCount, kMaxFdsPerFrame);
+bool FrameReader::holdsNext() const {
+    FrameHeader header;
+    const size_t held = mAheadEnd - mAheadBegin;
+    if (held < sizeof(header)) {
+        return false;
+    }
+    std::memcpy(&header, mAhead.data() + mAheadBegin, sizeof(header));
+    return !isSound(header) || held >= sizeof(header) + bodySize(header);
+}
+
+/// Hands the descriptors of the frame that is complete over; false if others came with it.
+bool FrameReader::takeDescriptors(Frame* frame) {
+    if (mHeader.fdCount > 0) {
+        if (mDescriptors.empty()) {
+            return false;
+        }
+        Descriptors& first = mDescriptors.front();
+        if (!first.lost && first.fds.size() != mHeader.fdCount) {
+            return false;
+        }
+        frame->fdsLost = first.lost;
+        if (!first.lost) {
+            frame->fds = std::move(first.fds);
+        }
+        mDescriptors.pop_front();
+    }
+    // The kernel ends a read behind a message with descriptors, so what has been read ahead is of
+    // one such message at most.
+    return mDescriptors.size() <= (mAheadBegin < mAheadEnd ? 1 : 0);
+}
+
+/// Takes some of what has been read ahead or, if that is used up, of the socket.
+FrameReader::Result FrameReader::fill(uint8_t* to, size_t size, bool block) {
+    if (mAheadBegin == mAheadEnd) {
+        return receive(to, size, block);
+    }
+    const size_t count = std::min(size, mAheadEnd - mAheadBegin);
+    std::memcpy(to, mAhead.data() + mAheadBegin, count);
+    mAheadBegin += count;
+    mFilled += count;
+    return Result::kFrame;
 }
 
 FrameReader::Result FrameReader::receive(uint8_t* to, size_t size, bool block) {
-    iovec part = {to, size};
+    iovec parts[] = {{to, size}, {mAhead.data(), mAhead.size()}};
     alignas(cmsghdr) char control[CMSG_SPACE(kMaxFdsPerFrame * sizeof(int))];
     msghdr message = {};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
+    message.msg_iov = parts;
+    message.msg_iovlen = std::size(parts);
     message.msg_control = control;
     message.msg_controllen = sizeof(control);
     ssize_t count;
@@ -73,6 +120,7 @@ FrameReader::Result FrameReader::receive(uint8_t* to, size_t size, bool block) {
     if (count < 0) {
         return errno == EAGAIN ? Result::kWouldBlock : Result::kClosed;
     }
+    Descriptors received;
     for (cmsghdr* item = CMSG_FIRSTHDR(&message); item != nullptr;
          item = CMSG_NXTHDR(&message, item)) {
         if (item->cmsg_level == SOL_SOCKET && item->cmsg_type == SCM_RIGHTS) {
@@ -80,15 +128,23 @@ FrameReader::Result FrameReader::receive(uint8_t* to, size_t size, bool block) {
             for (size_t i = 0; i < fdCount; ++i) {
                 int fd;
                 std::memcpy(&fd, CMSG_DATA(item) + i * sizeof(int), sizeof(fd));
-                mFds.emplace_back(fd);
+                received.fds.emplace_back(fd);
             }
         }
     }
-    mFilled += static_cast<size_t>(count);
     // Cut off when this process may open no more descriptors. The bytes are all there, so only
     // this one frame is in vain.
-    mFdsLost = mFdsLost || (message.msg_flags & MSG_CTRUNC) != 0;
-    return count == 0 ? Result::kClosed : Result::kFrame;
+    received.lost = (message.msg_flags & MSG_CTRUNC) != 0;
+    if (received.lost || !received.fds.empty()) {
+        mDescriptors.push_back(std::move(received));
+    }
+    const size_t taken = std::min(static_cast<size_t>(count), size);
+    mFilled += taken;
+    mAheadBegin = 0;
+    mAheadEnd = static_cast<size_t>(count) - taken;
+    return count == 0                ? Result::kClosed
+           : mDescriptors.size() > 2 ? Result::kMalformed  // more than this frame's and the next's
+                                     : Result::kFrame;
 }
 
 // Writing.

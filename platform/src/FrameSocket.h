@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <deque>
 #include <memory>
 #include <vector>
@@ -25,7 +26,8 @@ struct Frame {
     bool fdsLost = false;
 };
 
-/// Cuts the byte stream of a socket into frames. Used by one thread at a time.
+/// Cuts the byte stream of a socket into frames. It reads a little ahead, so that a small frame
+/// takes one call of the kernel. Used by one thread at a time.
 class FrameReader {
 public:
     enum class Result {
@@ -40,17 +42,30 @@ public:
     /// Delivers the next frame. Without `block` it never waits; what has come of a frame is kept.
     Result next(bool block, Frame* frame);
 
+    /// Whether the next frame has been read ahead, so that the socket does not announce it.
+    bool holdsNext() const;
+
 private:
+    /// The descriptors of one message, which are those of one frame.
+    struct Descriptors {
+        std::vector<UniqueFd> fds;
+        bool lost = false;
+    };
+
+    Result fill(uint8_t* to, size_t size, bool block);
     Result receive(uint8_t* to, size_t size, bool block);
-    bool headerIsSound() const;
+    bool takeDescriptors(Frame* frame);
 
     const int mFd;
     // The frame that is being received; its body is the parcel and the object records.
     FrameHeader mHeader;
     std::vector<uint8_t> mBody;
-    std::vector<UniqueFd> mFds;
-    bool mFdsLost = false;
     size_t mFilled = 0;  // bytes of header and body
+    // What was read beyond its end, and the descriptors that came with all this.
+    std::array<uint8_t, 512> mAhead;
+    size_t mAheadBegin = 0;
+    size_t mAheadEnd = 0;
+    std::deque<Descriptors> mDescriptors;
 };
 
 /// Writes frames to a socket, whole and in order, from any thread and without ever waiting for the

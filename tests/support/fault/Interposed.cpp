@@ -35,12 +35,15 @@ size_t limited(size_t size) {
     return size > 1 && (io == fault::Io::SHORT || io == fault::Io::BOTH) ? 1 : size;
 }
 
-/** The message with a record of its own for the bytes, of which there are fewer. */
+/** The message or, if it is to have fewer bytes, one with a record of its own for them. */
 class Shortened {
 public:
     Shortened(const msghdr* message, size_t size) : mMessage(*message), mPart(*message->msg_iov) {
-        mPart.iov_len = size;
-        mMessage.msg_iov = &mPart;
+        if (size < mPart.iov_len) {
+            mPart.iov_len = size;
+            mMessage.msg_iov = &mPart;
+            mMessage.msg_iovlen = 1;
+        }
     }
     msghdr* get() { return &mMessage; }
 
