@@ -7,7 +7,6 @@
 // with the expired frames: that much no implementation can avoid. The engine has more to do than to
 // wait (queueing the frame, a warning in the log, the cancel), all of it in its figure.
 #include <linux/futex.h>
-#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -25,6 +24,7 @@
 #include <vector>
 
 #include "nothing/NothingProcess.h"
+#include "support/Affinity.h"
 #include "support/EngineSetup.h"
 #include "support/Table.h"
 
@@ -83,7 +83,7 @@ class BusyCore {
 public:
     BusyCore()
         : mThread([this] {
-              pinToLastCore();
+              bench::pinToLastCore();
               while (!mMayStop.load(std::memory_order_relaxed)) {
               }
           }) {}
@@ -95,19 +95,6 @@ public:
     BusyCore& operator=(const BusyCore&) = delete;
 
 private:
-    static void pinToLastCore() {
-        cpu_set_t allowed;
-        sched_getaffinity(0, sizeof(allowed), &allowed);
-        int last = 0;
-        for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-            last = CPU_ISSET(cpu, &allowed) ? cpu : last;
-        }
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        CPU_SET(last, &one);
-        sched_setaffinity(0, sizeof(one), &one);
-    }
-
     std::atomic<bool> mMayStop{false};
     std::thread mThread;
 };

@@ -14,63 +14,26 @@
 // Everything is measured in two places, with the same affinities for engine and floor. On two
 // cores, caller and worker have one each, as on a machine with room for both: most of the time is
 // the waking of an idle core. On one core, both are pinned to the same one: a hand-off is a switch
-// between threads, and what the engine does itself weighs most. Left to itself the scheduler
-// changes between the two from one repetition to the next, and nothing can be compared.
+// between threads, and what the engine does itself weighs most.
 #include <benchmark/benchmark.h>
 #include <linux/futex.h>
-#include <sched.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <ctime>
 #include <thread>
 
 #include "nothing/NothingProcess.h"
+#include "support/Affinity.h"
 #include "support/Comparison.h"
 #include "support/EngineSetup.h"
 
 namespace {
 
-enum class Place { kOneCore, kTwoCores };
-
-/**
- * Affinities for a measurement, until the end of the scope. Threads started at first are pinned to
- * the last core; afterwards callerGoes() takes the calling thread to where the caller is to run.
- */
-class Affinity {
-public:
-    explicit Affinity(Place place) : mPlace(place) {
-        sched_getaffinity(0, sizeof(mBefore), &mBefore);
-        for (int cpu = CPU_SETSIZE - 1; cpu >= 0; --cpu) {
-            if (CPU_ISSET(cpu, &mBefore)) {
-                mLast = std::max(mLast, cpu);
-                mFirst = cpu;
-            }
-        }
-        pinTo(mLast);
-    }
-    ~Affinity() { sched_setaffinity(0, sizeof(mBefore), &mBefore); }
-    Affinity(const Affinity&) = delete;
-    Affinity& operator=(const Affinity&) = delete;
-
-    void callerGoes() { pinTo(mPlace == Place::kTwoCores ? mFirst : mLast); }
-
-private:
-    static void pinTo(int cpu) {
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        CPU_SET(cpu, &one);
-        sched_setaffinity(0, sizeof(one), &one);
-    }
-
-    const Place mPlace;
-    cpu_set_t mBefore;
-    int mFirst = 0;
-    int mLast = 0;
-};
+using bench::Affinity;
+using bench::Place;
 
 /** A word that one thread sets and another sleeps for, by the bare system calls. */
 class FutexWord {

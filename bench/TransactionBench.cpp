@@ -2,8 +2,10 @@
 // the same bytes, and beside another bus that connects two processes directly.
 //
 // Each way has a server process of its own, which is this program started once more. The bare
-// exchange sends as many bytes each way as the transaction's two frames have. Processes are not
-// pinned to cores, on either side.
+// exchange sends as many bytes each way as the transaction's two frames have. All is measured in
+// two places, alike for all three ways. On two cores, client and server have one each, and most of
+// the time is the waking of an idle core. On one core, both have the same, and what the two
+// processes and the kernel do for a call weighs most.
 #include <benchmark/benchmark.h>
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
@@ -21,6 +23,7 @@
 #include "client/ServiceConnection.h"
 #include "demo/service/UnsupportedService.h"
 #include "platform/src/Frame.h"
+#include "support/Affinity.h"
 #include "support/Comparison.h"
 #include "support/Peer.h"
 #include "support/RuntimeDirectory.h"
@@ -31,6 +34,8 @@ using android::Parcel;
 using android::sp;
 using android::String16;
 using android::binder::Status;
+using bench::Affinity;
+using bench::Place;
 using com::tivora::displayengine::IDisplayEngineService;
 
 constexpr int32_t kFeature = 20;
@@ -163,17 +168,20 @@ void call(benchmark::State& state, IDisplayEngineService& service) {
     }
 }
 
-void transaction(benchmark::State& state) {
+void transaction(benchmark::State& state, Place place) {
+    Affinity affinity(place);
     static const sp<IDisplayEngineService> service = getDisplayEngineService();
     require(service != nullptr, "looking the service up");
+    affinity.callerGoes();
     call(state, *service);
 }
-BENCHMARK(transaction)->UseRealTime();
 
-void bytes(benchmark::State& state) {
+void bytes(benchmark::State& state, Place place) {
+    Affinity affinity(place);
     static const Connected server("--serve-bytes");
     std::string request(requestSize(), '\0');
     std::string reply(replySize(), '\0');
+    affinity.callerGoes();
     for (auto _ : state) {
         if (!exchange(server.socket(), request.data(), request.size(), reply.data(),
                       reply.size())) {
@@ -182,7 +190,6 @@ void bytes(benchmark::State& state) {
         }
     }
 }
-BENCHMARK(bytes)->UseRealTime();
 
 sd_bus* connectBus() {
     static const Connected server("--serve-bus");
@@ -193,8 +200,10 @@ sd_bus* connectBus() {
     return bus;
 }
 
-void busCall(benchmark::State& state) {
+void busCall(benchmark::State& state, Place place) {
+    Affinity affinity(place);
     static sd_bus* const bus = connectBus();
+    affinity.callerGoes();
     for (auto _ : state) {
         sd_bus_message* reply = nullptr;
         int32_t status = -1;
@@ -209,7 +218,6 @@ void busCall(benchmark::State& state) {
         }
     }
 }
-BENCHMARK(busCall)->UseRealTime();
 
 /** The service of the process itself, as the service manager hands it out. */
 void localCall(benchmark::State& state) {
@@ -246,6 +254,15 @@ void virtualCall(benchmark::State& state) {
 }
 BENCHMARK(virtualCall);
 
+void registerBenchmarks(const std::string& suffix, Place place) {
+    const auto add = [&](const char* name, void (*measurement)(benchmark::State&, Place)) {
+        benchmark::RegisterBenchmark((name + suffix).c_str(), measurement, place)->UseRealTime();
+    };
+    add("transaction", &transaction);
+    add("bytes", &bytes);
+    add("busCall", &busCall);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -258,14 +275,25 @@ int main(int argc, char** argv) {
         serveBus();
     }
     bench::useRuntimeDirectory();
-    static const bench::Peer service({"--serve-binder"});
+    {
+        const Affinity server(Place::kOneCore);
+        static const bench::Peer service({"--serve-binder"});
+    }
+    registerBenchmarks("TwoCores", Place::kTwoCores);
+    registerBenchmarks("OneCore", Place::kOneCore);
     using Wanted = bench::Comparison::Wanted;
+    const char* const kSocket = "the same bytes over a bare socket";
+    const char* const kBus = "sd-bus, directly connected";
     return bench::runComparisons(
         "A two-way transaction, `getSupported`",
-        {{"between two processes", "transaction", "the same bytes over a bare socket", "bytes"},
-         {"between two processes", "transaction", "sd-bus, directly connected", "busCall",
-          Wanted::kLess, 1.0},
-         {"sd-bus, directly connected", "busCall", "the same bytes over a bare socket", "bytes"},
+        {{"processes on two cores", "transactionTwoCores", kSocket, "bytesTwoCores"},
+         {"processes on two cores", "transactionTwoCores", kBus, "busCallTwoCores", Wanted::kLess,
+          1.0},
+         {"sd-bus on two cores", "busCallTwoCores", kSocket, "bytesTwoCores"},
+         {"processes on one core", "transactionOneCore", kSocket, "bytesOneCore"},
+         {"processes on one core", "transactionOneCore", kBus, "busCallOneCore", Wanted::kLess,
+          1.0},
+         {"sd-bus on one core", "busCallOneCore", kSocket, "bytesOneCore"},
          {"within the process", "localCall", "virtual call", "virtualCall"}},
         {}, argc, argv);
 }

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
@@ -113,11 +114,15 @@ struct Model {
     size_t ahead = 0;      ///< bytes of oneway calls
     status_t status = DEAD_OBJECT;
     std::set<uint64_t> calls;
+    /// Descriptors came with another byte than the first of a frame that has some. How far the
+    /// connection then goes depends on how much it has read at once.
+    bool isUnclear = false;
 
     /// Whether all frames of a stream are sound; the end may come anywhere.
     bool takes(const Stream& stream) {
         FrameHeader header;
-        for (size_t at = 0; stream.bytes.size() - at >= sizeof(header);) {
+        size_t at = 0;
+        while (stream.bytes.size() - at >= sizeof(header)) {
             std::memcpy(&header, &stream.bytes[at], sizeof(header));
             if (header.magic != kFrameMagic || header.dataSize > 1 << 20 ||
                 header.objectCount > header.dataSize / 24 || header.fdCount > header.objectCount ||
@@ -125,23 +130,27 @@ struct Model {
                 return false;
             }
             const size_t end = at + sizeof(header) + header.dataSize + 24u * header.objectCount;
+            const auto own = stream.fds.find(at);
+            const size_t fds = own != stream.fds.end() ? own->second : 0;
+            isUnclear = isUnclear || (fds > 0 && header.fdCount == 0) ||
+                        hasDescriptors(stream, at + 1, end);
             if (end > stream.bytes.size()) {
                 return true;
             }
-            size_t fds = 0;
-            for (auto next = stream.fds.lower_bound(at); next != stream.fds.lower_bound(end);
-                 ++next) {
-                fds += next->second;
-            }
-            if (fds != header.fdCount || !takes(header, &stream.bytes[end])) {
+            if (isUnclear || fds != header.fdCount || !takes(header, &stream.bytes[end])) {
                 return false;
             }
             at = end;
         }
+        isUnclear = hasDescriptors(stream, at + 1, stream.bytes.size());
         return true;
     }
 
 private:
+    static bool hasDescriptors(const Stream& stream, size_t begin, size_t end) {
+        return std::any_of(stream.fds.lower_bound(begin), stream.fds.lower_bound(end),
+                           [](const auto& piece) { return piece.second > 0; });
+    }
     bool takes(const FrameHeader& header, const uint8_t* end) {
         switch (header.type) {
             case FrameType::kCall:
@@ -248,7 +257,13 @@ void talk(FuzzedDataProvider& data) {
         std::unique_lock<std::mutex> lock(gLock);
         gGone.wait(lock, [] { return gLiving == 0; });
     }
-    REQUIRE(takeLog().size() == (model.takes(stream) ? 0 : 1));
+    const size_t complaints = model.takes(stream) ? 0 : 1;
+    const size_t logged = takeLog().size();
+    if (model.isUnclear) {
+        REQUIRE(logged <= 1);
+        return;
+    }
+    REQUIRE(logged == complaints);
     REQUIRE(status == model.status);
     checkSent(peer.get(), model);
 }

@@ -115,8 +115,14 @@ FrameReader::Result FrameReader::receive(uint8_t* to, size_t size, bool block) {
     message.msg_controllen = sizeof(control);
     ssize_t count;
     do {
-        count = ::recvmsg(mFd, &message, MSG_CMSG_CLOEXEC | (block ? 0 : MSG_DONTWAIT));
-    } while (count < 0 && errno == EINTR);
+        if (block) {
+            // A sleep in recvmsg() would end twice for each reply: a first time when the peer has
+            // taken the call in and so made room in the socket.
+            pollfd waited = {mFd, POLLIN, 0};
+            ::poll(&waited, 1, -1);
+        }
+        count = ::recvmsg(mFd, &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
+    } while (count < 0 && (errno == EINTR || (errno == EAGAIN && block)));
     if (count < 0) {
         return errno == EAGAIN ? Result::kWouldBlock : Result::kClosed;
     }
