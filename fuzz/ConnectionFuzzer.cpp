@@ -20,24 +20,32 @@ using namespace fuzz;
 
 namespace {
 
-/// What has to be gone in the end: the connection, and the object that the peer may call.
 std::mutex gLock;
-std::condition_variable gGone;
-int gLiving = 0;
+std::condition_variable gChanged;
+/// What has to be gone in the end: the connection, and the object that the peer may call.
+size_t gLiving = 0;
+/// Calls that the object has got.
+size_t gRuns = 0;
 
-void count(int change) {
+void add(size_t* count, size_t change) {
     const std::lock_guard<std::mutex> lock(gLock);
-    gLiving += change;
-    gGone.notify_all();
+    *count += change;
+    gChanged.notify_all();
+}
+
+void waitUntil(const size_t& count, size_t value) {
+    std::unique_lock<std::mutex> lock(gLock);
+    gChanged.wait(lock, [&] { return count == value; });
 }
 
 class Target : public BBinder {
 public:
-    Target() { count(1); }
+    Target() { add(&gLiving, 1); }
 
 protected:
-    ~Target() override { count(-1); }
+    ~Target() override { add(&gLiving, size_t(-1)); }
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
+        add(&gRuns, 1);
         switch (code) {
             case 1:
                 return reply->write(data.data(), data.dataSize());
@@ -78,7 +86,6 @@ struct Stream {
             count = nextCount;
         }
         send(socket, begin, bytes.size(), count);
-        REQUIRE(shutdown(socket, SHUT_WR) == 0);
     }
 
     std::vector<uint8_t> bytes;
@@ -114,6 +121,7 @@ struct Model {
     size_t ahead = 0;      ///< bytes of oneway calls
     status_t status = DEAD_OBJECT;
     std::set<uint64_t> calls;
+    size_t runs = 0;  ///< of the object's calls, those on behalf of call 1 aside
     /// Descriptors came with another byte than the first of a frame that has some. How far the
     /// connection then goes depends on how much it has read at once.
     bool isUnclear = false;
@@ -132,8 +140,8 @@ struct Model {
             const size_t end = at + sizeof(header) + header.dataSize + 24u * header.objectCount;
             const auto own = stream.fds.find(at);
             const size_t fds = own != stream.fds.end() ? own->second : 0;
-            isUnclear = isUnclear || (fds > 0 && header.fdCount == 0) ||
-                        hasDescriptors(stream, at + 1, end);
+            isUnclear = isUnclear || hasDescriptors(stream, at + 1, end) ||
+                        (fds > 0 && header.fdCount == 0 && end != stream.bytes.size());
             if (end > stream.bytes.size()) {
                 return true;
             }
@@ -157,6 +165,7 @@ private:
                 if ((header.flags & IBinder::FLAG_ONEWAY) == 0) {
                     calls.insert(header.callId);
                 }
+                runs += header.nestedIn != 1 || (header.flags & IBinder::FLAG_ONEWAY) != 0 ? 1 : 0;
                 return header.target == 1 && exported && hasSoundObjects(header, end);
             case FrameType::kReply:
                 if (!std::exchange(awaited, false) || header.callId != 1 ||
@@ -226,9 +235,10 @@ void talk(FuzzedDataProvider& data) {
         new Connection(process, ForkSafeFd(ends[0]), {getpid(), getuid(), 1}),
         [](Connection* dead) {
             delete dead;
-            count(-1);
+            add(&gLiving, size_t(-1));
         });
-    count(1);
+    gLiving = 1;
+    gRuns = 0;
     REQUIRE(connection->exportObject(new Target) == 1);
 
     Model model;
@@ -237,11 +247,18 @@ void talk(FuzzedDataProvider& data) {
         REQUIRE(proxy->transact(9, Parcel(), nullptr, IBinder::FLAG_ONEWAY) == OK);
         model.ahead = 256;
     }
-    model.awaited = (choice & kAwaits) != 0;
-    status_t status = DEAD_OBJECT;
-    if (model.awaited) {
-        // Everything is there before the call, which reads it as far as its reply.
+    const bool awaits = model.awaited = (choice & kAwaits) != 0;
+    const size_t complaints = model.takes(stream) ? 0 : 1;
+    const bool endsLater = complaints == 0 && !model.isUnclear && !model.awaited;
+    const auto end = [&] { REQUIRE(shutdown(peer.get(), SHUT_WR) == 0); };
+    const auto send = [&] {
         stream.sendTo(peer.get());
+        return endsLater ? void() : end();
+    };
+    status_t status = DEAD_OBJECT;
+    if (awaits) {
+        // Everything is there before the call, which reads it as far as its reply.
+        send();
         Parcel reply;
         status = proxy->transact(9, Parcel(), &reply);
     }
@@ -250,14 +267,15 @@ void talk(FuzzedDataProvider& data) {
     }
     proxy.clear();
     connection.reset();
-    if ((choice & kAwaits) == 0) {
-        stream.sendTo(peer.get());
+    if (!awaits) {
+        send();
     }
-    {
-        std::unique_lock<std::mutex> lock(gLock);
-        gGone.wait(lock, [] { return gLiving == 0; });
+    if (endsLater) {
+        // Nothing may lie about until something else comes.
+        waitUntil(gRuns, model.runs);
+        end();
     }
-    const size_t complaints = model.takes(stream) ? 0 : 1;
+    waitUntil(gLiving, 0);
     const size_t logged = takeLog().size();
     if (model.isUnclear) {
         REQUIRE(logged <= 1);
