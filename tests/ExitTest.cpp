@@ -4,17 +4,21 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <iostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "client/DisplayEngineManager.h"
 #include "common/DisplayEngineCleanCommon.h"
 #include "support/ChildProcess.h"
 #include "support/ProcessingLibrary.h"
+#include "support/ThreadState.h"
 
 using android::sp;
 using Texts = std::vector<std::string>;
@@ -29,7 +33,8 @@ sp<DisplayEngineManager>& client() {
     return theClient;
 }
 
-processing::Gate& joined() {
+/** Opens when the frame that is held up may be done. */
+processing::Gate& gate() {
     static processing::Gate& theGate = *new processing::Gate;
     return theGate;
 }
@@ -38,7 +43,7 @@ processing::Gate& joined() {
 void watchForJoin(const struct __android_log_message* message) {
     __android_log_stderr_logger(message);
     if (std::string(message->message).find("join") != std::string::npos) {
-        joined().open();
+        gate().open();
     }
 }
 
@@ -61,9 +66,20 @@ bool offer() {
     return processing::count("AisrProcess") == before + 1;
 }
 
+/** A thread stops the app, and waits in the engine for the frame; the exit opens the gate. */
+void visit() {
+    std::promise<pid_t> visitor;
+    std::thread([&] {
+        visitor.set_value(ownThread());
+        client()->onVideoAppStop();
+    }).detach();
+    waitUntilAsleep(visitor.get_future().get());
+    std::atexit([] { gate().open(); });
+}
+
 /**
  * A client that offers a frame, waits for a line, offers another, and exits; told to, while a frame
- * is held up in the processing library until the engine waits for its worker.
+ * is held up in the processing library until the engine waits for its worker, or for a visitor.
  */
 int runClient(const std::string& mode) {
     processing::use("without_nothing");
@@ -76,16 +92,20 @@ int runClient(const std::string& mode) {
     std::string line;
     std::getline(std::cin, line);
     std::cout << "second: " << offer() << std::endl;
-    if (mode == "busy") {
+    if (mode != "idle") {
         processing::setHook([](const processing::Call& call) {
             if (call.entry == "AisrProcess") {
-                joined().pass();
+                gate().pass();
+                waitUntilAsleep(getpid());
                 __android_log_print(ANDROID_LOG_INFO, "TEST", "the frame is done");
             }
             return 0;
         });
         offer();
         processing::waitFor("AisrProcess", 3);
+        if (mode == "visited") {
+            visit();
+        }
     }
     return 0;
 }
@@ -144,6 +164,13 @@ TEST_F(Exit, WaitsForTheFrameInProcessing) {
     EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
     expectOrder({"expired", "unregisterCallback:", "join", "the frame is done", "enhance died.",
                  "~AisrAlgorithm:", "Unload library."});
+}
+
+TEST_F(Exit, WaitsForThoseWhoAreInTheEngine) {
+    run("visited", [] {});
+    EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
+    expectOrder({"expired", "the frame is done", "~AisrEngine:", "unregisterCallback:", "join",
+                 "Unload library."});
 }
 
 TEST_F(Exit, GoesOnWhenTheServiceHasDied) {
