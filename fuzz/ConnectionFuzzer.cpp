@@ -33,9 +33,10 @@ void add(size_t* count, size_t change) {
     gChanged.notify_all();
 }
 
-void waitUntil(const size_t& count, size_t value) {
+template <typename F>
+void waitUntil(F isReached) {
     std::unique_lock<std::mutex> lock(gLock);
-    gChanged.wait(lock, [&] { return count == value; });
+    gChanged.wait(lock, isReached);
 }
 
 class Target : public BBinder {
@@ -121,7 +122,7 @@ struct Model {
     size_t ahead = 0;      ///< bytes of oneway calls
     status_t status = DEAD_OBJECT;
     std::set<uint64_t> calls;
-    size_t runs = 0;  ///< of the object's calls, those on behalf of call 1 aside
+    size_t runs = 0;  ///< of calls, those aside that wait for the thread of call 1
     /// Descriptors came with another byte than the first of a frame that has some. How far the
     /// connection then goes depends on how much it has read at once.
     bool isUnclear = false;
@@ -155,6 +156,10 @@ struct Model {
     }
 
 private:
+    /// Whether the call is for the thread that awaits the reply. It may come too late for that.
+    bool isNested(const FrameHeader& header) const {
+        return awaited && header.nestedIn == 1 && (header.flags & IBinder::FLAG_ONEWAY) == 0;
+    }
     static bool hasDescriptors(const Stream& stream, size_t begin, size_t end) {
         return std::any_of(stream.fds.lower_bound(begin), stream.fds.lower_bound(end),
                            [](const auto& piece) { return piece.second > 0; });
@@ -165,7 +170,7 @@ private:
                 if ((header.flags & IBinder::FLAG_ONEWAY) == 0) {
                     calls.insert(header.callId);
                 }
-                runs += header.nestedIn != 1 || (header.flags & IBinder::FLAG_ONEWAY) != 0 ? 1 : 0;
+                runs += isNested(header) ? 0 : 1;
                 return header.target == 1 && exported && hasSoundObjects(header, end);
             case FrameType::kReply:
                 if (!std::exchange(awaited, false) || header.callId != 1 ||
@@ -272,10 +277,10 @@ void talk(FuzzedDataProvider& data) {
     }
     if (endsLater) {
         // Nothing may lie about until something else comes.
-        waitUntil(gRuns, model.runs);
+        waitUntil([&] { return gRuns >= model.runs; });
         end();
     }
-    waitUntil(gLiving, 0);
+    waitUntil([] { return gLiving == 0; });
     const size_t logged = takeLog().size();
     if (model.isUnclear) {
         REQUIRE(logged <= 1);
