@@ -8,8 +8,10 @@
 // engine's. It cannot do with fewer, since it must not spin beside a decoder. The bare floor has no
 // queue, no clock, no lock and no allocation, its futexes are private to the process, and it would
 // wait for ever. The timed floor is the same with a time limit to both waits, as the engine has
-// one: setting the kernel's timer up and taking it back is most of what the engine adds on one
-// core.
+// one. The standard one hands a task over and waits for its future, as the engine does, by the
+// standard library's means and with nothing around: before the worker gets to wake the caller, it
+// has called the kernel twice for nobody, once for the mutex that it took again in the condition's
+// wait, and once in the promise.
 //
 // Everything is measured in two places, with the same affinities for engine and floor. On two
 // cores, caller and worker have one each, as on a machine with room for both: most of the time is
@@ -22,7 +24,12 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <ctime>
+#include <deque>
+#include <future>
+#include <mutex>
 #include <thread>
 
 #include "nothing/NothingProcess.h"
@@ -105,6 +112,60 @@ private:
     std::thread mWorker;
 };
 
+/** A queue of tasks with a worker, as the engine has, and a caller that waits for each. */
+class TaskHandOff {
+public:
+    TaskHandOff() : mWorker([this] { work(); }) {}
+    ~TaskHandOff() {
+        submit([this] { return mIsAlive = false, 0; });
+        mWorker.join();
+    }
+    TaskHandOff(const TaskHandOff&) = delete;
+    TaskHandOff& operator=(const TaskHandOff&) = delete;
+
+    void frame() {
+        submit([] {
+            return processFrame(), 0;
+        }).wait_until(std::chrono::system_clock::now() + kLimit);
+    }
+
+private:
+    static constexpr std::chrono::seconds kLimit{100};
+
+    template <typename FUNC>
+    std::future<int> submit(FUNC func) {
+        std::packaged_task<int()> task(func);
+        std::future<int> result = task.get_future();
+        {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            mTasks.push_back(std::move(task));
+        }
+        mCondition.notify_one();
+        return result;
+    }
+
+    void work() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        while (mIsAlive) {
+            if (mTasks.empty()) {
+                mCondition.wait_until(lock, std::chrono::steady_clock::now() + kLimit);
+            } else {
+                std::packaged_task<int()> task = std::move(mTasks.front());
+                mTasks.pop_front();
+                lock.unlock();
+                task();
+                lock.lock();
+            }
+        }
+    }
+
+    std::mutex mMutex;
+    std::condition_variable mCondition;
+    std::deque<std::packaged_task<int()>> mTasks;
+    bool mIsAlive = true;  // the worker's
+    std::thread mWorker;
+};
+
 /** How often all threads of the process have gone to sleep of their own accord. */
 int64_t sleeps() {
     rusage usage{};
@@ -145,6 +206,13 @@ void floor(benchmark::State& state, Place place, bool isTimed) {
     measure(state, [&] { handOff.frame(); });
 }
 
+void tasks(benchmark::State& state, Place place) {
+    Affinity affinity(place);
+    TaskHandOff handOff;
+    affinity.callerGoes();
+    measure(state, [&] { handOff.frame(); });
+}
+
 void direct(benchmark::State& state) {
     measure(state, &processFrame);
 }
@@ -160,8 +228,10 @@ void registerBenchmarks() {
     const auto timed = [](auto& state, Place place) { floor(state, place, true); };
     add("engineTwoCores", Place::kTwoCores, &engine);
     add("bareTwoCores", Place::kTwoCores, bare);
+    add("tasksTwoCores", Place::kTwoCores, &tasks);
     add("engineOneCore", Place::kOneCore, &engine);
     add("bareOneCore", Place::kOneCore, bare);
+    add("tasksOneCore", Place::kOneCore, &tasks);
     add("timedOneCore", Place::kOneCore, timed);
     RegisterBenchmark("direct", &direct)->UseRealTime();
 }
@@ -176,13 +246,18 @@ int main(int argc, char** argv) {
         "A frame through `AisrEngine::enhance`",
         {{"frame, two cores", "engineTwoCores", "bare futex hand-off", "bareTwoCores",
           Wanted::kAtMost, 1.25},
+         {"frame, two cores", "engineTwoCores", "hand-off of a standard task", "tasksTwoCores",
+          Wanted::kAtMost, 1.25},
          {"frame, one core", "engineOneCore", "futex hand-off with time limits", "timedOneCore",
+          Wanted::kAtMost, 1.25},
+         {"frame, one core", "engineOneCore", "hand-off of a standard task", "tasksOneCore",
           Wanted::kAtMost, 1.25},
          {"frame, one core", "engineOneCore", "bare futex hand-off", "bareOneCore"},
          {"frame, one core", "engineOneCore", "the entries called directly", "direct"}},
         {"The processing library does nothing, and the logs are off. A hand-off is two threads "
-         "that "
-         "wake each other by futex and sleep until woken, there and back. Engine and hand-off are "
-         "pinned alike."},
+         "that wake each other by futex and sleep until woken, there and back. That of a standard "
+         "task has the engine's queue of packaged tasks, mutex, condition variable and future, and "
+         "nothing else: what it takes more than the bare one is the standard library's. Engine and "
+         "hand-offs are pinned alike."},
         argc, argv);
 }
