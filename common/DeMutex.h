@@ -36,6 +36,7 @@ private:
 /** Holds a mutex until the end of the scope: a std::unique_lock, in size and cost. */
 class DE_THREAD_ANNOTATION(scoped_lockable) DeMutexLock {
 public:
+    /** Takes the mutex. */
     explicit DeMutexLock(DeMutex& mutex) DE_THREAD_ANNOTATION(acquire_capability(mutex))
         : mLock(mutex.mMutex) {}
     ~DeMutexLock() DE_THREAD_ANNOTATION(release_capability()) = default;
