@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <binder/IBinder.h>
@@ -71,10 +72,10 @@ public:
 
     /** `type` of getEffect and setData. */
     enum : int32_t {
-        DE_DATA_TYPE_ALPHA = 14,             ///< with DE_FEATURE_FOLDINGCOMPENSATION
-        DE_DATA_TYPE_FRAMERATE = 15,         ///< the data holds the string "FPS"
-        DE_DATA_TYPE_LOCAL_HBM = 16,         ///< with DE_FEATURE_LOCAL_HBM
-        DE_DATA_TYPE_CWB_FORCE_ENABLE = 24,  ///< the data holds the int "forceEnable", 0 or 1
+        DE_DATA_TYPE_ALPHA = 14,            /**< with DE_FEATURE_FOLDINGCOMPENSATION */
+        DE_DATA_TYPE_FRAMERATE = 15,        /**< the data holds the string "FPS" */
+        DE_DATA_TYPE_LOCAL_HBM = 16,        /**< with DE_FEATURE_LOCAL_HBM */
+        DE_DATA_TYPE_CWB_FORCE_ENABLE = 24, /**< the data holds the int "forceEnable", 0 or 1 */
     };
 
     /** Value of the key "Type" in the data of getEffectExByData. */

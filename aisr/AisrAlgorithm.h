@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <atomic>
@@ -76,18 +77,18 @@ private:
     // REQUIRES: the library is loaded, and stays so.
     bool setParam(int tag, const void* data, unsigned long size);
 
-    DeMutex mMutex;  ///< Loading, initialising, de-initialising and unloading.
+    DeMutex mMutex; /**< Loading, initialising, de-initialising and unloading. */
     void* mHandle DE_GUARDED_BY(mMutex) = nullptr;
     bool mIsLoaded DE_GUARDED_BY(mMutex) = false;
-    std::atomic<bool> mIsInited{false};  ///< Set under mMutex; lets the others use the entries.
-    void* mContext = nullptr;            ///< The library's own; only its address is used here.
+    std::atomic<bool> mIsInited{false}; /**< Set under mMutex; lets the others use the entries. */
+    void* mContext = nullptr;           /**< The library's own; only its address is used here. */
     ContextFunc mInitFunc DE_GUARDED_BY(mMutex) = nullptr;
     ContextFunc mDeinitFunc DE_GUARDED_BY(mMutex) = nullptr;
     // These two are found under mMutex and constant from the first initialisation on: frames and
     // cancels call them without it, after they have seen mIsInited.
     ContextFunc mProcessFunc = nullptr;
-    UnusedFunc mDoCleanFunc DE_GUARDED_BY(mMutex) = nullptr;   ///< Required, but never called.
-    UnusedFunc mGetParamFunc DE_GUARDED_BY(mMutex) = nullptr;  ///< Required, but never called.
+    UnusedFunc mDoCleanFunc DE_GUARDED_BY(mMutex) = nullptr;  /**< Required, but never called. */
+    UnusedFunc mGetParamFunc DE_GUARDED_BY(mMutex) = nullptr; /**< Required, but never called. */
     SetParamFunc mSetParamFunc = nullptr;
 
     // The library's deinit entry must overlap neither processing nor a cancel, while a cancel must

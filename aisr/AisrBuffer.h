@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstddef>
@@ -11,14 +12,14 @@
 
 /** One frame, in the processing library's order. The planes belong to the media client. */
 struct AisrBuffer {
-    uint64_t id;        ///< Identifier of the stream the frame belongs to.
-    uint64_t idx;       ///< Index of the frame within its stream.
-    int32_t width;      ///< Pixels.
-    int32_t height;     ///< Rows.
-    int32_t stride;     ///< Row stride of the planes.
-    uint32_t reserved;  ///< Always 0.
-    void* y;            ///< Luma plane.
-    void* uv;           ///< Chroma plane.
+    uint64_t id;       /**< Identifier of the stream the frame belongs to. */
+    uint64_t idx;      /**< Index of the frame within its stream. */
+    int32_t width;     /**< Pixels. */
+    int32_t height;    /**< Rows. */
+    int32_t stride;    /**< Row stride of the planes. */
+    uint32_t reserved; /**< Always 0. */
+    void* y;           /**< Luma plane. */
+    void* uv;          /**< Chroma plane. */
 };
 
 static_assert(sizeof(AisrBuffer) == 48 && alignof(AisrBuffer) == 8);
@@ -36,8 +37,8 @@ static_assert(offsetof(AisrBuffer, uv) == 40);
  * through it. In the header `prev` is the last node and `next` the first.
  */
 struct AisrBufferLinks {
-    AisrBufferLinks* prev;  ///< The node before; from the first one, the header.
-    AisrBufferLinks* next;  ///< The node behind; from the last one, the header.
+    AisrBufferLinks* prev; /**< The node before; from the first one, the header. */
+    AisrBufferLinks* next; /**< The node behind; from the last one, the header. */
 };
 
 /**
@@ -46,14 +47,14 @@ struct AisrBufferLinks {
  * the header the other way round.
  */
 struct AisrBufferList {
-    AisrBufferLinks ends;  ///< Last node, then first node; the header itself when empty.
-    uint64_t count;        ///< Number of nodes.
+    AisrBufferLinks ends; /**< Last node, then first node; the header itself when empty. */
+    uint64_t count;       /**< Number of nodes. */
 };
 
 /** A node of the list. */
 struct AisrBufferNode {
-    AisrBufferLinks links;  ///< Its place in the list.
-    AisrBuffer buffer;      ///< The element.
+    AisrBufferLinks links; /**< Its place in the list. */
+    AisrBuffer buffer;     /**< The element. */
 };
 
 static_assert(sizeof(AisrBufferList) == 24 && sizeof(AisrBufferNode) == 64);
@@ -68,9 +69,9 @@ static_assert(offsetof(AisrBufferNode, buffer) == 16);
 enum AisrTag : int32_t {
     AISR_TAG_NEW_MEM = 0,
     AISR_TAG_DEL_MEM = 1,
-    AISR_TAG_SET_BUF = 2,        ///< AisrBufferList of the frames that the next process call takes.
-    AISR_TAG_SET_TIMEOUT = 3,    ///< AisrBuffer of a frame to abandon; may come during processing.
-    AISR_TAG_SET_LOG_LEVEL = 4,  ///< int32: 3 when the product is debugged, else 1.
+    AISR_TAG_SET_BUF = 2,     /**< AisrBufferList of the frames that the next process call takes. */
+    AISR_TAG_SET_TIMEOUT = 3, /**< AisrBuffer of a frame to abandon; may come during processing. */
+    AISR_TAG_SET_LOG_LEVEL = 4, /**< int32: 3 when the product is debugged, else 1. */
     AISR_TAG_NUM = 5,
 };
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <binder/Status.h>
@@ -34,9 +35,9 @@ class DE_EXPORT AisrEngine {
 public:
     /** What has to hold for enhancement to be wanted. */
     enum EnhanceCondition : int {
-        EN_COND_ENABLE = 0,  ///< Switched on, by the service or the client.
-        EN_COND_RECT = 1,    ///< The video's size lies in the configured range.
-        EN_COND_FPS = 2,     ///< The video's frame rate does not exceed the configured ceiling.
+        EN_COND_ENABLE = 0, /**< Switched on, by the service or the client. */
+        EN_COND_RECT = 1,   /**< The video's size lies in the configured range. */
+        EN_COND_FPS = 2,    /**< The video's frame rate does not exceed the configured ceiling. */
     };
 
     AisrEngine();
@@ -129,8 +130,8 @@ private:
     // The order of the members is fixed. mAlgorithm is the last to be destroyed: the worker has
     // been joined by then.
     AisrAlgorithm mAlgorithm;
-    bool mIsInitialized = false;  ///< Changes once, in initialize().
-    std::string mAppName;         ///< Name of the process; the engine's key with the service.
+    bool mIsInitialized = false; /**< Changes once, in initialize(). */
+    std::string mAppName;        /**< Name of the process; the engine's key with the service. */
 
     // Configuration: written in initialize(), only read afterwards.
     int32_t mMinWidth = 512;
@@ -148,15 +149,16 @@ private:
 
     // Worker, queue, overload latch and monitor. mTaskMutex is never held together with
     // mStateMutex, nor while the library processes a frame, nor while a caller waits for one.
-    std::condition_variable mTaskCond;  ///< Wakes the worker: a task was queued, or it must stop.
+    std::condition_variable mTaskCond; /**< Wakes the worker: a task was queued, or it must stop. */
     DeMutex mTaskMutex;
-    std::atomic<bool> mIsReady{false};  ///< Changes once, under the lock; read without it as well.
+    std::atomic<bool> mIsReady{
+        false}; /**< Changes once, under the lock; read without it as well. */
     int32_t mRetryCount DE_GUARDED_BY(mTaskMutex) = 5;
     uint64_t mLastId DE_GUARDED_BY(mTaskMutex) = 0;
     uint64_t mFrameIdx DE_GUARDED_BY(mTaskMutex) = 0;
     bool mIsEnhanceAlive DE_GUARDED_BY(mTaskMutex) = false;
     std::thread mThread DE_GUARDED_BY(mTaskMutex);
-    std::deque<std::packaged_task<int()>> mTasks DE_GUARDED_BY(mTaskMutex);  ///< At most one.
+    std::deque<std::packaged_task<int()>> mTasks DE_GUARDED_BY(mTaskMutex); /**< At most one. */
     bool mIsOverload DE_GUARDED_BY(mTaskMutex) = false;
     std::deque<SteadyClock::time_point> mTimeoutHistory DE_GUARDED_BY(mTaskMutex);
     SteadyClock::time_point mMonitorStart DE_GUARDED_BY(mTaskMutex);

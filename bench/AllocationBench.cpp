@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Heap allocations of a frame. Everything that the process takes from the heap is counted here, on
 // the caller's thread and on the others, which is the worker alone while frames are offered.
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How long a call of AisrEngine::enhance() outlasts the abort limit, when the processing library's
 // times are long-tailed and one core of the machine is kept busy.
 //
@@ -126,10 +127,10 @@ struct Excess {
 };
 
 struct Outcome {
-    Excess expired;       ///< Of the frames that expired.
-    Excess bare;          ///< Of the bare waits, one after each expired frame.
-    double longest = 0;   ///< Of all frames, also of those whose result came in time.
-    uint64_t frames = 0;  ///< Processed by the library.
+    Excess expired;      /**< Of the frames that expired. */
+    Excess bare;         /**< Of the bare waits, one after each expired frame. */
+    double longest = 0;  /**< Of all frames, also of those whose result came in time. */
+    uint64_t frames = 0; /**< Processed by the library. */
 };
 
 Outcome measure() {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the engine adds to a frame: the whole way through AisrEngine::enhance(), with a processing
 // library that does nothing and the logs off, against the least that handing it to another thread
 // and waiting for it costs, and against calling the library's entries directly.

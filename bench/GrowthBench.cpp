@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // That a process can go on for ever: a million frames, a thousand streams and ten thousand
 // callbacks that are registered and withdrawn, over the facade and with the sample service as a
 // second process. Memory, descriptors and threads of both processes, and the time of a frame, must
@@ -61,7 +62,7 @@ struct Holdings {
 };
 
 struct Sample {
-    double frameNs = 0;  ///< Median of the frames since the last sample.
+    double frameNs = 0; /**< Median of the frames since the last sample. */
     Holdings client;
     Holdings service;
 };

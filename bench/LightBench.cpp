@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The calls that are to cost next to nothing: the question before each frame, a frame that is
 // refused, and a log statement that is switched off.
 #include <benchmark/benchmark.h>

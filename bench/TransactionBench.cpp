@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A two-way transaction between two processes, beside the least that two processes need to exchange
 // the same bytes, and beside another bus that connects two processes directly.
 //

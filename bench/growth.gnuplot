@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Draws the samples of GrowthBench: gnuplot -e "samples='IN.dat'; picture='OUT.png'" growth.gnuplot
 set terminal pngcairo size 900,640 font "sans,10"
 set output picture

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <pthread.h>
@@ -103,7 +104,7 @@ private:
 
     // Owns one strong reference; set at most once, under the lock, and read without it.
     std::atomic<com::tivora::displayengine::IDisplayEngineService*> mService{nullptr};
-    pthread_mutex_t mServiceLock;  ///< One first lookup at a time.
+    pthread_mutex_t mServiceLock; /**< One first lookup at a time. */
     bool mSupportRgLedPrinted = false;
     bool mSupportRgLedQueried = false;
     int32_t mSupportRgLed = 0;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <atomic>
@@ -77,8 +78,8 @@ private:
     DE_HIDDEN void withEngine(OPERATION operation);
 
     // Atomic, published with release order after the engine is stored.
-    std::atomic<int32_t> mAisrValid{0};  ///< kUndetermined, kValid or kInvalid.
-    DeMutex mAisrMutex;                  ///< Held while the validity is being determined.
+    std::atomic<int32_t> mAisrValid{0}; /**< kUndetermined, kValid or kInvalid. */
+    DeMutex mAisrMutex;                 /**< Held while the validity is being determined. */
     std::unique_ptr<AisrEngine> mAisrEngine DE_GUARDED_BY(mAisrMutex);
 
     // Exit. These two and mAisrValid are read by calls that come after the destructor: they lie in

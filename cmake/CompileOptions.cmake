@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Warnings and sanitizers that every target of this project is built with.
 add_library(displayengine_options INTERFACE)
 target_compile_options(displayengine_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Werror

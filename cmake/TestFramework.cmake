@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # GoogleTest for the C++ runtime that is built with. The distribution's build of it is made for the
 # build machine with libstdc++; for anything else it is built from the distribution's sources.
 include(CheckCXXSymbolExists)

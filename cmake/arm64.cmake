@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Toolchain for 64-bit Arm with Debian's cross compiler. Programs built by it run on the build
 # machine under the emulator.
 set(CMAKE_SYSTEM_NAME Linux)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstddef>
@@ -18,13 +19,13 @@ namespace Aisr {
  * The layout is fixed: clients and this library are built apart.
  */
 struct BufferInfo {
-    uint64_t id;     ///< Identifier of the stream the frame belongs to; never 0 in a valid record.
-    void* y;         ///< Luma plane.
-    void* uv;        ///< Chroma plane.
-    int32_t width;   ///< Pixels, at least 1.
-    int32_t height;  ///< Rows, at least 1.
-    int32_t stride;  ///< Row stride of the planes, at least 1.
-    uint64_t idx;    ///< Index of the frame within its stream; written by the engine.
+    uint64_t id;   /**< Identifier of the stream the frame belongs to; never 0 in a valid record. */
+    void* y;       /**< Luma plane. */
+    void* uv;      /**< Chroma plane. */
+    int32_t width; /**< Pixels, at least 1. */
+    int32_t height; /**< Rows, at least 1. */
+    int32_t stride; /**< Row stride of the planes, at least 1. */
+    uint64_t idx;   /**< Index of the frame within its stream; written by the engine. */
 };
 
 static_assert(sizeof(BufferInfo) == 48 && alignof(BufferInfo) == 8);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <atomic>
@@ -22,8 +23,8 @@ class String16;
  * are not.
  */
 extern DE_EXPORT std::atomic<bool> g_delogdEnable;
-extern DE_EXPORT std::atomic<bool> g_delogiEnable;  ///< The same for info messages.
-extern DE_EXPORT std::atomic<bool> g_delogvEnable;  ///< The same for verbose messages.
+extern DE_EXPORT std::atomic<bool> g_delogiEnable; /**< The same for info messages. */
+extern DE_EXPORT std::atomic<bool> g_delogvEnable; /**< The same for verbose messages. */
 
 static_assert(sizeof(g_delogdEnable) == 1, "the log switches are exported as one-byte variables");
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "DE N DECC"
 
 #include <cutils/properties.h>

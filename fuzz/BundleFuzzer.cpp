@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes read as a bundle: accepted or refused whole, and the same again once written.
 #include <binder/PersistableBundle.h>
 
@@ -11,7 +12,7 @@ using namespace fuzz;
 
 namespace {
 
-/// Follows the format with as little as it takes to say where a bundle ends.
+/** Follows the format with as little as it takes to say where a bundle ends. */
 class Format {
 public:
     Format(const uint8_t* bytes, size_t size) : mBytes(bytes), mSize(size) {}
@@ -46,7 +47,7 @@ public:
     }
 
     size_t position = 0;
-    bool canonical = true;  ///< nothing so far that is written in another way
+    bool canonical = true; /**< nothing so far that is written in another way */
 
 private:
     bool skip(size_t size) {
@@ -58,7 +59,7 @@ private:
         position += there ? padded : 0;
         return there;
     }
-    /// A number that is not negative.
+    /** A number that is not negative. */
     bool number(uint32_t* value) {
         if (skip(4)) {
             std::memcpy(value, mBytes + position - 4, 4);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes and descriptors from the peer of a living connection: only sound frames are taken, the
 // first other one ends the connection, and nothing of it stays behind.
 #include <binder/ProcessState.h>
@@ -22,9 +23,9 @@ namespace {
 
 std::mutex gLock;
 std::condition_variable gChanged;
-/// What has to be gone in the end: the connection, and the object that the peer may call.
+/** What has to be gone in the end: the connection, and the object that the peer may call. */
 size_t gLiving = 0;
-/// Calls that the object has got.
+/** Calls that the object has got. */
 size_t gRuns = 0;
 
 void add(size_t* count, size_t change) {
@@ -68,7 +69,7 @@ private:
     sp<IBinder> mKept;
 };
 
-/// What the peer sends: a stream, in pieces of which each may bring descriptors along.
+/** What the peer sends: a stream, in pieces of which each may bring descriptors along. */
 struct Stream {
     explicit Stream(FuzzedDataProvider& data) {
         for (int count = data.ConsumeIntegralInRange(0, 3); count > 0; --count) {
@@ -90,7 +91,7 @@ struct Stream {
     }
 
     std::vector<uint8_t> bytes;
-    std::map<size_t, size_t> fds;  ///< descriptors by the offset of the byte that they come with
+    std::map<size_t, size_t> fds; /**< descriptors by the offset of the byte that they come with */
 
 private:
     void send(int socket, size_t begin, size_t end, size_t count) const {
@@ -115,19 +116,21 @@ private:
     }
 };
 
-/// The connection's state as far as it tells a sound frame from another.
+/** The connection's state as far as it tells a sound frame from another. */
 struct Model {
-    bool exported = true;  ///< handle 1
-    bool awaited = false;  ///< the reply to call 1
-    size_t ahead = 0;      ///< bytes of oneway calls
+    bool exported = true; /**< handle 1 */
+    bool awaited = false; /**< the reply to call 1 */
+    size_t ahead = 0;     /**< bytes of oneway calls */
     status_t status = DEAD_OBJECT;
     std::set<uint64_t> calls;
-    size_t runs = 0;  ///< of calls, those aside that wait for the thread of call 1
-    /// Descriptors came with another byte than the first of a frame that has some. How far the
-    /// connection then goes depends on how much it has read at once.
+    size_t runs = 0; /**< of calls, those aside that wait for the thread of call 1 */
+    /**
+     * Descriptors came with another byte than the first of a frame that has some. How far the
+     * connection then goes depends on how much it has read at once.
+     */
     bool isUnclear = false;
 
-    /// Whether all frames of a stream are sound; the end may come anywhere.
+    /** Whether all frames of a stream are sound; the end may come anywhere. */
     bool takes(const Stream& stream) {
         FrameHeader header;
         size_t at = 0;
@@ -156,7 +159,7 @@ struct Model {
     }
 
 private:
-    /// Whether the call is for the thread that awaits the reply. It may come too late for that.
+    /** Whether the call is for the thread that awaits the reply. It may come too late for that. */
     bool isNested(const FrameHeader& header) const {
         return awaited && header.nestedIn == 1 && (header.flags & IBinder::FLAG_ONEWAY) == 0;
     }
@@ -212,7 +215,7 @@ private:
     }
 };
 
-/// What the process has sent: whole frames, and replies only to calls.
+/** What the process has sent: whole frames, and replies only to calls. */
 void checkSent(int socket, const Model& model) {
     std::vector<uint8_t> sent(1 << 18);
     const ssize_t size = recv(socket, sent.data(), sent.size(), MSG_DONTWAIT);

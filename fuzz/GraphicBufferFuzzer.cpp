@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Graphic buffers out of any parcel, with real descriptors: alone, and inside their parcelable.
 #include <cstring>
 
@@ -23,7 +24,7 @@ enum Word {
     WORDS
 };
 
-/// What a flat form stands for; without bytes, no image.
+/** What a flat form stands for; without bytes, no image. */
 struct Image {
     uint32_t words[WORDS] = {kMagic};
     size_t bytes = 0;
@@ -59,7 +60,7 @@ struct Image {
         return OK;
     }
 
-    /// Follows the parcel as far as it goes; `reached` tells whether that was far enough.
+    /** Follows the parcel as far as it goes; `reached` tells whether that was far enough. */
     status_t read(const Parcel& parcel, const Input& input, bool* reached) {
         int32_t size = 0, count = 0;
         const bool sized = parcel.readInt32(&size) == OK;

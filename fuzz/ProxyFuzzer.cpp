@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Both proxies before a remote end that answers anything: what is sent, and what is made of it.
 #include <functional>
 #include <memory>
@@ -10,7 +11,7 @@ using namespace fuzz;
 
 namespace {
 
-/// Keeps the request, and answers with an input.
+/** Keeps the request, and answers with an input. */
 class Remote : public BBinder {
 public:
     const Input* answer = nullptr;
@@ -54,7 +55,7 @@ Status call(de::IDisplayEngineCallback& callback, uint32_t code, Values* v) {
                      : callback.onEventWithData(v->numbers[0], v->bundle);
 }
 
-/// The status that stands at the front of a reply, or the error for its place.
+/** The status that stands at the front of a reply, or the error for its place. */
 Status readStatus(const Parcel& reply) {
     int32_t exception = 0, trace = 0, code = 0;
     String16 message;
@@ -76,7 +77,7 @@ Status readStatus(const Parcel& reply) {
                         : Status::fromExceptionCode(exception, String8(message));
 }
 
-/// The same values, with graphic buffers of their own.
+/** The same values, with graphic buffers of their own. */
 Values fresh(Values values) {
     for (de::DeGraphicBuffer& buffer : values.buffers) {
         Parcel parcel;
@@ -129,7 +130,7 @@ void callAndCompare(const sp<Remote>& remote, DEFAULT* fallback, const Operation
     REQUIRE(same(left, right));
 }
 
-/// A default cannot be taken away again, so there is one from the beginning.
+/** A default cannot be taken away again, so there is one from the beginning. */
 template <typename DEFAULT>
 DEFAULT* makeDefault() {
     auto made = std::make_unique<DEFAULT>();

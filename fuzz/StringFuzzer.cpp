@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The string utilities against the rules they follow, spelled out byte by byte.
 #include <utils/String16.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any transaction upon both stubs: what reaches the implementation, and what is answered.
 #include "support/Fuzzing.h"
 
@@ -5,7 +6,7 @@ using namespace fuzz;
 
 namespace {
 
-/// What a stub has to do with a request: the call that it makes, its reply and its result.
+/** What a stub has to do with a request: the call that it makes, its reply and its result. */
 status_t model(const Operation& operation, uint32_t code, const String16& name,
                const Parcel& request, const Status& outcome, Values* answers, Parcel* call,
                Parcel* reply) {

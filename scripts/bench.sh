@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds and runs the measurements against floors and peers, and makes one table of what they found.
 set -euo pipefail
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Measures which lines and branches of the library the tests reach.
 set -euo pipefail
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Shows the video path at work: installs what is missing, builds, starts the sample service, plays a
 # video through it for a while, and says where the pictures are.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Makes the reference from the headers and the pages of docs/. A warning is a failure.
 set -euo pipefail
 

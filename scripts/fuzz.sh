@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the fuzzers and lets them search for inputs that break a rule, or replays their corpora.
 set -euo pipefail
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds everything and runs the tests. Without options: the format check, the optimised build with
 # g++ and its tests, and a build with clang++ for its warnings.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Usage: ExportedSymbols.sh NM LIBRARY LIST
 # Compares the dynamic symbols that LIBRARY defines with LIST: demangled, sorted, one a line.
 set -euo pipefail

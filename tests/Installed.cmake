@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Tests of what leaves the build: the library's symbols, and the installed package.
 
 # Other compilers and sanitizers emit other helper symbols beside the library's own.

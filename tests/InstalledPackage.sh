@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Usage: InstalledPackage.sh cmake|pkg-config BUILD_DIR CONSUMER_DIR CMAKE CXX CXX_FLAGS [EMULATOR...]
 # Installs the build into a folder of its own and builds and runs the consumer against it, with
 # nothing of the source tree or the build tree in reach.

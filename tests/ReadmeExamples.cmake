@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The examples of the README as sources of a test, so that what a reader copies is what compiles.
 
 # readme_example(NAME SOURCE): makes the first C++ block after the README's line

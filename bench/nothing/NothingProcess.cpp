@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A processing library that does nothing with a frame, so that what is left of a frame's time is
 // the engine's own. It can be told to take its time, for the states that the engine gets into then.
 #include "nothing/NothingProcess.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <string>
@@ -12,12 +13,12 @@ struct Comparison {
     /** What the ratio of the medians has to be. */
     enum class Wanted { kNothing, kAtMost, kLess };
 
-    std::string what;        ///< For the reader: "a frame through the engine".
-    std::string subject;     ///< Name of its benchmark.
-    std::string besideWhat;  ///< "bare futex hand-off and back"
-    std::string beside;      ///< Name of the benchmark that it is measured against.
+    std::string what;       /**< For the reader: "a frame through the engine". */
+    std::string subject;    /**< Name of its benchmark. */
+    std::string besideWhat; /**< "bare futex hand-off and back" */
+    std::string beside;     /**< Name of the benchmark that it is measured against. */
     Wanted wanted = Wanted::kNothing;
-    double limit = 1.0;  ///< Ratio of the medians.
+    double limit = 1.0; /**< Ratio of the medians. */
 };
 
 /**

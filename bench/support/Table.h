@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <iosfwd>
@@ -10,20 +11,20 @@ namespace bench {
 
 /** Whether a figure is as wanted. */
 enum class Verdict {
-    kNone,  ///< Nothing is asked of it.
+    kNone, /**< Nothing is asked of it. */
     kMet,
-    kMissed,  ///< A warning: the machine may be busy.
-    kFailed,  ///< Missed, and no busy machine excuses it: the run fails.
+    kMissed, /**< A warning: the machine may be busy. */
+    kFailed, /**< Missed, and no busy machine excuses it: the run fails. */
 };
 
 /** One line of a table. Texts carry their own units and may be empty. */
 struct Row {
-    std::string what;    ///< "a frame through the engine"
-    std::string figure;  ///< "5.1 us"
-    std::string beside;  ///< Floor or peer and its figure: "futex hand-off 4.3 us"
-    std::string ratio;   ///< Ratio of the medians: "1.19"
-    std::string spread;  ///< Of that ratio over the repetitions: "1.15 to 1.24"
-    std::string wanted;  ///< "at most 1.25"
+    std::string what;   /**< "a frame through the engine" */
+    std::string figure; /**< "5.1 us" */
+    std::string beside; /**< Floor or peer and its figure: "futex hand-off 4.3 us" */
+    std::string ratio;  /**< Ratio of the medians: "1.19" */
+    std::string spread; /**< Of that ratio over the repetitions: "1.15 to 1.24" */
+    std::string wanted; /**< "at most 1.25" */
     Verdict verdict = Verdict::kNone;
 };
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <array>
@@ -8,17 +9,17 @@ namespace player {
 
 /** What became of one frame of the video. */
 enum class Outcome {
-    kEnhanced,          ///< The processing library changed the luma plane.
-    kUnchanged,         ///< Processed, and the plane came back as it was.
-    kFailed,            ///< The processing library reported a failure.
-    kExpired,           ///< Not done within the abort limit; its planes count as not yet ours.
-    kRefusedOverload,   ///< Too many slow frames of this stream.
-    kRefusedUnhealthy,  ///< Offered faster than the health monitor allows.
-    kRefusedBusy,       ///< An earlier frame was still queued.
-    kRefusedNotReady,   ///< The processing library or the worker could not be started.
-    kRefusedInvalid,    ///< The engine did not accept the frame's description.
-    kRefusedUnknown,    ///< The plane is unchanged and the engine said nothing.
-    kNotNeeded,         ///< Not offered: enhancement was not wanted.
+    kEnhanced,         /**< The processing library changed the luma plane. */
+    kUnchanged,        /**< Processed, and the plane came back as it was. */
+    kFailed,           /**< The processing library reported a failure. */
+    kExpired,          /**< Not done within the abort limit; its planes count as not yet ours. */
+    kRefusedOverload,  /**< Too many slow frames of this stream. */
+    kRefusedUnhealthy, /**< Offered faster than the health monitor allows. */
+    kRefusedBusy,      /**< An earlier frame was still queued. */
+    kRefusedNotReady,  /**< The processing library or the worker could not be started. */
+    kRefusedInvalid,   /**< The engine did not accept the frame's description. */
+    kRefusedUnknown,   /**< The plane is unchanged and the engine said nothing. */
+    kNotNeeded,        /**< Not offered: enhancement was not wanted. */
 };
 
 constexpr size_t kOutcomes = static_cast<size_t>(Outcome::kNotNeeded) + 1;
@@ -36,9 +37,9 @@ bool isRefused(Outcome outcome);
 
 /** One row of frames.csv. */
 struct FrameRecord {
-    uint64_t index;  ///< Number of the frame in this run, from 0.
+    uint64_t index; /**< Number of the frame in this run, from 0. */
     Outcome outcome;
-    float milliseconds;  ///< Time that the call took; 0 for a frame that was not offered.
+    float milliseconds; /**< Time that the call took; 0 for a frame that was not offered. */
 };
 
 }  // namespace player

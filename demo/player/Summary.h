@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <array>
@@ -27,9 +28,9 @@ LatencyStats latencyStats(std::vector<float> milliseconds);
 /** What a run of the player amounts to. */
 struct RunResult {
     std::vector<FrameRecord> frames;
-    double seconds = 0;                       ///< From the first frame to the last one's end.
-    std::map<std::string, size_t> notNeeded;  ///< Frames that were not offered, by reason.
-    std::optional<EngineLog::Limits> limits;  ///< None when the engine never came up.
+    double seconds = 0;                      /**< From the first frame to the last one's end. */
+    std::map<std::string, size_t> notNeeded; /**< Frames that were not offered, by reason. */
+    std::optional<EngineLog::Limits> limits; /**< None when the engine never came up. */
 };
 
 /** Counts of a run. */

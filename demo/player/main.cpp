@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // displayengine-player: plays a video through the display engine and reports what became of it.
 #include <binder/ProcessState.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The six entry points of the sample processing library. It is a library of its own: it shares
 // nothing with the client library but the records, tags and status codes.
 

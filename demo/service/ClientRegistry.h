@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The registered clients and the enable state that they are told.
 #pragma once
 
@@ -13,39 +14,47 @@
 
 namespace sample {
 
-/// Keeps at most one keyed registration per key, and any number of callbacks without a key, and
-/// drops each when its process dies. All operations may be called from any thread.
-///
-/// The enable state is kept here so that a client that registers while the state changes is told
-/// the later of the two: state and clients change under one lock, and events of one callback arrive
-/// in the order in which they were sent.
+/**
+ * Keeps at most one keyed registration per key, and any number of callbacks without a key, and
+ * drops each when its process dies. All operations may be called from any thread.
+ *
+ * The enable state is kept here so that a client that registers while the state changes is told the
+ * later of the two: state and clients change under one lock, and events of one callback arrive in
+ * the order in which they were sent.
+ */
 class ClientRegistry : public android::IBinder::DeathRecipient {
 public:
     using Callback = android::sp<com::tivora::displayengine::IDisplayEngineCallback>;
 
     explicit ClientRegistry(bool enabled) : mEnabled(enabled) {}
 
-    /// Registers `callback` under `key` and tells it the current enable state; an earlier
-    /// registration of the key is replaced. False when the client is already dead.
+    /**
+     * Registers `callback` under `key` and tells it the current enable state; an earlier
+     * registration of the key is replaced. False when the client is already dead.
+     */
     bool add(const std::string& key, const Callback& callback, pid_t pid);
 
-    /// Registers `callback` without a key; a second time changes nothing. False when the client is
-    /// already dead.
+    /**
+     * Registers `callback` without a key; a second time changes nothing. False when the client is
+     * already dead.
+     */
     bool add(const Callback& callback, pid_t pid);
 
-    /// Withdraws the registration of `key` if `pid` made it. Processes of one name share a key, and
-    /// the exit of one must not silence the one that has replaced it. False when there is none.
+    /**
+     * Withdraws the registration of `key` if `pid` made it. Processes of one name share a key, and
+     * the exit of one must not silence the one that has replaced it. False when there is none.
+     */
     bool remove(const std::string& key, pid_t pid);
 
-    /// Withdraws `callback`, registered without a key. False when it is not registered.
+    /** Withdraws `callback`, registered without a key. False when it is not registered. */
     bool remove(const Callback& callback, pid_t pid);
 
     bool enabled() const;
 
-    /// The registered clients, one "key=K pid=P" text each ("pid=P" without a key).
+    /** The registered clients, one "key=K pid=P" text each ("pid=P" without a key). */
     std::vector<std::string> describe() const;
 
-    /// Changes the enable state and sends it to every client; returns how many were reached.
+    /** Changes the enable state and sends it to every client; returns how many were reached. */
     size_t setEnabled(bool enabled);
 
     void binderDied(const android::wp<android::IBinder>& who) override;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the sample service knows and remembers of the display's features.
 #pragma once
 
@@ -14,40 +15,48 @@
 
 namespace sample {
 
-/// Answers the display features and keeps the values that clients set. Results are 0 for success
-/// and -22 for a request that the service does not know or whose contents it refuses; a refused
-/// request changes nothing. All operations may be called from any thread.
+/**
+ * Answers the display features and keeps the values that clients set. Results are 0 for success and
+ * -22 for a request that the service does not know or whose contents it refuses; a refused request
+ * changes nothing. All operations may be called from any thread.
+ */
 class FeatureStore {
 public:
     static constexpr int32_t kRefused = -22;
 
-    /// `supported` is the answer for video enhancement. `missing` are features that the display is
-    /// to lack: they are not supported, and their effects are unknown.
+    /**
+     * `supported` is the answer for video enhancement. `missing` are features that the display is
+     * to lack: they are not supported, and their effects are unknown.
+     */
     FeatureStore(int32_t supported, std::string panelName, std::set<int32_t> missing);
 
-    /// 1 for each display feature of the interface, 0 for an unknown or missing one.
+    /** 1 for each display feature of the interface, 0 for an unknown or missing one. */
     int32_t getSupported(int32_t feature) const;
 
-    /// Keeps `value` as the scene's value. Brightness levels are not negative, and no more than 256
-    /// scenes are kept, so that no client can fill the memory.
+    /**
+     * Keeps `value` as the scene's value. Brightness levels are not negative, and no more than 256
+     * scenes are kept, so that no client can fill the memory.
+     */
     int32_t setScene(int32_t scene, int32_t value);
 
-    /// Keeps a setting: the frame rate ("FPS", text) or the CWB switch ("forceEnable", 0 or 1).
+    /** Keeps a setting: the frame rate ("FPS", text) or the CWB switch ("forceEnable", 0 or 1). */
     int32_t setData(int32_t type, const android::os::PersistableBundle& data);
 
-    /// Sets a numeric effect from the int "Value": an alpha of 0 to 1023, or a switch of 0 or 1.
+    /** Sets a numeric effect from the int "Value": an alpha of 0 to 1023, or a switch of 0 or 1. */
     int32_t setEffect(int32_t feature, int32_t type, const android::os::PersistableBundle& data);
 
-    /// Fills the first `length` bytes of `buffer`: the panel name padded with zeros, or a number in
-    /// little-endian order. Refuses a length that the value or the buffer does not cover.
+    /**
+     * Fills the first `length` bytes of `buffer`: the panel name padded with zeros, or a number in
+     * little-endian order. Refuses a length that the value or the buffer does not cover.
+     */
     int32_t getEffect(int32_t feature, int32_t type, int32_t length,
                       std::vector<uint8_t>* buffer) const;
 
-    /// A numeric effect as the first of `length` values.
+    /** A numeric effect as the first of `length` values. */
     int32_t getEffectEx(int32_t feature, int32_t type, int32_t length,
                         std::vector<int32_t>* status) const;
 
-    /// What clients have set, one "name=value ..." text each.
+    /** What clients have set, one "name=value ..." text each. */
     std::vector<std::string> describe() const;
 
 private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ImageCopy.h"
 
 #include <cstddef>
@@ -9,7 +10,7 @@ using android::sp;
 namespace sample {
 namespace {
 
-/// Bytes of the whole image; 0 for a format that the sample does not know.
+/** Bytes of the whole image; 0 for a format that the sample does not know. */
 size_t imageSize(const GraphicBuffer& buffer) {
     const size_t pixels = size_t{buffer.getStride()} * buffer.getHeight();
     switch (buffer.getPixelFormat()) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Copying images between graphic buffers.
 #pragma once
 
@@ -6,8 +7,10 @@
 
 namespace sample {
 
-/// Copies the pixels of `from` to `to`. False, with nothing copied, when one is null or without
-/// memory, when size, stride or format differ, or when the format's row size is not known.
+/**
+ * Copies the pixels of `from` to `to`. False, with nothing copied, when one is null or without
+ * memory, when size, stride or format differ, or when the format's row size is not known.
+ */
 bool copyImage(const android::sp<android::GraphicBuffer>& from,
                const android::sp<android::GraphicBuffer>& to);
 

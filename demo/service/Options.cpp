@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "Options.h"
 
 #include <CLI/CLI.hpp>
@@ -9,7 +10,7 @@
 namespace sample {
 namespace {
 
-/// Names and explanations of the numeric configuration values, in wire order from the second on.
+/** Names and explanations of the numeric configuration values, in wire order from the second on. */
 struct ConfigurationOption {
     const char* name;
     const char* help;
@@ -44,7 +45,7 @@ std::optional<bool> parseSwitch(const std::string& text) {
     return std::nullopt;
 }
 
-/// Parses "SECONDS:on" or "SECONDS:off".
+/** Parses "SECONDS:on" or "SECONDS:off". */
 std::optional<Toggle> parseToggle(const std::string& text) {
     const size_t colon = text.find(':');
     if (colon == std::string::npos) {

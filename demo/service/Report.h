@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sample service's account of what happens, for people and for scripts.
 #pragma once
 
@@ -7,14 +8,16 @@
 
 namespace sample {
 
-/// Writes `line` to standard output and flushes it. Any thread; lines never mix.
+/** Writes `line` to standard output and flushes it. Any thread; lines never mix. */
 void report(const std::string& line);
 
-/// `text` with everything outside printable ASCII, and the backslash, as \xNN, so that a client
-/// cannot forge lines of the report.
+/**
+ * `text` with everything outside printable ASCII, and the backslash, as \xNN, so that a client
+ * cannot forge lines of the report.
+ */
 std::string printable(const std::string& text);
 
-/// The entries of `bundle` under the keys that the service knows, as {Key="name" Type=26}.
+/** The entries of `bundle` under the keys that the service knows, as {Key="name" Type=26}. */
 std::string describe(const android::os::PersistableBundle& bundle);
 
 }  // namespace sample

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "SampleService.h"
 
 #include <binder/IPCThreadState.h>
@@ -20,7 +21,7 @@ pid_t callingPid() {
     return android::IPCThreadState::self()->getCallingPid();
 }
 
-/// One line of the report, built as NAME argument=value ....
+/** One line of the report, built as NAME argument=value .... */
 class Line {
 public:
     explicit Line(const char* name) : mText(name) {}
@@ -41,7 +42,7 @@ private:
     std::string mText;
 };
 
-/// What a keyed registration says of itself.
+/** What a keyed registration says of itself. */
 struct Registration {
     std::string key;
     int32_t feature = 0;

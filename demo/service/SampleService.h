@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The display engine service of the sample: transactions in, answers and events out.
 #pragma once
 
@@ -10,16 +11,18 @@
 
 namespace sample {
 
-/// Implements the service interface over the feature store and the client registry, and reports
-/// every transaction with its arguments. The operations run on binder threads, several at a time.
+/**
+ * Implements the service interface over the feature store and the client registry, and reports
+ * every transaction with its arguments. The operations run on binder threads, several at a time.
+ */
 class SampleService : public com::tivora::displayengine::BnDisplayEngineService {
 public:
     explicit SampleService(const Options& options);
 
-    /// Sends an Enable event to every registered client. Any thread.
+    /** Sends an Enable event to every registered client. Any thread. */
     void setEnabled(bool enabled);
 
-    /// Reports the registered clients and what clients have set. Any thread.
+    /** Reports the registered clients and what clients have set. Any thread. */
     void reportStatus() const;
 
     using Status = android::binder::Status;

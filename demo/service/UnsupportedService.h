@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A service to begin with: it knows no operation yet.
 #pragma once
 
@@ -7,8 +8,10 @@
 
 namespace sample {
 
-/// Answers every operation with EX_UNSUPPORTED_OPERATION, which a client takes for a failed call.
-/// Derive from it and override what the service offers.
+/**
+ * Answers every operation with EX_UNSUPPORTED_OPERATION, which a client takes for a failed call.
+ * Derive from it and override what the service offers.
+ */
 class UnsupportedService : public com::tivora::displayengine::BnDisplayEngineService {
 public:
     using Status = android::binder::Status;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // displayengine-service: a display engine service for a desk machine.
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the fuzzers share: hostile parcels, the layouts of both interfaces, and objects that record.
 #pragma once
 
@@ -22,7 +23,7 @@
 #include "aidl/ParcelItems.h"
 #include "platform/src/UniqueFd.h"
 
-/// Ends the run with a finding unless the condition holds.
+/** Ends the run with a finding unless the condition holds. */
 #define REQUIRE(condition)                                                               \
     do {                                                                                 \
         if (!(condition)) {                                                              \
@@ -38,7 +39,7 @@ using namespace android;
 using android::binder::Status;
 using android::os::PersistableBundle;
 
-/// Runs one input, and looks for descriptors that it has left open.
+/** Runs one input, and looks for descriptors that it has left open. */
 template <typename F>
 int requireNoLeak(F f) {
     const auto countOpen = [] {
@@ -56,7 +57,7 @@ int requireNoLeak(F f) {
     return 0;
 }
 
-/// The log since the last time. From the first time on it goes nowhere else.
+/** The log since the last time. From the first time on it goes nowhere else. */
 inline std::vector<std::string> takeLog() {
     static std::mutex lock;
     static auto* const log = new std::vector<std::string>;
@@ -71,25 +72,25 @@ inline std::vector<std::string> takeLog() {
     return collects ? std::exchange(*log, {}) : *log;
 }
 
-/// A binder or a descriptor beside the bytes of a parcel.
+/** A binder or a descriptor beside the bytes of a parcel. */
 struct Object {
     size_t offset = 0;
     sp<IBinder> binder;
     transport::UniqueFd fd;
-    size_t bytes = 0;       ///< of memory behind the descriptor that cannot be cut away
-    bool writable = false;  ///< that memory
+    size_t bytes = 0;      /**< of memory behind the descriptor that cannot be cut away */
+    bool writable = false; /**< that memory */
 
     explicit Object(FuzzedDataProvider& data);
 };
 
-/// What a peer puts into a parcel: any bytes, with objects wherever it says.
+/** What a peer puts into a parcel: any bytes, with objects wherever it says. */
 struct Input {
-    /// Takes the objects and then all other bytes, which stand behind those of `front`.
+    /** Takes the objects and then all other bytes, which stand behind those of `front`. */
     explicit Input(FuzzedDataProvider& data, const Parcel& front = Parcel());
 
-    /// Fills a parcel; false when the objects cannot be where they are, which has to be refused.
+    /** Fills a parcel; false when the objects cannot be where they are, which has to be refused. */
     bool fill(Parcel* parcel) const;
-    /// Calls `f` with this whole and, with `cuts`, with every shorter one.
+    /** Calls `f` with this whole and, with `cuts`, with every shorter one. */
     template <typename F>
     void eachCut(bool cuts, F f) {
         for (size = bytes.size(); f(), cuts && size > 0; size -= size % 4 > 0 ? size % 4 : 4) {
@@ -98,7 +99,7 @@ struct Input {
 
     std::vector<uint8_t> bytes;
     std::vector<Object> objects;
-    size_t size = 0;  ///< to which the parcel is cut
+    size_t size = 0; /**< to which the parcel is cut */
 };
 
 /**
@@ -115,7 +116,7 @@ constexpr Operation kServiceOperations[] = {
 constexpr Operation kCallbackOperations[] = {{"nn", nullptr}, {"nb", nullptr}};
 constexpr char kEverything[] = "nnnvybcggrz";
 
-/// One of everything that the operations take and give.
+/** One of everything that the operations take and give. */
 struct Values {
     int32_t numbers[3] = {};
     std::vector<int32_t> values;
@@ -128,7 +129,7 @@ struct Values {
 
     Values() = default;
     explicit Values(FuzzedDataProvider& data);
-    /// Calls `f` with the items of a layout until one fails.
+    /** Calls `f` with the items of a layout until one fails. */
     template <typename F>
     status_t each(const char* layout, F f) {
         int32_t* number = numbers;
@@ -154,7 +155,7 @@ struct Values {
     }
 };
 
-/// Keeps code and arguments of the call, and answers what it is told to.
+/** Keeps code and arguments of the call, and answers what it is told to. */
 class RecordingService : public de::BnDisplayEngineService {
     using Callback = sp<de::IDisplayEngineCallback>;
     using Bundle = PersistableBundle;
@@ -274,7 +275,7 @@ inline bool Input::fill(Parcel* parcel) const {
     return sound;
 }
 
-/// Any values; bundle, buffers and callback are one or none.
+/** Any values; bundle, buffers and callback are one or none. */
 inline Values::Values(FuzzedDataProvider& data) {
     static auto* const known = new sp<RecordingCallback>(new RecordingCallback);
     for (int32_t& number : numbers) {
@@ -307,7 +308,7 @@ inline Status makeStatus(FuzzedDataProvider& data) {
                        : Status::fromStatusT(number);
 }
 
-/// Whether both hold the same bytes and the same binders.
+/** Whether both hold the same bytes and the same binders. */
 inline bool same(const Parcel& a, const Parcel& b) {
     return std::equal(a.data(), a.data() + a.dataSize(), b.data(), b.data() + b.dataSize()) &&
            std::equal(a.objects().begin(), a.objects().end(), b.objects().begin(),

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -17,28 +18,32 @@ namespace transport {
 
 class ServiceRegistry;
 
-/// Everything binder of this process, never destroyed: calls go on while the process exits. A
-/// forked child gets a new one as soon as it asks.
+/**
+ * Everything binder of this process, never destroyed: calls go on while the process exits. A forked
+ * child gets a new one as soon as it asks.
+ */
 class BinderProcess {
 public:
     static BinderProcess& self();
 
-    /// A random number that names this process image to its peers.
+    /** A random number that names this process image to its peers. */
     uint64_t instance() const { return mInstance; }
     ThreadPool& pool() { return mPool; }
     ServiceRegistry& registry() { return *mRegistry; }
 
-    /// Makes sure that exit waits for the calls that are running; for the first pool thread.
+    /** Makes sure that exit waits for the calls that are running; for the first pool thread. */
     void stopPoolAtExit();
 
-    /// The living connection to the process image `instance`, null if there is none.
+    /** The living connection to the process image `instance`, null if there is none. */
     std::shared_ptr<Connection> connectionTo(uint64_t instance);
-    /// Takes up a connection that was agreed on with its peer, and has it watched.
+    /** Takes up a connection that was agreed on with its peer, and has it watched. */
     std::shared_ptr<Connection> addConnection(ForkSafeFd socket, const Peer& peer);
     void removeConnection(Connection& connection);
 
-    /// Two processes may reach out to each other at the same time, and yet only one connection may
-    /// come of it. For as long as this lives, this process is reaching out to `instance`.
+    /**
+     * Two processes may reach out to each other at the same time, and yet only one connection may
+     * come of it. For as long as this lives, this process is reaching out to `instance`.
+     */
     class Outreach {
     public:
         Outreach(BinderProcess& process, uint64_t instance);
@@ -48,9 +53,11 @@ public:
         BinderProcess& mProcess;
         const uint64_t mInstance;
     };
-    /// Takes up the connection of a peer that reaches out to this process. `welcome` tells the peer
-    /// so, before anything else can be sent. False, without a welcome, when there is a connection
-    /// already or this process's own attempt has precedence; the socket is then still the caller's.
+    /**
+     * Takes up the connection of a peer that reaches out to this process. `welcome` tells the peer
+     * so, before anything else can be sent. False, without a welcome, when there is a connection
+     * already or this process's own attempt has precedence; the socket is then still the caller's.
+     */
     bool acceptConnection(ForkSafeFd& socket, const Peer& peer,
                           const std::function<void(Connection&)>& welcome);
 

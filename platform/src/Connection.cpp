@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "Connection.h"
 
 #include <poll.h>
@@ -16,20 +17,22 @@ namespace android {
 namespace transport {
 namespace {
 
-/// A peer that is this far behind with oneway calls is sent no more of them.
+/** A peer that is this far behind with oneway calls is sent no more of them. */
 constexpr size_t kMaxOnewayAhead = 4 * 1024 * 1024;
-/// Oneway calls are acknowledged in portions of this size.
+/** Oneway calls are acknowledged in portions of this size. */
 constexpr size_t kOnewayPortion = 64 * 1024;
 
-/// What a oneway call counts for: its parcel, and what it takes to keep it.
+/** What a oneway call counts for: its parcel, and what it takes to keep it. */
 size_t onewayCost(size_t dataSize) {
     return dataSize + 256;
 }
 
 std::atomic<uint64_t> gNextConnectionId{1};
 
-/// A call from a peer for as long as this thread runs it. These stand on the thread's stack, the
-/// innermost first, and tell which of a peer's waiting calls an outgoing one is made for.
+/**
+ * A call from a peer for as long as this thread runs it. These stand on the thread's stack, the
+ * innermost first, and tell which of a peer's waiting calls an outgoing one is made for.
+ */
 struct ServedCall {
     const Connection* connection;
     uint64_t id;  // 0 for a oneway call
@@ -40,7 +43,7 @@ struct ServedCall {
 // Plain data: a thread that calls while the process exits must not find it destroyed.
 thread_local const ServedCall* tInnermost = nullptr;
 
-/// The innermost two-way call of the peer that this thread is running, 0 for none.
+/** The innermost two-way call of the peer that this thread is running, 0 for none. */
 uint64_t innermostFrom(const Connection* connection) {
     const ServedCall* call = tInnermost;
     while (call != nullptr && (call->connection != connection || call->id == 0)) {
@@ -56,7 +59,7 @@ const CallerIdentity& currentCaller() {
     return tInnermost != nullptr ? tInnermost->caller : kNobody;
 }
 
-/// A two-way call to the peer, on the stack of the thread that waits for the reply.
+/** A two-way call to the peer, on the stack of the thread that waits for the reply. */
 struct Connection::PendingCall {
     Parcel* reply;
     bool done = false;
@@ -154,8 +157,10 @@ status_t Connection::callOneway(FrameHeader header, const Parcel& data) {
     return sent;
 }
 
-/// Sends a parcel under `header`, whose sizes it fills in. FAILED_TRANSACTION sends nothing and
-/// holds nothing for the peer.
+/**
+ * Sends a parcel under `header`, whose sizes it fills in. FAILED_TRANSACTION sends nothing and
+ * holds nothing for the peer.
+ */
 status_t Connection::transmit(FrameHeader header, const Parcel& parcel) {
     std::vector<WireObject> objects;
     std::vector<int> fds;
@@ -225,7 +230,7 @@ void Connection::returnProxy(BpBinder* proxy) {
     mWriter->send(header);
 }
 
-/// Notes that a oneway call of the peer's has been run, and tells the peer once it is worth it.
+/** Notes that a oneway call of the peer's has been run, and tells the peer once it is worth it. */
 void Connection::onewayDone(size_t cost) {
     FrameHeader header;
     header.type = FrameType::kOnewayDone;
@@ -256,7 +261,7 @@ void Connection::run(IncomingCall& incoming) {
     }
 }
 
-/// Answers a call whose descriptors this process had no room for.
+/** Answers a call whose descriptors this process had no room for. */
 void Connection::refuse(const IncomingCall& incoming) {
     __android_log_print(ANDROID_LOG_ERROR, "binder",
                         "a call of process %d is refused: too many open files",
@@ -305,12 +310,12 @@ void Connection::awaitReply(PendingCall& pending) {
     }
 }
 
-/// Whether a frame is left that the pool would not be woken for. REQUIRES: the reading role.
+/** Whether a frame is left that the pool would not be woken for. REQUIRES: the reading role. */
 bool Connection::holdsFrame() const {
     return !mDead && mFrames.holdsNext();
 }
 
-/// Gives the reading role up, once no frame is held.
+/** Gives the reading role up, once no frame is held. */
 void Connection::handRoleOn() {
     mReading = false;
     for (auto& [id, pending] : mPending) {
@@ -325,7 +330,7 @@ void Connection::handRoleOn() {
     }
 }
 
-/// Takes the next frame in; without `block`, only if it is there. REQUIRES: the reading role.
+/** Takes the next frame in; without `block`, only if it is there. REQUIRES: the reading role. */
 void Connection::readFrame(bool block, Jobs* jobs) {
     Frame frame;
     const FrameReader::Result result = mFrames.next(block, &frame);
@@ -371,8 +376,10 @@ bool Connection::take(Frame& frame, Jobs* jobs) {
     return false;
 }
 
-/// Turns what was sent into what a parcel holds. Objects are resolved at once, in the order of the
-/// frames, since a later frame may give up the reference that this one relies on.
+/**
+ * Turns what was sent into what a parcel holds. Objects are resolved at once, in the order of the
+ * frames, since a later frame may give up the reference that this one relies on.
+ */
 bool Connection::unpack(Frame& frame, std::vector<ParcelObject>* objects) {
     size_t fdCount = 0;
     for (const WireObject& record : frame.objects) {
@@ -497,8 +504,10 @@ bool Connection::takeOnewayDone(const FrameHeader& header) {
     return true;
 }
 
-/// Ends the connection, once; a reason is logged. Pending and later calls answer DEAD_OBJECT, what
-/// the peer held is let go of, and the death recipients are told.
+/**
+ * Ends the connection, once; a reason is logged. Pending and later calls answer DEAD_OBJECT, what
+ * the peer held is let go of, and the death recipients are told.
+ */
 void Connection::close(const char* reason) {
     {
         const Mutex::Autolock lock(mLock);

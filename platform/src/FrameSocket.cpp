@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "FrameSocket.h"
 
 #include <fcntl.h>
@@ -72,7 +73,7 @@ bool FrameReader::holdsNext() const {
     return !isSound(header) || held >= sizeof(header) + bodySize(header);
 }
 
-/// Hands the descriptors of the frame that is complete over; false if others came with it.
+/** Hands the descriptors of the frame that is complete over; false if others came with it. */
 bool FrameReader::takeDescriptors(Frame* frame) {
     if (mHeader.fdCount > 0) {
         if (mDescriptors.empty()) {
@@ -93,7 +94,7 @@ bool FrameReader::takeDescriptors(Frame* frame) {
     return mDescriptors.size() <= (mAheadBegin < mAheadEnd ? 1 : 0);
 }
 
-/// Takes some of what has been read ahead or, if that is used up, of the socket.
+/** Takes some of what has been read ahead or, if that is used up, of the socket. */
 FrameReader::Result FrameReader::fill(uint8_t* to, size_t size, bool block) {
     if (mAheadBegin == mAheadEnd) {
         return receive(to, size, block);
@@ -155,7 +156,7 @@ FrameReader::Result FrameReader::receive(uint8_t* to, size_t size, bool block) {
 
 // Writing.
 
-/// Sends what the socket takes at once; the count, or -1 with errno.
+/** Sends what the socket takes at once; the count, or -1 with errno. */
 ssize_t FrameWriter::sendSome(const Rest& rest, const std::vector<int>& fds) const {
     iovec part = {const_cast<uint8_t*>(rest.bytes.data()) + rest.sent,
                   rest.bytes.size() - rest.sent};
@@ -229,7 +230,7 @@ void FrameWriter::startFlushing() {
     }
 }
 
-/// The peer cannot be served any more.
+/** The peer cannot be served any more. */
 void FrameWriter::giveUp() {
     mRests.clear();
     mGone = true;

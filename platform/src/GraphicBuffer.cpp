@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -18,7 +19,7 @@ constexpr uint32_t kMagic = 0x47423031;  // 'GB01'
 constexpr uint32_t kStrideAlignment = 16;
 constexpr uint32_t kMaxDimension = 1 << 16;
 
-/// The flat form. The unused words keep the places that a device's buffer has in it.
+/** The flat form. The unused words keep the places that a device's buffer has in it. */
 struct FlatBuffer {
     uint32_t magic;
     uint32_t width;
@@ -37,7 +38,7 @@ struct FlatBuffer {
 };
 static_assert(sizeof(FlatBuffer) == 13 * sizeof(uint32_t), "the flat form has no gaps");
 
-/// Bits that one pixel takes, 0 for a format that is not supported.
+/** Bits that one pixel takes, 0 for a format that is not supported. */
 uint32_t bitsPerPixel(PixelFormat format) {
     switch (format) {
         case PIXEL_FORMAT_RGBA_8888:
@@ -54,15 +55,17 @@ uint32_t bitsPerPixel(PixelFormat format) {
     }
 }
 
-/// 0, which no image has, for a width beyond every limit.
+/** 0, which no image has, for a width beyond every limit. */
 uint32_t alignedStride(uint32_t width) {
     return width <= kMaxDimension
                ? (width + kStrideAlignment - 1) / kStrideAlignment * kStrideAlignment
                : 0;
 }
 
-/// Whether `fd` is memory of at least `bytes` that its owner can no longer shrink: touching pages
-/// that have been cut off would kill this process.
+/**
+ * Whether `fd` is memory of at least `bytes` that its owner can no longer shrink: touching pages
+ * that have been cut off would kill this process.
+ */
 bool isSharedMemory(int fd, size_t bytes) {
     struct stat status {};
     const int seals = fcntl(fd, F_GET_SEALS);
@@ -103,7 +106,7 @@ void GraphicBuffer::release() {
     mInitCheck = NO_INIT;
 }
 
-/// Size of the memory that an image of `shape` needs; false for a shape that cannot be.
+/** Size of the memory that an image of `shape` needs; false for a shape that cannot be. */
 bool GraphicBuffer::memorySize(const Shape& shape, size_t* bytes) {
     const uint32_t bits = bitsPerPixel(shape.format);
     if (bits == 0 || shape.width == 0 || shape.height == 0 || shape.layerCount != 1 ||
@@ -129,7 +132,7 @@ status_t GraphicBuffer::allocate(const std::string& name, size_t bytes) {
     return adopt(fd.release(), bytes);
 }
 
-/// Maps the memory behind `fd` and owns both from here on; closes `fd` when that fails.
+/** Maps the memory behind `fd` and owns both from here on; closes `fd` when that fails. */
 status_t GraphicBuffer::adopt(int fd, size_t bytes) {
     transport::UniqueFd owned(fd);
     void* address = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, owned.get(), 0);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The device's dynamic loader as far as a caller can tell it from the desk machine's: the wording
 // for a library that is not there, and the place of the system's libraries. The client library is
 // linked with the linker's --wrap option, which turns its calls of dlopen and dlerror into these.
@@ -22,16 +23,18 @@ constexpr size_t kErrorLength = 2 * 4096 + 256;
 thread_local char tError[kErrorLength];
 thread_local bool tErrorPending = false;
 
-/// Where the library that the device knows as `name` lies on this machine.
+/** Where the library that the device knows as `name` lies on this machine. */
 std::string locate(const char* name) {
     const char* root = std::getenv("DISPLAYENGINE_SYSTEM_ROOT");
     const bool system = std::strncmp(name, kSystemLibraries, sizeof kSystemLibraries - 1) == 0;
     return system && root != nullptr ? std::string(root) + name : std::string(name);
 }
 
-/// Whether the loader's text says that the file `path` itself is not there. The text of a missing
-/// dependency begins with the dependency's name instead, and every other failure ends differently.
-/// Both ends are compared because the words between them depend on the locale.
+/**
+ * Whether the loader's text says that the file `path` itself is not there. The text of a missing
+ * dependency begins with the dependency's name instead, and every other failure ends differently.
+ * Both ends are compared because the words between them depend on the locale.
+ */
 bool saysMissing(const std::string& text, const std::string& path) {
     const std::string begin = path + ": ";
     const std::string end = std::string(": ") + std::strerror(ENOENT);

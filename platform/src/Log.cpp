@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <android/log.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
@@ -16,7 +17,7 @@ constexpr size_t kUsualLength = 1024;
 
 std::atomic<__android_logger_function> gLogger{__android_log_stderr_logger};
 
-/// Logging must not disturb the error number that its caller is about to look at.
+/** Logging must not disturb the error number that its caller is about to look at. */
 class ErrnoKeeper {
 public:
     ~ErrnoKeeper() { errno = mSaved; }
@@ -25,7 +26,7 @@ private:
     const int mSaved = errno;
 };
 
-/// The device knows no other locale: a number looks the same whatever the process has chosen.
+/** The device knows no other locale: a number looks the same whatever the process has chosen. */
 class CLocale {
 public:
     CLocale() : mPrevious(uselocale(plain())) {}

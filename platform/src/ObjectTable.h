@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstddef>
@@ -15,25 +16,29 @@ namespace transport {
 
 class Connection;
 
-/// The objects that one connection knows: those of this process that the peer holds, and the
-/// proxies of the peer's. Both ends count how often an object was sent. A proxy that dies gives
-/// back as many references as it has received, so one that is on its way meanwhile is not lost.
+/**
+ * The objects that one connection knows: those of this process that the peer holds, and the proxies
+ * of the peer's. Both ends count how often an object was sent. A proxy that dies gives back as many
+ * references as it has received, so one that is on its way meanwhile is not lost.
+ */
 class ObjectTable {
 public:
-    /// Holds `object` for the peer, once more than before, and gives its handle.
+    /** Holds `object` for the peer, once more than before, and gives its handle. */
     uint64_t exportObject(const sp<IBinder>& object);
-    /// The object that the peer holds under `handle`, null if there is none.
+    /** The object that the peer holds under `handle`, null if there is none. */
     sp<IBinder> exported(uint64_t handle);
-    /// Gives `count` references back; false when the peer does not hold as many. What the last one
-    /// held goes into `dropped`, for the caller to let go of without locks.
+    /**
+     * Gives `count` references back; false when the peer does not hold as many. What the last one
+     * held goes into `dropped`, for the caller to let go of without locks.
+     */
     bool release(uint64_t handle, uint64_t count, sp<IBinder>* dropped);
 
-    /// The proxy of the peer's object, which has just been received once more.
+    /** The proxy of the peer's object, which has just been received once more. */
     sp<BpBinder> receive(const std::shared_ptr<Connection>& connection, uint64_t handle);
-    /// Removes a proxy that is being destroyed; the number of references to give back.
+    /** Removes a proxy that is being destroyed; the number of references to give back. */
     uint64_t forget(BpBinder* proxy);
 
-    /// Takes everything out once the peer is gone. The table holds nothing afterwards.
+    /** Takes everything out once the peer is gone. The table holds nothing afterwards. */
     void close(std::vector<sp<IBinder>>* exports, std::vector<sp<BpBinder>>* proxies);
 
 private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a parcel holds besides plain values: binders, file descriptors, parcelables, flattenables.
 
 #include <binder/Parcel.h>
@@ -18,7 +19,7 @@
 namespace android {
 namespace {
 
-/// Placeholder of a binder or descriptor in the flat data.
+/** Placeholder of a binder or descriptor in the flat data. */
 struct FlatObject {
     uint32_t type;
     uint32_t flags;
@@ -51,7 +52,7 @@ void closeAll(const std::vector<ParcelObject>& objects) {
     }
 }
 
-/// Whether the objects, sorted, lie inside `size` bytes and apart from each other.
+/** Whether the objects, sorted, lie inside `size` bytes and apart from each other. */
 bool isPlausible(const std::vector<ParcelObject>& objects, size_t size) {
     size_t end = 0;
     for (const ParcelObject& object : objects) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <binder/Parcel.h>
 #include <binder/PersistableBundle.h>
 
@@ -51,7 +52,7 @@ VALUE_CODEC(std::vector<bool>, kBooleanArray, BoolVector);
 VALUE_CODEC(std::vector<double>, kDoubleArray, DoubleVector);
 #undef VALUE_CODEC
 
-/// Reads a `T` into the variant when `type` is its number; false when it is another's.
+/** Reads a `T` into the variant when `type` is its number; false when it is another's. */
 template <typename T, typename Variant>
 bool readAs(int32_t type, const Parcel* parcel, Variant* value, status_t* status) {
     if (type != ValueCodec<T>::kType) {

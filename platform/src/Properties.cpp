@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <cutils/properties.h>
 #include <utils/Mutex.h>
 
@@ -27,7 +28,7 @@ std::string trimmed(const std::string& text) {
                : text.substr(begin, text.find_last_not_of(kSpace) - begin + 1);
 }
 
-/// The last line of the shared file that names `key`; false when there is none.
+/** The last line of the shared file that names `key`; false when there is none. */
 bool findInFile(const std::string& key, std::string* value) {
     const char* path = std::getenv("DISPLAYENGINE_PROPERTIES");
     if (path == nullptr) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "RuntimeDirectory.h"
 
 #include <fcntl.h>
@@ -14,7 +15,7 @@ namespace android {
 namespace transport {
 namespace {
 
-/// The text of an environment variable; empty when it is not set or empty.
+/** The text of an environment variable; empty when it is not set or empty. */
 std::string environment(const char* variable) {
     const char* const value = std::getenv(variable);
     return value != nullptr ? value : "";
@@ -35,7 +36,7 @@ status_t lastError() {
     return errno == EACCES ? status_t{PERMISSION_DENIED} : -errno;
 }
 
-/// Keeps other processes from replacing a socket at the same time.
+/** Keeps other processes from replacing a socket at the same time. */
 class DirectoryLock {
 public:
     explicit DirectoryLock(int fd) : mFd(fd) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ServiceRegistry.h"
 
 #include <poll.h>
@@ -23,7 +24,7 @@ namespace android {
 namespace transport {
 namespace {
 
-/// For the other side to answer; it does so without running anybody's code.
+/** For the other side to answer; it does so without running anybody's code. */
 constexpr int64_t kAnswerTimeoutNs = 5'000'000'000;
 constexpr int64_t kGetServiceTimeoutNs = 5'000'000'000;
 
@@ -33,12 +34,12 @@ int64_t nowNs() {
     return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
-/// Time left for poll(), rounded up.
+/** Time left for poll(), rounded up. */
 int leftMs(int64_t deadlineNs) {
     return static_cast<int>(std::max<int64_t>(0, (deadlineNs - nowNs() + 999'999) / 1'000'000));
 }
 
-/// For what settles within a moment, without anything to wait for.
+/** For what settles within a moment, without anything to wait for. */
 void waitAMoment() {
     const timespec moment = {0, 1'000'000};
     ::nanosleep(&moment, nullptr);
@@ -53,7 +54,7 @@ bool waitReadable(int fd, int64_t deadlineNs) {
     return count > 0;
 }
 
-/// Moves a record, in as many pieces as the socket makes of it. `move` moves some bytes.
+/** Moves a record, in as many pieces as the socket makes of it. `move` moves some bytes. */
 template <typename RECORD, typename MOVE>
 bool moveWhole(RECORD* record, MOVE move) {
     size_t done = 0;
@@ -75,7 +76,7 @@ bool sendRecord(int socket, T record) {
     });
 }
 
-/// Waits for a record.
+/** Waits for a record. */
 template <typename T>
 bool receiveRecord(int socket, T* record, int64_t deadlineNs) {
     return moveWhole(record,
@@ -87,7 +88,7 @@ bool receiveRecord(int socket, T* record, int64_t deadlineNs) {
            record->magic == kFrameMagic;
 }
 
-/// Who is at the other end, according to the kernel; false for a user who has no business here.
+/** Who is at the other end, according to the kernel; false for a user who has no business here. */
 bool identify(int socket, Peer* peer) {
     ucred credentials = {};
     socklen_t size = sizeof(credentials);
@@ -104,13 +105,13 @@ bool identify(int socket, Peer* peer) {
     return true;
 }
 
-/// True for a name that is the name of a file in the directory, and nowhere else.
+/** True for a name that is the name of a file in the directory, and nowhere else. */
 bool isSound(const std::string& service) {
     return !service.empty() && service.front() != '.' &&
            service.find_first_of(std::string("/\0", 2)) == std::string::npos;
 }
 
-/// A lookup can only answer null, so the log says why the directory cannot be used.
+/** A lookup can only answer null, so the log says why the directory cannot be used. */
 bool openForLookup(bool create, RuntimeDirectory* directory) {
     const status_t status = directory->open(create);
     if (status != OK && status != NAME_NOT_FOUND) {
@@ -153,7 +154,7 @@ sp<IBinder> ServiceRegistry::findElsewhere(const std::string& name) {
     return service;
 }
 
-/// One attempt. True when it has to be repeated; otherwise `service` is set if it was found.
+/** One attempt. True when it has to be repeated; otherwise `service` is set if it was found. */
 bool ServiceRegistry::askOnce(const RuntimeDirectory& directory, const std::string& name,
                               int64_t deadlineNs, sp<IBinder>* service) {
     ForkSafeFd socket = directory.connect(name);
@@ -239,7 +240,7 @@ status_t ServiceRegistry::add(const std::string& name, const sp<IBinder>& servic
     return OK;
 }
 
-/// At a clean exit. A process that dies otherwise leaves its sockets to be replaced.
+/** At a clean exit. A process that dies otherwise leaves its sockets to be replaced. */
 void ServiceRegistry::removeSockets() {
     ServiceRegistry& self = BinderProcess::self().registry();
     const Mutex::Autolock lock(self.mLock);
@@ -251,7 +252,7 @@ void ServiceRegistry::removeSockets() {
     }
 }
 
-/// Greets whoever looks for the service, for the life of the process.
+/** Greets whoever looks for the service, for the life of the process. */
 void ServiceRegistry::acceptVisitors(const std::string& service, int listener) {
     for (;;) {
         ForkSafeFd socket(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
@@ -323,7 +324,7 @@ public:
     }
 
 protected:
-    /// The registry is no object of its own that could be handed on.
+    /** The registry is no object of its own that could be handed on. */
     IBinder* onAsBinder() override { return nullptr; }
 
 private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -17,18 +18,20 @@ namespace transport {
 
 class BinderProcess;
 
-/// The services of this process, and the way to those of others. Each service has a thread that
-/// answers the peers that look for it; so it is found also while the process runs no calls yet. All
-/// operations may be called from any thread.
+/**
+ * The services of this process, and the way to those of others. Each service has a thread that
+ * answers the peers that look for it; so it is found also while the process runs no calls yet. All
+ * operations may be called from any thread.
+ */
 class ServiceRegistry {
 public:
     explicit ServiceRegistry(BinderProcess& process) : mProcess(process) {}
 
-    /// IServiceManager::addService.
+    /** IServiceManager::addService. */
     status_t add(const std::string& name, const sp<IBinder>& service);
-    /// The service of this process or of another; null when there is none.
+    /** The service of this process or of another; null when there is none. */
     sp<IBinder> find(const std::string& name);
-    /// The same, waited for.
+    /** The same, waited for. */
     sp<IBinder> waitFor(const std::string& name, int64_t timeoutNs);
 
 private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <utils/String16.h>
 #include <utils/String8.h>
 
@@ -13,7 +14,7 @@ bool isSurrogate(char32_t code) {
     return code >= 0xD800 && code <= 0xDFFF;
 }
 
-/// Bytes of the sequence that `lead` opens, 0 when it opens none.
+/** Bytes of the sequence that `lead` opens, 0 when it opens none. */
 size_t sequenceLength(uint8_t lead) {
     if (lead < 0x80)
         return 1;
@@ -26,8 +27,10 @@ size_t sequenceLength(uint8_t lead) {
     return 0;
 }
 
-/// Whether `next` may follow `lead` directly; rules out overlong forms, surrogates and codes past
-/// the last plane, which the lead byte alone lets through.
+/**
+ * Whether `next` may follow `lead` directly; rules out overlong forms, surrogates and codes past
+ * the last plane, which the lead byte alone lets through.
+ */
 bool isSecondByte(uint8_t lead, uint8_t next) {
     switch (lead) {
         case 0xE0:
@@ -43,8 +46,10 @@ bool isSecondByte(uint8_t lead, uint8_t next) {
     }
 }
 
-/// Decodes the code point at `position` and moves past it, or past the malformed bytes that can
-/// start no character, for which it answers U+FFFD.
+/**
+ * Decodes the code point at `position` and moves past it, or past the malformed bytes that can
+ * start no character, for which it answers U+FFFD.
+ */
 char32_t decodeUtf8(const char* text, size_t size, size_t* position) {
     const auto byteAt = [text](size_t index) { return static_cast<uint8_t>(text[index]); };
     const uint8_t lead = byteAt((*position)++);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ThreadPool.h"
 
 #include <sys/epoll.h>
@@ -20,7 +21,7 @@ namespace {
 constexpr size_t kMaxThreads = 15;
 constexpr uint64_t kWakeupId = 0;
 
-/// Jobs that this thread is in the middle of: a job may end the process.
+/** Jobs that this thread is in the middle of: a job may end the process. */
 thread_local size_t tRunningHere = 0;
 
 void control(int epoll, int operation, int fd, uint32_t events, uint64_t id) {
@@ -86,7 +87,7 @@ void ThreadPool::post(Job job) {
     callTaker();
 }
 
-/// Sees to it that somebody takes the first job up.
+/** Sees to it that somebody takes the first job up. */
 void ThreadPool::callTaker() {
     if (mIdle > 0) {
         const uint64_t one = 1;
@@ -161,7 +162,7 @@ void ThreadPool::run(bool started) {
     }
 }
 
-/// Waits, and reads the connection that has become readable; what is to be run of that.
+/** Waits, and reads the connection that has become readable; what is to be run of that. */
 std::vector<ThreadPool::Job> ThreadPool::waitForWork() {
     if (!ready()) {
         const timespec moment = {0, 1'000'000};

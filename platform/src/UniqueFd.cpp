@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "UniqueFd.h"
 
 #include <pthread.h>
@@ -12,8 +13,10 @@ namespace {
 
 std::atomic<uint32_t> gGeneration{0};
 
-/// The open descriptors that a child must not share. The lock is held across a fork, so the child
-/// finds the set whole.
+/**
+ * The open descriptors that a child must not share. The lock is held across a fork, so the child
+ * finds the set whole.
+ */
 struct Unshared {
     Mutex lock;
     std::set<int> fds GUARDED_BY(lock);

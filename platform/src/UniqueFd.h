@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <unistd.h>
@@ -8,7 +9,7 @@
 namespace android {
 namespace transport {
 
-/// Owns one file descriptor.
+/** Owns one file descriptor. */
 class UniqueFd {
 public:
     UniqueFd() = default;
@@ -32,12 +33,16 @@ private:
     int mFd = -1;
 };
 
-/// How many forks lie between the program's start and this process. State of another generation
-/// belongs to an ancestor and must not be used: it is not this process that the peers know.
+/**
+ * How many forks lie between the program's start and this process. State of another generation
+ * belongs to an ancestor and must not be used: it is not this process that the peers know.
+ */
 uint32_t forkGeneration();
 
-/// Owns a descriptor that a forked child must not share, since a peer takes a connection that the
-/// child holds open for a living process. The child closes it as it starts.
+/**
+ * Owns a descriptor that a forked child must not share, since a peer takes a connection that the
+ * child holds open for a living process. The child closes it as it starts.
+ */
 class ForkSafeFd {
 public:
     ForkSafeFd() = default;
@@ -50,7 +55,7 @@ public:
         return *this;
     }
 
-    /// The descriptor; meaningless in another generation than the one it was made in.
+    /** The descriptor; meaningless in another generation than the one it was made in. */
     int get() const { return mFd; }
     bool ok() const { return mFd >= 0; }
     uint32_t generation() const { return mGeneration; }

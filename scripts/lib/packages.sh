@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Shell functions shared by the scripts; sourced, not run.
 
 # require_packages PACKAGE...: has the Debian packages installed afterwards, or ends the script.

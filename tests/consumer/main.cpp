@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A client process in small, built against the installed library alone.
 #include <binder/PersistableBundle.h>
 

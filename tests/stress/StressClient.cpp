@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A client that calls every operation of the facade on many threads at once, and exits in the
 // middle of it. Nothing here takes a lock or otherwise puts the threads in order: that would hide
 // races.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Many clients, each of which exits in the middle of everything that a client does, against one
 // service that tells who registers and who withdraws.
 #include <gtest/gtest.h>
@@ -21,7 +22,7 @@ namespace fs = std::filesystem;
 
 constexpr int kSideBySide = 4;
 constexpr int kExits = 200;
-constexpr size_t kMaxKey = 255;  ///< What the service gets to know of a longer name.
+constexpr size_t kMaxKey = 255; /**< What the service gets to know of a longer name. */
 
 std::string beside(const std::string& path) {
     return (fs::path(ChildProcess::ownPath()).parent_path() / path).string();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/BinderPeer.h"
 
 #include <binder/IPCThreadState.h>
@@ -26,7 +27,7 @@ void say(const std::string& text) {
     std::cout << (text + "\n") << std::flush;
 }
 
-/// The object that is told when the program has stopped running calls.
+/** The object that is told when the program has stopped running calls. */
 sp<IBinder>* gToldAtExit = new sp<IBinder>();
 std::atomic<bool> gStopped{false};
 

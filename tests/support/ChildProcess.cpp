@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/ChildProcess.h"
 
 #include <fcntl.h>
@@ -31,8 +32,10 @@ std::vector<char*> pointersTo(const Strings& strings) {
     return pointers;
 }
 
-/// The test's environment with `changes` in place of what they name. Of two entries of one name an
-/// emulator takes another than the C library does, hence no name twice.
+/**
+ * The test's environment with `changes` in place of what they name. Of two entries of one name an
+ * emulator takes another than the C library does, hence no name twice.
+ */
 Strings environmentWith(Strings changes) {
     const auto isOf = [](const std::string& change, const std::string& entry) {
         return change.compare(0, change.find('=') + 1, entry, 0, entry.find('=') + 1) == 0;

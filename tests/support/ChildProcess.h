@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <sys/types.h>
@@ -7,16 +8,19 @@
 #include <string>
 #include <vector>
 
-/// A program that a test starts, by posix_spawn and never by a bare fork. Its standard input and
-/// output lead to the test; its standard error is kept, and shown when the test has failed.
-/// A program still running at the end is killed. When the environment variable
-/// DISPLAYENGINE_EMULATOR is set, its words stand before the program, so that programs built for
-/// another machine run. Used by one thread at a time; reads wait without limit, as the test runner
-/// has one.
+/**
+ * A program that a test starts, by posix_spawn and never by a bare fork. Its standard input and
+ * output lead to the test; its standard error is kept, and shown when the test has failed. A
+ * program still running at the end is killed. When the environment variable DISPLAYENGINE_EMULATOR
+ * is set, its words stand before the program, so that programs built for another machine run. Used
+ * by one thread at a time; reads wait without limit, as the test runner has one.
+ */
 class ChildProcess {
 public:
-    /// Starts `program`. `environment` holds NAME=VALUE entries on top of the test's own. A program
-    /// that cannot be started is a test failure, and everything then answers as if it had exited.
+    /**
+     * Starts `program`. `environment` holds NAME=VALUE entries on top of the test's own. A program
+     * that cannot be started is a test failure, and everything then answers as if it had exited.
+     */
     explicit ChildProcess(const std::string& program,
                           const std::vector<std::string>& arguments = {},
                           const std::vector<std::string>& environment = {});
@@ -24,24 +28,24 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
     ~ChildProcess();
 
-    /// The test's own executable, to be started with arguments that make it another program.
+    /** The test's own executable, to be started with arguments that make it another program. */
     static std::string ownPath();
 
     pid_t pid() const { return mPid; }
 
-    /// Writes a line to the program's standard input.
+    /** Writes a line to the program's standard input. */
     void writeLine(const std::string& line);
     void closeInput();
 
-    /// The next line of its standard output without the line end, none at the end of the output.
+    /** The next line of its standard output without the line end, none at the end of the output. */
     std::optional<std::string> readLine();
-    /// Skips lines up to and including `line`; false when the output ends before.
+    /** Skips lines up to and including `line`; false when the output ends before. */
     bool waitForLine(const std::string& line);
 
     void kill(int signal = SIGKILL);
-    /// Waits for the end: the exit status, or the negated number of the signal that ended it.
+    /** Waits for the end: the exit status, or the negated number of the signal that ended it. */
     int wait();
-    /// What it has written to standard error so far.
+    /** What it has written to standard error so far. */
     std::string standardError() const;
 
 private:

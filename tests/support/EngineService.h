@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <functional>
@@ -27,8 +28,8 @@ public:
     Status configStatus;
     Status registerStatus;
     bool registerResult;
-    std::function<void()> whenAsked;  ///< Called for each getSupported, on the caller's thread.
-    std::function<void(const Callback&)> whenRegistered;  ///< Likewise for registerCallbackEx.
+    std::function<void()> whenAsked; /**< Called for each getSupported, on the caller's thread. */
+    std::function<void(const Callback&)> whenRegistered; /**< Likewise for registerCallbackEx. */
 
     /** How often an operation of this name was called. */
     size_t count(const std::string& operation) const { return journal.count(operation); }

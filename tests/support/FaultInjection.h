@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <pthread.h>
@@ -7,22 +8,26 @@
 
 class LogCapture;
 
-/// Faults of the system below a program, and what they may leave behind. The functions that change
-/// how the kernel or the allocator answers need a program that links fault_injection.
+/**
+ * Faults of the system below a program, and what they may leave behind. The functions that change
+ * how the kernel or the allocator answers need a program that links fault_injection.
+ */
 namespace fault {
 
-/// What a process holds: "9 descriptors, 2 threads".
+/** What a process holds: "9 descriptors, 2 threads". */
 std::string holdings();
-/// Waits, ten seconds at most, until this process holds that again.
+/** Waits, ten seconds at most, until this process holds that again. */
 bool returnsTo(const std::string& before);
-/// How many descriptors a process has open.
+/** How many descriptors a process has open. */
 size_t descriptors(const std::string& process = "self");
 
-/// Takes the log; its warnings and errors, and what else is told to have failed, one a line and
-/// without what differs from run to run.
+/**
+ * Takes the log; its warnings and errors, and what else is told to have failed, one a line and
+ * without what differs from run to run.
+ */
 std::string takeComplaints(LogCapture* log);
 
-/// While it lives, this process can open no more than `spare` descriptors.
+/** While it lives, this process can open no more than `spare` descriptors. */
 class FullDescriptorTable {
 public:
     explicit FullDescriptorTable(int spare = 0);
@@ -34,7 +39,7 @@ private:
     size_t mUsual;
 };
 
-/// While it lives, no thread can be started in this process.
+/** While it lives, no thread can be started in this process. */
 class NoThreads {
 public:
     NoThreads();
@@ -46,29 +51,31 @@ private:
     pthread_attr_t mUsual;
 };
 
-/// How the calls behave that move the binder's bytes, and those that wait for them.
+/** How the calls behave that move the binder's bytes, and those that wait for them. */
 enum class Io {
     USUAL,
-    SHORT,        ///< Each moves one byte.
-    INTERRUPTED,  ///< Every other one is interrupted by a signal.
+    SHORT,       /**< Each moves one byte. */
+    INTERRUPTED, /**< Every other one is interrupted by a signal. */
     BOTH,
 };
 void setIo(Io io);
 
-/// What becomes of the next bytes that this process sends to a peer.
+/** What becomes of the next bytes that this process sends to a peer. */
 enum class Send {
     USUAL,
-    HALF,   ///< Half of them go out, and the process ends.
-    WHOLE,  ///< All go out, and the process ends.
-    WRONG,  ///< The first of them is another one.
+    HALF,  /**< Half of them go out, and the process ends. */
+    WHOLE, /**< All go out, and the process ends. */
+    WRONG, /**< The first of them is another one. */
 };
 void setNextSend(Send send);
 
-/// While set, read() fails with this error.
+/** While set, read() fails with this error. */
 void setReadError(int error);
 
-/// Fails an allocation of this thread: with 1 the next one that may answer null, with 2 the one
-/// after that, and so on; 0 for none.
+/**
+ * Fails an allocation of this thread: with 1 the next one that may answer null, with 2 the one
+ * after that, and so on; 0 for none.
+ */
 void setFailingAllocation(int number);
 
 }  // namespace fault

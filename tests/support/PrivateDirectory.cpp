@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every test program has a runtime directory of its own, so that programs may run side by side.
 #include <gtest/gtest.h>
 #include <stdlib.h>

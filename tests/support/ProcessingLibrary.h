@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -16,12 +17,12 @@ namespace processing {
 
 /** One call of an entry. */
 struct Call {
-    std::string entry;  ///< "AisrProcess"
+    std::string entry; /**< "AisrProcess" */
     void** context;
-    int32_t tag;                ///< Of AisrSetParam; otherwise 0.
-    std::vector<uint8_t> data;  ///< Its bytes as they arrived.
-    const void* address;        ///< Where they stood.
-    AisrBuffer buffer;          ///< The frame of AISR_TAG_SET_BUF and AISR_TAG_SET_TIMEOUT.
+    int32_t tag;               /**< Of AisrSetParam; otherwise 0. */
+    std::vector<uint8_t> data; /**< Its bytes as they arrived. */
+    const void* address;       /**< Where they stood. */
+    AisrBuffer buffer;         /**< The frame of AISR_TAG_SET_BUF and AISR_TAG_SET_TIMEOUT. */
 
     /** "AisrSetParam(2)", or the entry's name alone. */
     std::string text() const;

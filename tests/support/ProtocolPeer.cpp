@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/ProtocolPeer.h"
 
 #include <binder/IPCThreadState.h>

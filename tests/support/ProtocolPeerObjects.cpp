@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/ProtocolPeerObjects.h"
 
 #include <utils/String8.h>

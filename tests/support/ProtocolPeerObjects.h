@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Objects of the two interfaces that keep what they are called with.
 #pragma once
 
@@ -18,20 +19,20 @@
 
 namespace protocol {
 
-/// Codes far above those of the interfaces, by which the test talks to the peer's objects.
+/** Codes far above those of the interfaces, by which the test talks to the peer's objects. */
 enum ControlCode : uint32_t {
     CONTROL_TAKE_CALLS = 1000,  // int32 count -> string16 vector; waits for that many
     CONTROL_RAISE,              // int32 exception, string16 message, int32 own code: for one call
 };
 
-/// The data of an event that switches the engine.
+/** The data of an event that switches the engine. */
 inline android::os::PersistableBundle enable(bool on) {
     android::os::PersistableBundle data;
     data.putBoolean(android::String16("Enable"), on);
     return data;
 }
 
-/// An argument as a call's record shows it: " 7", " [ 1 2 ]", " Key=player Feature=44", " 3x2".
+/** An argument as a call's record shows it: " 7", " [ 1 2 ]", " Key=player Feature=44", " 3x2". */
 std::string text(int32_t value);
 std::string text(const android::os::PersistableBundle& data);
 std::string text(const com::tivora::displayengine::DeGraphicBuffer& buffer);
@@ -49,15 +50,15 @@ std::string call(const char* name, const ARGUMENTS&... arguments) {
     return (name + ... + text(arguments));
 }
 
-/// What an object has been called with, in order.
+/** What an object has been called with, in order. */
 class Journal {
 public:
     void add(std::string call);
-    /// Waits until `count` calls are there, ten seconds at most, and takes them all.
+    /** Waits until `count` calls are there, ten seconds at most, and takes them all. */
     std::vector<std::string> take(size_t count = 0);
-    /// How often an operation of this name was called.
+    /** How often an operation of this name was called. */
     size_t count(const std::string& operation) const;
-    /// Answers CONTROL_TAKE_CALLS.
+    /** Answers CONTROL_TAKE_CALLS. */
     android::status_t take(const android::Parcel& data, android::Parcel* reply);
 
 private:
@@ -66,7 +67,7 @@ private:
     std::vector<std::string> mCalls;
 };
 
-/// Answers every operation with 1000 + its code, vectors reversed and one longer.
+/** Answers every operation with 1000 + its code, vectors reversed and one longer. */
 class RecordingService : public com::tivora::displayengine::BnDisplayEngineService {
 public:
     using Status = android::binder::Status;
@@ -104,7 +105,7 @@ public:
     Status setEffect(int32_t feature, int32_t type, const Bundle& data, int32_t* result) override {
         return finish(call("setEffect", feature, type, data), 1007, result);
     }
-    /// Calls the callback with both events before it returns.
+    /** Calls the callback with both events before it returns. */
     Status registerCallback(const Callback& callback) override;
     Status registerCallbackEx(const Callback& callback, const Bundle& data, bool* result) override {
         *result = callback != nullptr;
@@ -116,7 +117,7 @@ public:
     Status unregisterCallbackEx(const Bundle& data) override {
         return finish(call("unregisterCallbackEx", data));
     }
-    /// Adds one to each byte of the input's first row and gives the output a new 4 x 2 buffer.
+    /** Adds one to each byte of the input's first row and gives the output a new 4 x 2 buffer. */
     Status processGraphicBuffer(int32_t feature, int32_t type, Buffer* input, Buffer* output,
                                 int32_t* result) override;
 
@@ -145,7 +146,7 @@ private:
 
 class RecordingCallback : public com::tivora::displayengine::BnDisplayEngineCallback {
 public:
-    /// Both answer with an exception, which no caller of another process may ever see.
+    /** Both answer with an exception, which no caller of another process may ever see. */
     android::binder::Status onEvent(int32_t event, int32_t value) override;
     android::binder::Status onEventWithData(int32_t event,
                                             const android::os::PersistableBundle& data) override;

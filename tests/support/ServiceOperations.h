@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -8,7 +9,7 @@
 
 namespace protocol {
 
-/// The results of one operation, set beforehand to values that no service answers.
+/** The results of one operation, set beforehand to values that no service answers. */
 struct Results {
     int32_t result = -5;
     bool accepted = false;
@@ -17,13 +18,13 @@ struct Results {
     com::tivora::displayengine::DeGraphicBuffer input;
     com::tivora::displayengine::DeGraphicBuffer output;
 
-    /// Result, acceptance, values, bytes and output: "-5 no 1,2,3 4,5,6,7,8 none" at the start.
+    /** Result, acceptance, values, bytes and output: "-5 no 1,2,3 4,5,6,7,8 none" at the start. */
     std::string text() const;
 };
 
 constexpr char kUntouched[] = "-5 no 1,2,3 4,5,6,7,8 none";
 
-/// The operations as a RecordingService sees them, and what its answers do to the results.
+/** The operations as a RecordingService sees them, and what its answers do to the results. */
 struct Operation {
     uint32_t code;
     const char* call;
@@ -32,7 +33,7 @@ struct Operation {
 constexpr uint32_t kOperationCount = 12;
 extern const Operation kOperations[kOperationCount];
 
-/// Calls the operation of `code` with arguments that differ from each other.
+/** Calls the operation of `code` with arguments that differ from each other. */
 android::binder::Status callOperation(
     com::tivora::displayengine::IDisplayEngineService& service, uint32_t code, Results* out,
     const android::sp<com::tivora::displayengine::IDisplayEngineCallback>& callback = nullptr);

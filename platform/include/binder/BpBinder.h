@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -14,8 +15,10 @@ class Connection;
 class ObjectTable;
 }  // namespace transport
 
-/// The proxy of an object in another process. While it lives it holds a reference to that object.
-/// There is one proxy for each remote object and process, so proxies can be compared by address.
+/**
+ * The proxy of an object in another process. While it lives it holds a reference to that object.
+ * There is one proxy for each remote object and process, so proxies can be compared by address.
+ */
 class BpBinder : public IBinder {
 public:
     const String16& getInterfaceDescriptor() const override;
@@ -48,12 +51,12 @@ private:
     BpBinder& operator=(const BpBinder&) = delete;
 
     bool hasDeathRecipients() const;
-    /// Tells the death recipients, each once. Runs on the thread pool.
+    /** Tells the death recipients, each once. Runs on the thread pool. */
     void reportDeath();
 
     const std::shared_ptr<transport::Connection> mConnection;
     const uint64_t mHandle;
-    /// How often the peer has sent the object: what has to be given back. Guarded by the table.
+    /** How often the peer has sent the object: what has to be given back. Guarded by the table. */
     uint64_t mReceived = 1;
 
     mutable Mutex mLock;

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <binder/Binder.h>
 
 namespace android {
 
-/// The base of every interface that is called through binder.
+/** The base of every interface that is called through binder. */
 class IInterface : public virtual RefBase {
 public:
-    /// The object behind an interface; null for a null interface.
+    /** The object behind an interface; null for a null interface. */
     static sp<IBinder> asBinder(const IInterface* iface);
     static sp<IBinder> asBinder(const sp<IInterface>& iface);
 
@@ -22,13 +23,13 @@ private:
     IInterface& operator=(const IInterface&) = delete;
 };
 
-/// The interface of `obj`: the object itself when it lives in this process, else a proxy.
+/** The interface of `obj`: the object itself when it lives in this process, else a proxy. */
 template <typename INTERFACE>
 inline sp<INTERFACE> interface_cast(const sp<IBinder>& obj) {
     return INTERFACE::asInterface(obj);
 }
 
-/// Base of the side that implements INTERFACE.
+/** Base of the side that implements INTERFACE. */
 template <typename INTERFACE>
 class BnInterface : public INTERFACE, public BBinder {
 public:
@@ -46,7 +47,7 @@ protected:
     IBinder* onAsBinder() override { return this; }
 };
 
-/// Base of the side that calls INTERFACE.
+/** Base of the side that calls INTERFACE. */
 template <typename INTERFACE>
 class BpInterface : public INTERFACE, public BpRefBase {
 public:

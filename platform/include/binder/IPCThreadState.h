@@ -1,21 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <sys/types.h>
 
 namespace android {
 
-/// The calling thread's side of binder.
+/** The calling thread's side of binder. */
 class IPCThreadState {
 public:
     static IPCThreadState* self();
 
-    /// The process that made the call which this thread is running; the own one outside of a call.
+    /**
+     * The process that made the call which this thread is running; the own one outside of a call.
+     */
     pid_t getCallingPid() const;
 
-    /// The user that made the call which this thread is running; the own one outside of a call.
+    /** The user that made the call which this thread is running; the own one outside of a call. */
     uid_t getCallingUid() const;
 
-    /// Gives this thread to the pool, for good: it runs incoming calls and never returns.
+    /** Gives this thread to the pool, for good: it runs incoming calls and never returns. */
     void joinThreadPool(bool isMain = true);
 
 private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <mutex>
@@ -18,7 +19,7 @@
 
 namespace android {
 
-/// A mutex that the rules above can name.
+/** A mutex that the rules above can name. */
 class CAPABILITY("mutex") Mutex {
 public:
     constexpr Mutex() = default;
@@ -28,7 +29,7 @@ public:
     void lock() ACQUIRE() { mMutex.lock(); }
     void unlock() RELEASE() { mMutex.unlock(); }
 
-    /// Holds a mutex until the end of the scope, except between unlock() and lock().
+    /** Holds a mutex until the end of the scope, except between unlock() and lock(). */
     class SCOPED_CAPABILITY Autolock {
     public:
         explicit Autolock(Mutex& mutex) ACQUIRE(mutex) : mLock(mutex.mMutex) {}
@@ -38,7 +39,7 @@ public:
 
         void unlock() RELEASE() { mLock.unlock(); }
         void lock() ACQUIRE() { mLock.lock(); }
-        /// For a condition variable's wait, which returns with the mutex held as before.
+        /** For a condition variable's wait, which returns with the mutex held as before. */
         std::unique_lock<std::mutex>& native() { return mLock; }
 
     private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Stands before functions of the C library, for the test program and the libraries it uses.
 #include <dlfcn.h>
 #include <poll.h>

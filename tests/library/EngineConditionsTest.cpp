@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: Apache-2.0
+// When enhancement is wanted: the configuration, the three conditions, and their account in the
+// log.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
+#include <thread>
+
+#include "aisr/AisrEngine.h"
+#include "common/DisplayEngineCleanCommon.h"
+#include "support/EngineService.h"
+#include "support/LogCapture.h"
+#include "support/ProcessingLibrary.h"
+
+namespace {
+
+using Config = EngineService::Config;
+
+class EngineConditions : public testing::Test {
+protected:
+    EngineConditions() : service(EngineService::install()) {
+        processing::use("");
+        engine.emplace();
+    }
+
+    LogCapture log;
+    android::sp<EngineService> service;
+    std::optional<AisrEngine> engine;
+};
+
+TEST_F(EngineConditions, TakesOrRefusesAConfiguration) {
+    const std::string summary = "4 DE N AISR getConfig:#: enable:";
+    const std::string invalid = "3x4 } maxFps:";  // a part of the refusal's text
+    const struct {
+        const char* name;
+        Config config;
+        std::string message;
+        bool isAccepted;
+        bool isEnabled;
+    } cases[] = {
+        {"as it is",
+         {1, 10, 20, 30, 40, 30, 38, 2, 3, 50, 40, 6, 9000},
+         summary + "1 rect:{ min:10x20 max:30x40 } maxFps:30 monitor:{ maxFps:38 tolerance:2 "
+                   "restore:3 } timeout:{ abort:50ms overload:40ms tolerance:6/9000ms }",
+         true,
+         true},
+        {"everything derived",
+         {2, 0, 0, 1, 1, 60, 60, -1, -7, 40, 1, 1, 1},
+         summary + "0 rect:{ min:0x0 max:1x1 } maxFps:60 monitor:{ maxFps:70 tolerance:1 "
+                   "restore:-7 } timeout:{ abort:17ms overload:16ms tolerance:5/10000ms }",
+         true,
+         false},
+        {"at the edges",
+         {0, 1, 1, 2, 2, 2, 3, 0, 0, 2, 2, 2, 2},
+         summary + "0 rect:{ min:1x1 max:2x2 } maxFps:2 monitor:{ maxFps:3 tolerance:0 restore:0 } "
+                   "timeout:{ abort:2ms overload:2ms tolerance:2/2ms }",
+         true,
+         false},
+        {"overload above abort",
+         {1, 1, 1, 2, 2, 30, 0, 0, 0, 40, 41, 0, 0},
+         "monitor:{ maxFps:40 tolerance:0 restore:0 } timeout:{ abort:34ms overload:33ms",
+         true,
+         true},
+        {"the largest values",
+         {1, 1, 1, INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX, 0, 0, 0, 0, 0, 0},
+         "maxFps:2147483647 monitor:{ maxFps:2147483647 tolerance:0 restore:0 } timeout:{ "
+         "abort:1ms overload:0ms",
+         true,
+         true},
+        {"width range empty",
+         {1, 3, 1, 3, 4, 30, 0, 0, 0, 0, 0, 0, 0},
+         "6 DE N AISR getConfig:#: Invalid input: rect:{ min:3x1 max:3x4 } maxFps:30",
+         false,
+         false},
+        {"height range empty", {1, 1, 4, 3, 4, 30, 0, 0, 0, 0, 0, 0, 0}, invalid, false, false},
+        {"negative width", {1, -1, 1, 3, 4, 30, 0, 0, 0, 0, 0, 0, 0}, invalid, false, false},
+        {"negative height", {1, 1, -1, 3, 4, 30, 0, 0, 0, 0, 0, 0, 0}, invalid, false, false},
+        {"too low a rate", {1, 1, 1, 3, 4, 1, 0, 0, 0, 0, 0, 0, 0}, invalid + "1", false, false},
+        {"too short", Config(12, 1), "Invalid input: status(size=12)", false, false},
+        {"nothing", {}, "Invalid input: status(size=0)", false, false},
+    };
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(expected.name);
+        service->config = expected.config;
+        service->takeCalls();
+        log.take();
+        AisrEngine fresh;
+        EXPECT_EQ(fresh.initialize(), expected.isAccepted);
+        EXPECT_EQ(fresh.getAppConfig(), expected.isEnabled);
+        EXPECT_TRUE(log.contains(expected.message)) << log.last("getConfig:#: ");
+        EXPECT_EQ(service->count("registerCallbackEx"), expected.isAccepted ? 1U : 0U);
+    }
+}
+
+TEST_F(EngineConditions, AcceptsSizesWithinTheRangeInEitherOrientation) {
+    struct Range {
+        int32_t minWidth, minHeight, maxWidth, maxHeight;
+    };
+    const Range usual{512, 512, 720, 1280};
+    const Range mixed{512, 600, 1280, 720};
+    const Range wide{1, 1, INT32_MAX, INT32_MAX};
+    const struct {
+        Range range;
+        int width;
+        int height;
+        bool isAccepted;
+    } cases[] = {
+        {usual, 513, 513, true},    {usual, 512, 1280, false},  {usual, 1280, 512, false},
+        {usual, 600, 1281, false},  {usual, 720, 1280, true},   {usual, 1280, 720, true},
+        {usual, 721, 1280, false},  {usual, 960, 540, true},    {usual, 854, 480, false},
+        {usual, 1920, 1080, false}, {usual, 960, 960, true},    {usual, 961, 960, false},
+        {mixed, 700, 601, true},    {mixed, 512, 800, false},   {mixed, 513, 599, true},
+        {mixed, 513, 598, false},   {wide, 65536, 65536, true}, {wide, 1, 1, false},
+    };
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(std::to_string(expected.width) + "x" + std::to_string(expected.height));
+        service->config = EngineService::defaultConfig();
+        service->config[1] = expected.range.minWidth;
+        service->config[2] = expected.range.minHeight;
+        service->config[3] = expected.range.maxWidth;
+        service->config[4] = expected.range.maxHeight;
+        AisrEngine fresh;
+        ASSERT_TRUE(fresh.initialize());
+        fresh.setFrameRate(1);
+        EXPECT_FALSE(fresh.needEnhance());
+        fresh.setRect(expected.width, expected.height);
+        EXPECT_EQ(fresh.needEnhance(), expected.isAccepted);
+    }
+}
+
+TEST_F(EngineConditions, CountsVerdictsAndTellsWhy) {
+    g_delogvEnable = true;
+    ASSERT_TRUE(engine->initialize());
+    // Each step: the report, the last line that it logs ("#" for the process's name), and whether
+    // enhancement is wanted afterwards.
+    using Report = void (*)(AisrEngine&);
+    const std::string update = "4 DE N AISR updateEnhance:#: mIsEnhance[EN_COND_";
+    const struct {
+        Report report;
+        std::string line;
+        bool isWanted;
+    } steps[] = {
+        {[](auto& it) { it.setRect(0, 720); }, "5 DE N AISR setRect:#: Invalid input:0x720 for #!",
+         false},
+        {[](auto& it) { it.setRect(1280, -1); },
+         "5 DE N AISR setRect:#: Invalid input:1280x-1 for #!", false},
+        {[](auto& it) { it.setRect(1280, 720); },
+         update + "RECT]:1 mEnhanceCount:2 for #. Because rect:1280x720(min:512x512 max:720x1280)",
+         false},
+        {[](auto& it) { it.setFrameRate(31); },
+         update + "FPS]:0 mEnhanceCount:2 for #. Because mFps:31(mMaxFps:30)", false},
+        {[](auto& it) { it.setFrameRate(30); },
+         update + "FPS]:1 mEnhanceCount:3 for #. Because mFps:30(mMaxFps:30)", true},
+        {[](auto& it) { it.setFrameRate(30); },
+         "4 DE N AISR LOGV setFrameRate:#: Same fps:30 for #, skip.", true},
+        {[](auto& it) { it.setFrameRate(0); },
+         "5 DE N AISR setFrameRate:#: Invalid input fps:0 for #!", true},
+        {[](auto& it) { it.setRect(1280, 720); },
+         "4 DE N AISR LOGV setRect:#: Same rect:1280x720 for #, skip.", true},
+        {[](auto& it) { it.setRect(720, 1280); },
+         update + "RECT]:1 mEnhanceCount:3 for #. Because rect:720x1280(min:512x512 max:720x1280)",
+         true},
+        {[](auto& it) { it.setEnable(true); },
+         "4 DE N AISR setEnableInternal:#: Same enable:1 for #, skip.", true},
+        {[](auto& it) { it.setEnable(false); },
+         update + "ENABLE]:0 mEnhanceCount:2 for #. Because mIsEnable:0", false},
+        {[](auto& it) { it.setEnable(true); },
+         update + "ENABLE]:1 mEnhanceCount:3 for #. Because mIsEnable:1", true},
+        {[](auto& it) { it.onAppStop(); }, "5 DE N AISR onAppStop:#: mAlgorithm.deinit() failed!",
+         true},
+    };
+    const std::string start = "4 DE N AISR updateAppName:#: ";
+    const std::string name = log.last(start).substr(start.size());
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.line);
+        log.take();
+        step.report(*engine);
+        std::string expected = step.line;
+        const size_t mark = expected.find(" for #");
+        if (mark != std::string::npos) {
+            expected.replace(mark + 5, 1, name);
+        }
+        ASSERT_FALSE(log.lines().empty());
+        EXPECT_EQ(log.lines().back(), expected);
+        EXPECT_EQ(engine->needEnhance(), step.isWanted);
+    }
+}
+
+TEST_F(EngineConditions, CountForNothingWhenTheRegistrationFailed) {
+    service->registerResult = false;
+    EXPECT_FALSE(engine->initialize());
+    EXPECT_TRUE(log.contains("mIsEnhance[EN_COND_ENABLE]:1 mEnhanceCount:1 for "));
+    EXPECT_FALSE(engine->getAppConfig());
+}
+
+TEST_F(EngineConditions, AreFetchedOnce) {
+    EXPECT_TRUE(engine->initialize());
+    service->takeCalls();
+    EXPECT_TRUE(engine->initialize());
+    EXPECT_TRUE(service->takeCalls().empty());
+}
+
+TEST_F(EngineConditions, AreCountedRightWhenManyReport) {
+    ASSERT_TRUE(engine->initialize());
+    engine->setRect(1280, 720);
+    engine->setFrameRate(30);
+    g_delogdEnable = g_delogiEnable = false;
+    const auto report = [this] {
+        for (int i = 0; i < 20'000; ++i) {
+            engine->setEnable(i % 2 == 0);
+            engine->setFrameRate(i % 3 == 0 ? 60 : 30);
+        }
+    };
+    std::thread other(report);
+    report();
+    other.join();
+    engine->setFrameRate(30);
+    engine->setEnable(true);
+    EXPECT_TRUE(engine->needEnhance());
+    engine->setEnable(false);
+    EXPECT_FALSE(engine->needEnhance());
+    g_delogdEnable = g_delogiEnable = true;
+}
+
+TEST_F(EngineConditions, IgnoreReportsBeforeInitialisation) {
+    engine->setEnable(true);
+    engine->setRect(1280, 720);
+    engine->setRect(-1, -1);
+    engine->setFrameRate(30);
+    EXPECT_FALSE(engine->needEnhance());
+    EXPECT_FALSE(engine->getAppConfig());
+    EXPECT_TRUE(log.lines().empty());
+    ASSERT_TRUE(engine->initialize());
+    EXPECT_TRUE(engine->getAppConfig());
+    engine->setRect(1280, 720);
+    engine->setFrameRate(30);
+    EXPECT_TRUE(engine->needEnhance()) << "nothing had been stored";
+}
+
+}  // namespace

@@ -1,0 +1,346 @@
+// SPDX-License-Identifier: Apache-2.0
+// A frame's way through the engine: its guards, the worker, the time limits and the stop.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <future>
+#include <optional>
+
+#include "aisr/AisrEngine.h"
+#include "common/DisplayEngineCleanCommon.h"
+#include "support/ControlledClock.h"
+#include "support/EngineService.h"
+#include "support/LogCapture.h"
+#include "support/ProcessingLibrary.h"
+#include "support/ThreadState.h"
+
+using processing::Call;
+using processing::Gate;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+namespace {
+
+constexpr uint64_t kStream = 0x7b3f;
+constexpr uint64_t kOther = 0x1234;
+constexpr int kPatientMs = 600'000;  // An abort timeout that no test outlasts.
+
+class EngineWorker : public testing::Test {
+protected:
+    EngineWorker() : service(EngineService::install()) {
+        processing::use("without_nothing");
+        service->config[6] = 1'000'000;  // The monitor is not the subject here.
+        service->config[9] = kPatientMs;
+        engine.emplace();
+    }
+    ~EngineWorker() override {
+        engine.reset();  // The hook refers to locals of the test only while frames are processed.
+        processing::setHook(nullptr);
+    }
+
+    /** Offers a frame and returns its index. */
+    uint64_t offer(uint64_t id) {
+        Aisr::BufferInfo info = frame.info(id);
+        info.idx = 77;
+        engine->enhance(info);
+        return info.idx;
+    }
+
+    /** Makes each frame take `duration` of the controlled clock in the library. */
+    static void take(milliseconds duration, int32_t status = 0) {
+        processing::setHook([=, caller = ownThread()](const Call& call) {
+            if (call.entry == "AisrProcess") {
+                waitUntilAsleep(caller);  // It has looked at the clock by then.
+                controlled_clock::advance(duration);
+                return status;
+            }
+            return 0;
+        });
+    }
+
+    /** Holds the library up in its process entry until the gate is opened. */
+    static void hold(Gate* gate) {
+        processing::setHook(
+            [=](const Call& call) { return call.entry == "AisrProcess" ? (gate->pass(), 0) : 0; });
+    }
+
+    LogCapture log;
+    processing::Frame frame;
+    android::sp<EngineService> service;
+    std::optional<AisrEngine> engine;
+};
+
+TEST_F(EngineWorker, DoesNothingBeforeItIsInitialised) {
+    EXPECT_EQ(offer(kStream), 77U);
+    EXPECT_FALSE(engine->isReady());
+    engine->onAppStart();
+    EXPECT_TRUE(log.contains("5 DE N AISR onAppStart:#: Not ready for enhancement!"));
+    EXPECT_EQ(processing::calls().size(), 0U);
+}
+
+TEST_F(EngineWorker, RefusesInvalidFramesAndNumbersTheOthers) {
+    ASSERT_TRUE(engine->initialize());
+    EXPECT_EQ(offer(kStream), 0U);
+    using Spoil = void (*)(Aisr::BufferInfo&);
+    for (const Spoil spoil : std::initializer_list<Spoil>{
+             [](auto& info) { info.id = 0; }, [](auto& info) { info.y = nullptr; },
+             [](auto& info) { info.uv = nullptr; }, [](auto& info) { info.width = 0; },
+             [](auto& info) { info.height = -1; }, [](auto& info) { info.stride = INT32_MIN; }}) {
+        Aisr::BufferInfo info = frame.info(kStream);
+        info.idx = 9;
+        spoil(info);
+        const std::string text = AisrAlgorithm::toString(info);
+        log.take();
+        engine->enhance(info);
+        EXPECT_EQ(log.take(), std::vector{"4 DE N AISR enhance:#: Invalid input: " + text});
+        EXPECT_EQ(info.idx, 9U);
+    }
+    EXPECT_EQ(offer(kStream), 1U);
+    EXPECT_EQ(offer(kOther), 0U);
+    EXPECT_EQ(offer(kStream), 0U);
+    EXPECT_EQ(offer(kStream), 1U);
+    EXPECT_EQ(processing::calls().back().text(), "AisrProcess");
+    EXPECT_EQ(processing::count("AisrProcess"), 5U);
+}
+
+TEST_F(EngineWorker, SpendsItsRetriesOnlyOnFrames) {
+    ASSERT_TRUE(engine->initialize());
+    processing::use("");
+    for (int attempt = 1; attempt <= 5; ++attempt) {
+        EXPECT_EQ(offer(kStream), 77U);
+    }
+    EXPECT_EQ(log.count("5 DE N AISR getReady:#: mAlgorithm.init() failed!"), 5U);
+    processing::use("without_nothing");
+    offer(kStream);
+    EXPECT_FALSE(engine->isReady());
+    EXPECT_EQ(log.count("4 DE N AISR isReady:#: Retry count:0"), 2U);
+    EXPECT_EQ(processing::calls().size(), 0U) << "the budget is spent";
+    engine->onAppStart();
+    EXPECT_TRUE(log.contains("4 DE N AISR onAppStart:#: Ready for enhancement."));
+    EXPECT_EQ(offer(kStream), 0U);
+    EXPECT_EQ(processing::count("AisrProcess"), 1U);
+}
+
+TEST_F(EngineWorker, WaitsForTheFrameAndReportsIt) {
+    ASSERT_TRUE(engine->initialize());
+    take(milliseconds(32));
+    offer(kStream);
+    const std::string safe = "data:{ id=7b3f idx=0 32(64)x16 }";
+    EXPECT_TRUE(log.contains("4 DE N AISR doEnhance:#: enhance(" + safe + ") used 32ms"));
+    EXPECT_TRUE(log.contains(") used 32ms return 0"));
+
+    take(milliseconds(50), 1);
+    offer(kStream);
+    EXPECT_TRUE(
+        log.contains("5 DE N AISR doEnhance:#: mAlgorithm.enhance(data:{ id=7b3f idx=1 "
+                     "32(64)x16 }) failed! Used 50ms"));
+    EXPECT_TRUE(log.contains(") used 50ms return -1"));
+    EXPECT_EQ(log.count("Overload:"), 0U) << "a failed frame is no timeout";
+}
+
+TEST_F(EngineWorker, LatchesOverloadUntilTheStreamChanges) {
+    ASSERT_TRUE(engine->initialize());
+    take(milliseconds(33));
+    for (int slow = 1; slow <= 4; ++slow) {
+        offer(kStream);
+        EXPECT_EQ(log.last("count:"),
+                  "4 DE N AISR updateTimeoutStatus:#: Overload:0. count:" + std::to_string(slow) +
+                      " at data:{ id=7b3f idx=" + std::to_string(slow - 1) + " 32(64)x16 }");
+        controlled_clock::advance(milliseconds(2467));
+    }
+    offer(kStream);
+    EXPECT_EQ(log.last("timeouts"),
+              "4 DE N AISR updateTimeoutStatus:#: Overload:0. 5 timeouts(>=33ms) occurred during "
+              "10000ms(>=10000ms), count at data:{ id=7b3f idx=4 32(64)x16 }");
+
+    // The last four of them are kept, so that each further one is judged with those before it.
+    controlled_clock::advance(milliseconds(2466));
+    offer(kStream);
+    EXPECT_EQ(log.last("timeouts"),
+              "5 DE N AISR updateTimeoutStatus:#: Overload! 5 timeouts(>=33ms) occurred during "
+              "9999ms(<10000ms), count at data:{ id=7b3f idx=5 32(64)x16 }");
+
+    controlled_clock::advance(seconds(1000));
+    log.take();
+    EXPECT_EQ(offer(kStream), 6U) << "a refused frame has used up its index";
+    EXPECT_NE(log.last("skip").find("4 DE N AISR enhance:#: Overload! data:{ id=7b3f idx=6 y=0x"),
+              std::string::npos);
+    EXPECT_EQ(offer(kStream), 7U);
+    EXPECT_EQ(processing::count("AisrProcess"), 6U);
+    EXPECT_EQ(offer(kOther), 0U);
+    EXPECT_EQ(processing::count("AisrProcess"), 7U);
+    EXPECT_NE(log.last("count:").find("count:1 at"), std::string::npos) << "a new history";
+}
+
+TEST_F(EngineWorker, KeepsOverloadedFramesFromTheMonitor) {
+    service->config[5] = 2;
+    service->config[6] = 3;   // The monitor's interval closes on the fourth frame that it sees.
+    service->config[10] = 5;  // ms
+    service->config[11] = 2;  // Two slow frames latch the overload.
+    ASSERT_TRUE(engine->initialize());
+    take(milliseconds(5));
+    for (int offered = 0; offered < 10; ++offered) {
+        offer(kStream);
+    }
+    EXPECT_EQ(processing::count("AisrProcess"), 2U);
+    offer(kOther);
+    EXPECT_FALSE(log.contains("isUnhealthy:#: "));
+    offer(kOther);
+    EXPECT_TRUE(log.contains("isUnhealthy:#: "));
+}
+
+TEST_F(EngineWorker, NeverLatchesOverloadForAlternatingStreams) {
+    ASSERT_TRUE(engine->initialize());
+    take(milliseconds(40));
+    for (int i = 0; i < 12; ++i) {
+        EXPECT_EQ(offer(i % 2 == 0 ? kStream : kOther), 0U);
+    }
+    EXPECT_EQ(processing::count("AisrProcess"), 12U);
+    EXPECT_EQ(log.count("timeouts"), 0U);
+}
+
+TEST_F(EngineWorker, GivesUpAndCancelsAnExpiredFrame) {
+    service->config[9] = service->config[10] = 5;  // ms of real time
+    service->config[5] = 2;
+    service->config[6] = 3;  // The monitor's interval closes on the fourth frame.
+    ASSERT_TRUE(engine->initialize());
+    Gate gate;
+    processing::setHook([&](const Call& call) {
+        if (call.entry == "AisrProcess") {
+            gate.pass();
+            controlled_clock::advance(milliseconds(6));
+        }
+        return call.tag == AISR_TAG_SET_TIMEOUT ? 1 : 0;  // It does not honour the cancel.
+    });
+    offer(kStream);
+    EXPECT_EQ(log.last("expired"),
+              "5 DE N AISR enhance:#: doEnhance(data:{ id=7b3f idx=0 32(64)x16 }) expired 0(5)ms "
+              "timeout!");
+    processing::waitFor("AisrProcess");
+    ASSERT_EQ(processing::count("AisrSetParam(3)"), 1U) << "cancelled meanwhile";
+
+    // The worker is still at it: the next frame waits in the queue, and the one after is refused.
+    offer(kStream);
+    EXPECT_EQ(log.count("expired"), 2U);
+    const Call cancel = processing::calls().back();
+    EXPECT_EQ(cancel.text(), "AisrSetParam(3)");
+    EXPECT_EQ(cancel.buffer.id, kStream);
+    EXPECT_EQ(cancel.buffer.idx, 1U);
+    offer(kStream);
+    EXPECT_NE(log.last("skip!").find("5 DE N AISR enhance:#: Tasks is not empty! enhance(data:{ "
+                                     "id=7b3f idx=2 y=0x"),
+              std::string::npos);
+
+    EXPECT_FALSE(log.contains("isUnhealthy:#: "));
+    offer(kStream);
+    EXPECT_TRUE(log.contains("isUnhealthy:#: ")) << "frames that find the queue busy are monitored";
+
+    // Done late and in vain, they count as timeouts.
+    gate.open();
+    log.waitFor("Overload:0. count:2 at data:{ id=7b3f idx=1");
+    EXPECT_EQ(processing::count("AisrProcess"), 2U);
+}
+
+TEST_F(EngineWorker, WaitsByTheWallClock) {
+    ASSERT_TRUE(engine->initialize());
+    Gate gate;
+    hold(&gate);
+    controlled_clock::misreadWallClockOnce(-std::chrono::hours(1));
+    offer(kStream);  // Its deadline, ten minutes ahead by that clock, lies behind.
+    EXPECT_TRUE(log.contains("expired"));
+    gate.open();
+    engine.reset();  // The worker may come to the gate only now.
+}
+
+TEST_F(EngineWorker, TellsFastAndSlowFramesBehindTheirOwnSwitches) {
+    ASSERT_TRUE(engine->initialize());
+    const struct {
+        bool debug, info;
+        milliseconds duration;
+        bool isTold;
+    } cases[] = {{true, false, milliseconds(32), true},
+                 {false, true, milliseconds(32), false},
+                 {true, false, milliseconds(33), false},
+                 {false, true, milliseconds(33), true}};
+    for (const auto& expected : cases) {
+        g_delogdEnable = expected.debug;
+        g_delogiEnable = expected.info;
+        log.take();
+        take(expected.duration);
+        offer(kStream);
+        EXPECT_EQ(log.contains("doEnhance:#: enhance("), expected.isTold);
+    }
+    g_delogdEnable = g_delogiEnable = true;
+}
+
+TEST_F(EngineWorker, StopsAtOnceWhenIdle) {
+    ASSERT_TRUE(engine->initialize());
+    engine->onAppStart();
+    log.take();
+    engine.reset();
+    const std::vector<std::string> expected = {
+        "4 DE N AISR ~AisrEngine:#: step in",
+        "4 DE N AISR ~AisrEngine:#: mIsEnhanceAlive=false",
+        "4 DE N AISR ~AisrEngine:#: join",
+        "4 DE N AISR operator():#: enhance died.",
+        "4 DE N AISRAlgo ~AisrAlgorithm:#: step in",
+        "4 DE N AISRAlgo unloadLibrary:#: Unload library.",
+    };
+    // The worker's last line and the join's may come either way round.
+    std::vector<std::string> found;
+    for (const std::string& line : log.take()) {
+        if (std::find(expected.begin(), expected.end(), line) != expected.end()) {
+            found.push_back(line);
+        }
+    }
+    ASSERT_EQ(found.size(), expected.size());
+    if (found[2] == expected[3]) {
+        std::swap(found[2], found[3]);
+    }
+    EXPECT_EQ(found, expected);
+    EXPECT_EQ(processing::calls().back().text(), "AisrDeinit");
+}
+
+TEST_F(EngineWorker, JoinsNoWorkerThatNeverStarted) {
+    ASSERT_TRUE(engine->initialize());
+    engine.reset();
+    EXPECT_FALSE(log.contains("join"));
+    EXPECT_TRUE(log.contains("Unload library.")) << "the adapter's deinit loads it to unload it";
+}
+
+TEST_F(EngineWorker, FinishesTheFrameInProcessingAndDropsTheQueuedOne) {
+    service->config[9] = service->config[10] = 5;  // ms of real time
+    ASSERT_TRUE(engine->initialize());
+    Gate gate;
+    hold(&gate);
+    offer(kStream);
+    processing::waitFor("AisrProcess");
+    offer(kStream);  // Expires in the queue.
+    auto stopped = std::async(std::launch::async, [&] { engine.reset(); });
+    log.waitFor("~AisrEngine:#: join");
+    EXPECT_FALSE(log.contains("enhance died."));
+    gate.open();
+    stopped.get();
+    EXPECT_TRUE(log.contains("enhance died."));
+    EXPECT_EQ(processing::count("AisrProcess"), 1U);
+}
+
+TEST_F(EngineWorker, ReportsEveryHundredSecondsOfIdleness) {
+#ifdef CONTROLLED_CLOCK_REAL_WAITS
+    GTEST_SKIP() << "the thread sanitizer has to see the waits itself";
+#endif
+    ASSERT_TRUE(engine->initialize());
+    engine->onAppStart();
+    for (size_t times = 1; times <= 2; ++times) {
+        controlled_clock::waitForSleeper();
+        controlled_clock::advance(milliseconds(99'999));
+        controlled_clock::waitForSleeper();  // Woken before its time, it went back to sleep.
+        EXPECT_EQ(log.count("enhance timeout."), times - 1);
+        controlled_clock::advance(milliseconds(1));
+        log.waitFor("4 DE N AISR operator():#: enhance timeout.", times);
+    }
+    EXPECT_EQ(offer(kStream), 0U) << "the worker is still alive";
+    EXPECT_EQ(processing::count("AisrProcess"), 1U);
+}
+
+}  // namespace

@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: Apache-2.0
+// The video facade: how the engine comes up once, or never, and how events reach it. Each test
+// needs a process of its own, as the test runner gives it, because the outcome holds for the
+// process.
+#include <binder/PersistableBundle.h>
+#include <gtest/gtest.h>
+#include <utils/String16.h>
+
+#include <future>
+#include <utility>
+
+#include "client/DisplayEngineManager.h"
+#include "client/VideoEngine.h"
+#include "common/DisplayEngineCleanCommon.h"
+#include "support/EngineService.h"
+#include "support/LogCapture.h"
+#include "support/ProcessingLibrary.h"
+#include "support/ThreadState.h"
+
+using android::sp;
+using android::String16;
+using android::os::PersistableBundle;
+using Texts = std::vector<std::string>;
+
+namespace {
+
+class Facade : public testing::Test {
+protected:
+    Facade() : manager(new DisplayEngineManager) {
+        processing::use("without_nothing");
+        g_delogdEnable = g_delogiEnable = true;  // The manager has switched them off.
+    }
+
+    LogCapture log;
+    processing::Frame frame;
+    sp<DisplayEngineManager> manager;
+};
+
+TEST_F(Facade, BringsTheEngineUpAndEnhances) {
+    const sp<EngineService> service = EngineService::install();
+    service->config[9] = 60'000;  // No frame expires here, however busy the machine.
+    EXPECT_TRUE(manager->isVideoEngineSupported());
+    const std::string start = "4 DE N AISR updateAppName:#: ";
+    const std::string name = log.last(start).substr(start.size());
+    EXPECT_NE(name.find("FacadeTest"), std::string::npos);
+    EXPECT_EQ(name.find("--gtest"), std::string::npos) << "the arguments are no part of the name";
+    EXPECT_EQ(service->takeCalls(),
+              (Texts{"getSupported 44", "getEffectExByData 44 Key=" + name + " Type=26 size=13",
+                     "registerCallbackEx Key=" + name + " Feature=44"}));
+    EXPECT_TRUE(
+        log.contains("4 DE N AISR registerCallback:#: key:" + name + " feature:44 success."));
+    EXPECT_EQ(log.last("DE N VideoEngine"),
+              "4 DE N VideoEngine isAisrValid:#: Load AISR successfully.");
+
+    EXPECT_TRUE(manager->getVideoAppConfig());
+    manager->onVideoAppStart();
+    manager->onVideoStart();
+    manager->setVideoRect(1280, 720);
+    EXPECT_FALSE(manager->needVideoEnhance());
+    manager->setVideoFrameRate(25);
+    EXPECT_TRUE(manager->needVideoEnhance());
+    Aisr::BufferInfo info = frame.info(1);
+    manager->doVideoEnhance(info);
+    manager->doVideoEnhance(info);
+    EXPECT_EQ(info.idx, 1U);
+    processing::waitFor("AisrProcess", 2);
+    manager->setAisrEnable(false);
+    EXPECT_FALSE(manager->needVideoEnhance());
+    EXPECT_FALSE(manager->getVideoAppConfig());
+    manager->onVideoStop();
+    manager->onVideoAppStop();
+    EXPECT_EQ(processing::calls().back().text(), "AisrDeinit");
+    EXPECT_EQ(service->takeCalls(), Texts{}) << "frames and reports do not trouble the service";
+}
+
+/** Two first callers at once, and what the service answers to the second. */
+class FacadeRace : public Facade, public testing::WithParamInterface<int> {};
+
+TEST_P(FacadeRace, CreatesOneEngineAndTakesTheLastAnswerForGood) {
+    const sp<EngineService> service = EngineService::install();
+    processing::Gate gate;
+    std::promise<void> isAsked;
+    service->whenAsked = [&, queries = 0]() mutable {
+        if (++queries == 1) {
+            isAsked.set_value();
+            gate.pass();
+        } else {
+            service->support = GetParam();
+        }
+    };
+    auto first = std::async(std::launch::async, [&] { return manager->isVideoEngineSupported(); });
+    isAsked.get_future().get();
+    std::promise<pid_t> thread;
+    auto second = std::async(std::launch::async, [&] {
+        thread.set_value(ownThread());
+        return manager->isVideoEngineSupported();
+    });
+    waitUntilAsleep(thread.get_future().get());
+    gate.open();
+    EXPECT_TRUE(first.get());
+    EXPECT_EQ(second.get(), GetParam() == 1);
+    EXPECT_EQ(service->count("getSupported"), 2U);
+    EXPECT_EQ(service->count("registerCallbackEx"), 1U);
+    EXPECT_EQ(log.count("Start to load AISR......"), 1U);
+    EXPECT_EQ(manager->getVideoAppConfig(), GetParam() == 1);
+    EXPECT_FALSE(log.contains("~AisrEngine")) << "the engine stays until the process exits";
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FacadeRace, testing::Values(0, 1));
+
+TEST_F(Facade, MakesAnEventWaitForTheEngine) {
+    const sp<EngineService> service = EngineService::install();
+    std::future<void> event;
+    service->whenRegistered = [&](const EngineService::Callback& callback) {
+        std::promise<pid_t> thread;
+        event = std::async(std::launch::async, [&thread, callback] {
+            thread.set_value(ownThread());
+            EXPECT_TRUE(callback->onEventWithData(3, protocol::enable(false)).isOk());
+        });
+        waitUntilAsleep(thread.get_future().get());
+    };
+    EXPECT_TRUE(manager->isVideoEngineSupported());
+    event.get();
+    EXPECT_FALSE(manager->getVideoAppConfig()) << "it came while the engine was registering";
+}
+
+TEST_F(Facade, ObeysItsEventsAndNoOthers) {
+    const sp<EngineService> service = EngineService::install();
+    ASSERT_TRUE(manager->getVideoAppConfig());
+    const EngineService::Callback callback = service->callback();
+    const PersistableBundle off = protocol::enable(false);
+    const PersistableBundle on = protocol::enable(true);
+    PersistableBundle number;
+    number.putInt(String16("Enable"), 0);
+    const std::string tag = "DE N AISR onEventWithData:#: ";
+    const std::string wrongType =
+        "5 " + tag + "Invalid input: event:2(expeted IDisplayEngineService::DE_EVENT_AISR:3)!";
+    const std::string noEnable = "5 " + tag + "Invalid input: no \"Enable\" found in data!";
+    const struct {
+        int event;
+        const PersistableBundle& data;
+        std::string first;
+        std::string last;
+        bool isEnabled;
+    } events[] = {
+        {2, off, wrongType, wrongType, true},
+        {3, number, noEnable, noEnable, true},
+        {3, PersistableBundle(), noEnable, noEnable, true},
+        {3, on, "4 " + tag + "Enable:1", "setEnableInternal:#: Same enable:1 for ", true},
+        {3, off, "4 " + tag + "Enable:0", "Because mIsEnable:0", false},
+        {3, on, "4 " + tag + "Enable:1", "Because mIsEnable:1", true},
+    };
+    for (const auto& expected : events) {
+        log.take();
+        EXPECT_TRUE(callback->onEventWithData(expected.event, expected.data).isOk());
+        EXPECT_TRUE(callback->onEvent(3, 0).isOk());
+        EXPECT_EQ(log.lines().front(), expected.first);
+        EXPECT_NE(log.lines().back().find(expected.last), std::string::npos);
+        EXPECT_EQ(manager->getVideoAppConfig(), expected.isEnabled);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+// The examples of the README, compiled from there, do what it says they do.
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+#include "client/DisplayEngineManager.h"
+#include "support/ChildProcess.h"
+#include "support/EngineService.h"
+#include "support/ProcessingLibrary.h"
+
+using android::sp;
+
+// Of the examples.
+void play(int width, int height, int fps);
+int serve();
+
+namespace {
+
+constexpr uint64_t kFrames = 3;
+
+processing::Frame* pictures = nullptr;
+std::vector<uint64_t> shown;
+
+}  // namespace
+
+// What the examples leave to their reader.
+
+bool decode(Aisr::BufferInfo* frame) {
+    *frame = pictures->info(0x7b3f);
+    return shown.size() < kFrames;
+}
+
+void show(const Aisr::BufferInfo& frame) {
+    shown.push_back(frame.idx);
+    // On a busy machine a frame may be late; the next one finds the queue empty all the same.
+    processing::waitFor("AisrProcess", shown.size());
+}
+
+bool setBacklight(int32_t level) {
+    std::cout << "backlight " << level << std::endl;
+    return true;
+}
+
+TEST(ReadmeExamples, MediaClientHasItsFramesEnhanced) {
+    const sp<EngineService> service = EngineService::install();
+    processing::use("without_nothing");
+    processing::Frame frame;
+    pictures = &frame;
+    play(1280, 720, 30);
+
+    EXPECT_EQ(shown, (std::vector<uint64_t>{0, 1, 2}));
+    EXPECT_EQ(processing::count("AisrProcess"), kFrames);
+    EXPECT_EQ(processing::takeTexts().back(), "AisrDeinit");
+}
+
+TEST(ReadmeExamples, ServiceAnswersItsClients) {
+    ChildProcess service(ChildProcess::ownPath(), {"--serve"});
+    const sp<DisplayEngineManager> display = new DisplayEngineManager();
+    EXPECT_EQ(display->displayengineSetBrightness(100), 1);
+    EXPECT_EQ(service.readLine(), "backlight 100");
+    EXPECT_EQ(display->setScene(21, 100), -22);
+}
+
+int main(int argc, char** argv) {
+    if (argc == 2 && std::string(argv[1]) == "--serve") {
+        return serve();
+    }
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
