@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "aisr/AisrBuffer.h"
+#include "common/AisrProcess.h"
 #include "demo/processing/LumaSharpener.h"
 
 extern "C" {

@@ -120,15 +120,14 @@ const Fault kFaults[] = {
     {"no init again", kRestart, failing("AisrInit", 1),
      kNoInit + kAdapter + "enhance:#: Retry init() failed!\n" + kFailed},
     {"no thread", kNothing, [] { return std::make_shared<fault::NoThreads>(); },
-     kEngine + "getReady:#: Failed to start the worker! #\n"},
+     kEngine + "getReady:#: Failed to start the worker!\n"},
     {"frame refused", kStart, failing("AisrSetParam(2)", 2),
      kSetParam + "AISR_TAG_SET_BUF(2),&bufInfo,24) failed, return AISR_ERR_BUF_COPY(2)\n" +
          kFailed},
     {"no process", kStart, failing("AisrProcess", -1),
      kAdapter + "enhance:#: mProcessFunc failed, return Unknown error code: -1\n" + kFailed, 1},
     {"exception", kStart,
-     hook([](const Call& call) { return call.entry == "AisrProcess" ? throw 7 : 0; }),
-     kEngine + "operator():#: doEnhance() ended by an exception!\n", 1},
+     hook([](const Call& call) { return call.entry == "AisrProcess" ? throw 7 : 0; }), kFailed, 1},
     {"cancel refused", kStart, refuseCancel,
      kEngine + "enhance:#: doEnhance" + kFrame + "expired #(600000)ms timeout!\n" + kSetParam +
          "AISR_TAG_SET_TIMEOUT(3),&bufInfo,48) failed, return AISR_ERR_TIMEOUT(3)\n"

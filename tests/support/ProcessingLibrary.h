@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "aisr/AisrBuffer.h"
+#include "common/AisrProcess.h"
 #include "common/BufferInfo.h"
 
 /**
