@@ -20,7 +20,7 @@
 #include "aidl/IDisplayEngineService.h"
 #include "client/ServiceConnection.h"
 #include "support/ChildProcess.h"
-#include "support/ProtocolPeerObjects.h"
+#include "support/Recording.h"
 
 using android::sp;
 using android::String16;
