@@ -67,7 +67,7 @@ Peer::Peer() : mProcess(ChildProcess::ownPath(), {kPeerArgument}) {
 status_t send(const sp<IBinder>& binder, uint32_t code, const std::string& bytes, Parcel* reply) {
     Parcel data;
     const std::vector<uint8_t> raw = unhex(bytes);
-    data.setData(raw.data(), raw.size());
+    data.ipcSetData(raw, {});
     return binder->transact(code, data, reply);
 }
 
@@ -104,12 +104,10 @@ std::vector<std::string> Peer::takeCalls(const sp<IBinder>& recorder, int32_t co
     Parcel data;
     Parcel reply;
     data.writeInt32(count);
-    std::vector<String16> calls;
     EXPECT_EQ(recorder->transact(CONTROL_TAKE_CALLS, data, &reply), OK);
-    EXPECT_EQ(reply.readString16Vector(&calls), OK);
     std::vector<std::string> texts;
-    for (const String16& call : calls) {
-        texts.emplace_back(android::String8(call).string());
+    while (reply.dataAvail() > 0) {
+        texts.emplace_back(android::String8(reply.readString16()).string());
     }
     return texts;
 }

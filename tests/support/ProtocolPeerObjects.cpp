@@ -67,11 +67,10 @@ size_t Journal::count(const std::string& operation) const {
 }
 
 status_t Journal::take(const Parcel& data, Parcel* reply) {
-    std::vector<String16> calls;
     for (const std::string& entry : take(static_cast<size_t>(data.readInt32()))) {
-        calls.push_back(String16(entry.c_str()));
+        reply->writeString16(String16(entry.c_str()));
     }
-    return reply->writeString16Vector(calls);
+    return OK;
 }
 
 status_t RecordingService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,

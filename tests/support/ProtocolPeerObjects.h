@@ -21,7 +21,7 @@ namespace protocol {
 
 /** Codes far above those of the interfaces, by which the test talks to the peer's objects. */
 enum ControlCode : uint32_t {
-    CONTROL_TAKE_CALLS = 1000,  // int32 count -> string16 vector; waits for that many
+    CONTROL_TAKE_CALLS = 1000,  // int32 count -> as many string16s; waits for that many
     CONTROL_RAISE,              // int32 exception, string16 message, int32 own code: for one call
 };
 
