@@ -15,13 +15,8 @@ size_t imageSize(const GraphicBuffer& buffer) {
     const size_t pixels = size_t{buffer.getStride()} * buffer.getHeight();
     switch (buffer.getPixelFormat()) {
         case android::PIXEL_FORMAT_RGBA_8888:
-        case android::PIXEL_FORMAT_RGBX_8888:
-        case android::PIXEL_FORMAT_BGRA_8888:
             return pixels * 4;
-        case android::PIXEL_FORMAT_RGB_565:
-            return pixels * 2;
         case android::HAL_PIXEL_FORMAT_YCRCB_420_SP:
-        case android::HAL_PIXEL_FORMAT_YCBCR_420_888:
             return pixels + pixels / 2;
         default:
             return 0;
