@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "demo/service/UnsupportedService.h"
+#include "aidl/UnsupportedService.h"
 #include "support/ChildProcess.h"
 
 namespace {
@@ -105,7 +105,7 @@ TEST(DectlTest, AServiceWithoutAFeatureRefusesOrAnswers) {
 
 TEST(DectlTest, FailedCallsAreToldFromAnswersWithTheSameValue) {
     ASSERT_EQ(android::defaultServiceManager()->addService(
-                  android::String16("DisplayEngineService"), new sample::UnsupportedService),
+                  android::String16("DisplayEngineService"), new com::tivora::displayengine::UnsupportedService),
               android::OK);
     android::ProcessState::self()->startThreadPool();
     for (const char* command : {"panel-name", "folding", "local-hbm", "frame-rate 60", "cwb on"}) {
