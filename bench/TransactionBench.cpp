@@ -21,8 +21,8 @@
 #include <memory>
 #include <string>
 
+#include "aidl/UnsupportedService.h"
 #include "client/ServiceConnection.h"
-#include "demo/service/UnsupportedService.h"
 #include "platform/src/Frame.h"
 #include "support/Affinity.h"
 #include "support/Comparison.h"
@@ -58,7 +58,7 @@ void require(bool isGood, const char* what) {
     }
 }
 
-class Service : public sample::UnsupportedService {
+class Service : public com::tivora::displayengine::UnsupportedService {
 public:
     Status getSupported(int32_t feature, int32_t* result) override {
         *result = answerTo(feature);

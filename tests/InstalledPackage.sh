@@ -10,6 +10,7 @@ shift 6
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cp -r "$consumer" "$work/consumer"
+cp "$build"/tests/readme/{media_client,service}.cpp "$work/consumer"
 cd "$work"
 
 # Moved after the installation: nothing in the tree may know where it was.

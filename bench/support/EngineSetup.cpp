@@ -11,8 +11,8 @@
 #include <mutex>
 #include <vector>
 
+#include "aidl/UnsupportedService.h"
 #include "common/DisplayEngineCleanCommon.h"
-#include "demo/service/UnsupportedService.h"
 #include "support/RuntimeDirectory.h"
 
 namespace bench {
@@ -21,7 +21,7 @@ namespace {
 
 std::atomic<uint64_t> gWarnings{0};
 
-class EngineService : public sample::UnsupportedService {
+class EngineService : public com::tivora::displayengine::UnsupportedService {
 public:
     void configure(const EngineConfig& config) {
         const std::lock_guard<std::mutex> lock(mMutex);

@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Comparison.h"
 
+#include <png.h>
+
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
-#include "PngWriter.h"
+extern "C" {
+#include <libswscale/swscale.h>
+}
 
 namespace player {
 namespace {
@@ -67,8 +72,32 @@ bool Comparison::after(const Frame& frame) {
 }
 
 std::string Comparison::writePicture(const std::string& path) const {
-    const size_t lumaBytes = static_cast<size_t>(mStride) * static_cast<size_t>(mHeight);
-    return writePng(path, mShown.data(), mShown.data() + lumaBytes, mWidth, mHeight, mStride);
+    // swscale may write up to an alignment beyond the last pixel of a row.
+    const int rgbStride = (mWidth * 3 + 63) / 64 * 64;
+    std::vector<uint8_t> rgb(static_cast<size_t>(rgbStride) * static_cast<size_t>(mHeight) + 64);
+    const uint8_t* const chroma = mShown.data() + mStride * static_cast<ptrdiff_t>(mHeight);
+    const std::array<const uint8_t*, 4> planes = {mShown.data(), chroma};
+    const std::array<int, 4> strides = {mStride, mStride};
+    const std::array<uint8_t*, 4> target = {rgb.data()};
+    const std::array<int, 4> targetStrides = {rgbStride};
+    SwsContext* const converter =
+        sws_getContext(mWidth, mHeight, AV_PIX_FMT_NV12, mWidth, mHeight, AV_PIX_FMT_RGB24,
+                       SWS_BILINEAR, nullptr, nullptr, nullptr);
+    if (converter == nullptr) {
+        return "the picture cannot be converted";
+    }
+    sws_scale(converter, planes.data(), strides.data(), 0, mHeight, target.data(),
+              targetStrides.data());
+    sws_freeContext(converter);
+
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(mWidth);
+    image.height = static_cast<png_uint_32>(mHeight);
+    image.format = PNG_FORMAT_RGB;
+    const bool isWritten =
+        png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), rgbStride, nullptr) != 0;
+    return isWritten ? "" : image.message;
 }
 
 }  // namespace player

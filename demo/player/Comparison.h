@@ -26,7 +26,7 @@ public:
 
     /**
      * Writes the frame that was changed most as a PNG file: left of a seam as it was, right of it
-     * as the call left it. Returns an empty text or what went wrong.
+     * as the call left it. Returns an empty text, or the reason why it cannot be written.
      */
     std::string writePicture(const std::string& path) const;
 

@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "EngineLog.h"
 
+#include <android/log.h>
+
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 
 namespace player {
 namespace {
@@ -36,6 +40,25 @@ Message split(const std::string& message) {
     return {message.substr(begin, colon - begin), message.substr(end + 2)};
 }
 
+struct Collector {
+    EngineLog log;
+    std::thread::id player;
+    bool isVerbose;
+};
+
+std::atomic<Collector*> gCollector{nullptr};
+
+void collect(const __android_log_message* message) {
+    Collector& collector = *gCollector.load();
+    if (collector.isVerbose) {
+        __android_log_stderr_logger(message);
+    }
+    collector.log.note(message->tag != nullptr ? message->tag : "",
+                       message->message != nullptr ? message->message : "",
+                       message->priority >= ANDROID_LOG_WARN,
+                       std::this_thread::get_id() == collector.player);
+}
+
 std::optional<uint64_t> frameIndex(const std::string& text) {
     constexpr char kKey[] = " idx=";
     const size_t at = text.find(kKey);
@@ -49,9 +72,9 @@ std::optional<uint64_t> frameIndex(const std::string& text) {
 
 void EngineLog::note(const std::string& tag, const std::string& message, bool isWarning,
                      bool fromPlayer) {
-    if (tag == kTransportTag && startsWith(message, "the runtime directory")) {
+    if (tag == kTransportTag && isWarning) {
         const DeMutexLock lock(mMutex);
-        mTransportTrouble = message;
+        mState.transportWarning = message;
     }
     if (!startsWith(tag, kEngineTag) && tag != kFacadeTag) {
         return;
@@ -59,8 +82,8 @@ void EngineLog::note(const std::string& tag, const std::string& message, bool is
     const Message parts = split(message);
     const DeMutexLock lock(mMutex);
     if (isWarning) {
-        mLastWarning = parts.text;
-        mFirstWarning = mFirstWarning.empty() ? parts.text : mFirstWarning;
+        mState.lastWarning = parts.text;
+        mState.firstWarning = mState.firstWarning.empty() ? parts.text : mState.firstWarning;
     }
     if (tag != kEngineTag) {
         return;
@@ -112,7 +135,7 @@ void EngineLog::noteMonitor(const std::string& text) {
 // nobody waits for it any more.
 void EngineLog::noteWorker(const std::string& text) {
     if (const std::optional<uint64_t> index = frameIndex(text)) {
-        mLastCompleted = index;
+        mState.lastCompleted = index;
     }
 }
 
@@ -125,9 +148,9 @@ void EngineLog::noteCondition(const std::string& text) {
     const std::string reason = text.substr(at + sizeof(kReason) - 1);
     const bool isRefused = contains(text, "]:0 ");
     if (startsWith(text, "mIsEnhance[EN_COND_RECT]")) {
-        mRefusedRect = isRefused ? reason : std::string();
+        mState.refusedRect = isRefused ? reason : std::string();
     } else if (startsWith(text, "mIsEnhance[EN_COND_FPS]")) {
-        mRefusedRate = isRefused ? reason : std::string();
+        mState.refusedRate = isRefused ? reason : std::string();
     }
 }
 
@@ -137,7 +160,7 @@ void EngineLog::noteConfiguration(const std::string& text) {
     if (at != std::string::npos &&
         std::sscanf(text.c_str() + at, "timeout:{ abort:%dms overload:%dms", &limits.abortMs,
                     &limits.overloadMs) == 2) {
-        mLimits = limits;
+        mState.limits = limits;
     }
 }
 
@@ -162,41 +185,28 @@ Outcome EngineLog::outcome(bool isChanged) const {
     return *mVerdict == Outcome::kUnchanged && isChanged ? Outcome::kEnhanced : *mVerdict;
 }
 
-std::optional<uint64_t> EngineLog::lastCompleted() const {
-    const DeMutexLock lock(mMutex);
-    return mLastCompleted;
-}
-
-std::optional<EngineLog::Limits> EngineLog::limits() const {
-    const DeMutexLock lock(mMutex);
-    return mLimits;
-}
-
 std::string EngineLog::whyNotNeeded() const {
     const DeMutexLock lock(mMutex);
-    if (!mRefusedRect.empty()) {
-        return "the size is outside the configured range, " + mRefusedRect;
+    if (!mState.refusedRect.empty()) {
+        return "the size is outside the configured range, " + mState.refusedRect;
     }
-    if (!mRefusedRate.empty()) {
-        return "the frame rate is above the configured ceiling, " + mRefusedRate;
+    if (!mState.refusedRate.empty()) {
+        return "the frame rate is above the configured ceiling, " + mState.refusedRate;
     }
     // Size and rate change on the player's thread alone, so it can only be the switch.
     return "switched off by the service";
 }
 
-std::string EngineLog::transportTrouble() const {
+EngineLog::State EngineLog::state() const {
     const DeMutexLock lock(mMutex);
-    return mTransportTrouble;
+    return mState;
 }
 
-std::string EngineLog::firstWarning() const {
-    const DeMutexLock lock(mMutex);
-    return mFirstWarning;
-}
-
-std::string EngineLog::lastWarning() const {
-    const DeMutexLock lock(mMutex);
-    return mLastWarning;
+EngineLog& collectEngineLog(bool isVerbose) {
+    auto* collector = new Collector{{}, std::this_thread::get_id(), isVerbose};
+    gCollector = collector;
+    __android_log_set_logger(collect);
+    return collector->log;
 }
 
 }  // namespace player

@@ -25,6 +25,17 @@ public:
         int overloadMs;
     };
 
+    /** What the messages say about more than one frame. Warnings are without their place. */
+    struct State {
+        std::optional<uint64_t> lastCompleted; /**< Highest index that the worker is done with. */
+        std::optional<Limits> limits;          /**< None until the configuration is reported. */
+        std::string refusedRect;               /**< Why the size is not accepted; empty if it is. */
+        std::string refusedRate;               /**< Likewise, the frame rate. */
+        std::string transportWarning;          /**< The latest one: why a lookup fails, if any. */
+        std::string firstWarning;              /**< Of the engine. Empty if none. */
+        std::string lastWarning;               /**< Of the engine. Empty if none. */
+    };
+
     /**
      * Takes one message in. `isWarning` is true from warning priority on; `fromPlayer` when the
      * player's own thread logged it, as it does while it is inside the call for a frame.
@@ -40,23 +51,11 @@ public:
     /** What became of the frame; `isChanged` is whether the call changed the luma plane. */
     Outcome outcome(bool isChanged) const;
 
-    /** Highest index of a frame that the worker reported as done, if any. */
-    std::optional<uint64_t> lastCompleted() const;
-
-    /** The limits, once the engine has reported its configuration. */
-    std::optional<Limits> limits() const;
-
     /** Why enhancement is not needed just now, while the engine is in use. */
     std::string whyNotNeeded() const;
 
-    /** Why no service can be looked up at all; empty when that is possible. */
-    std::string transportTrouble() const;
-
-    /** The first warning since the start, without its place in the source; empty if none. */
-    std::string firstWarning() const;
-
-    /** The latest warning, likewise. */
-    std::string lastWarning() const;
+    /** What is known since the start. */
+    State state() const;
 
 private:
     void noteCall(const std::string& function, const std::string& text) DE_REQUIRES(mMutex);
@@ -68,14 +67,7 @@ private:
     mutable DeMutex mMutex;
     std::optional<Outcome> mVerdict DE_GUARDED_BY(mMutex);
     bool mIsUnhealthy DE_GUARDED_BY(mMutex) = false;
-    std::optional<uint64_t> mLastCompleted DE_GUARDED_BY(mMutex);
-    std::optional<Limits> mLimits DE_GUARDED_BY(mMutex);
-    // The reasons when the size or the frame rate is not accepted.
-    std::string mRefusedRect DE_GUARDED_BY(mMutex);
-    std::string mRefusedRate DE_GUARDED_BY(mMutex);
-    std::string mTransportTrouble DE_GUARDED_BY(mMutex);
-    std::string mFirstWarning DE_GUARDED_BY(mMutex);
-    std::string mLastWarning DE_GUARDED_BY(mMutex);
+    State mState DE_GUARDED_BY(mMutex);
 };
 
 /**

@@ -3,29 +3,25 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <locale>
-#include <sstream>
+#include <cstdlib>
 
 namespace player {
 namespace {
 
 constexpr int kUsageError = 2;
+constexpr double kLowestFps = 0.1;
 constexpr double kHighestFps = 1000;
 constexpr double kLongestRun = 24 * 3600;
 
-// A pace: 0 for "max", none for what is neither that nor a rate.
+/** A pace: 0 for "max", none for what is neither that nor a rate. */
 std::optional<double> parseFps(const std::string& text) {
     if (text == "max") {
         return 0;
     }
-    std::istringstream number(text);
-    number.imbue(std::locale::classic());
-    double fps = 0;
-    if (!(number >> std::noskipws >> fps) || number.peek() != std::char_traits<char>::eof() ||
-        !(fps >= 0.1 && fps <= kHighestFps)) {
-        return std::nullopt;
-    }
-    return fps;
+    char* end = nullptr;
+    const double fps = std::strtod(text.c_str(), &end);
+    const bool isRate = *end == '\0' && fps >= kLowestFps && fps <= kHighestFps;
+    return isRate ? std::optional<double>(fps) : std::nullopt;
 }
 
 std::string checkFps(const std::string& text) {

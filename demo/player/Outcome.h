@@ -3,26 +3,28 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
 
 namespace player {
 
 /** What became of one frame of the video. */
 enum class Outcome {
     kEnhanced,         /**< The processing library changed the luma plane. */
-    kUnchanged,        /**< Processed, and the plane came back as it was. */
+    kUnchanged,        /**< Processed, and the plane is as it was. */
     kFailed,           /**< The processing library reported a failure. */
-    kExpired,          /**< Not done within the abort limit; its planes count as not yet ours. */
+    kExpired,          /**< Not done within the abort limit; the library may still write it. */
     kRefusedOverload,  /**< Too many slow frames of this stream. */
     kRefusedUnhealthy, /**< Offered faster than the health monitor allows. */
     kRefusedBusy,      /**< An earlier frame was still queued. */
     kRefusedNotReady,  /**< The processing library or the worker could not be started. */
     kRefusedInvalid,   /**< The engine did not accept the frame's description. */
-    kRefusedUnknown,   /**< The plane is unchanged and the engine said nothing. */
+    kRefusedUnknown,   /**< The plane is unchanged and the engine logged nothing. */
     kNotNeeded,        /**< Not offered: enhancement was not wanted. */
 };
 
 constexpr size_t kOutcomes = static_cast<size_t>(Outcome::kNotNeeded) + 1;
+
+/** A number of frames for each outcome, in the order of the enumeration. */
+using OutcomeCounts = std::array<size_t, kOutcomes>;
 
 /** Name of an outcome in frames.csv. */
 const char* outcomeKey(Outcome outcome);
@@ -34,12 +36,5 @@ const char* outcomeText(Outcome outcome);
 bool reachedWorker(Outcome outcome);
 
 bool isRefused(Outcome outcome);
-
-/** One row of frames.csv. */
-struct FrameRecord {
-    uint64_t index; /**< Number of the frame in this run, from 0. */
-    Outcome outcome;
-    float milliseconds; /**< Time that the call took; 0 for a frame that was not offered. */
-};
 
 }  // namespace player

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
+#include <iostream>
 #include <sstream>
 #include <stdexcept>
 
@@ -17,7 +18,7 @@ namespace player {
 namespace {
 
 std::string whyUnsupported(const EngineLog& log) {
-    const std::string warning = log.firstWarning();
+    const std::string warning = log.state().firstWarning;
     if (warning.rfind("Failed to get displayengineserver binder", 0) == 0) {
         return "the display engine service is not running";
     }
@@ -49,8 +50,8 @@ void Playback::connect() {
     g_delogdEnable = true;
     g_delogiEnable = true;
     mIsSupported = mManager->isVideoEngineSupported();
-    if (!mIsSupported && !mLog.transportTrouble().empty()) {
-        throw std::runtime_error(mLog.transportTrouble());
+    if (!mIsSupported && !mLog.state().transportWarning.empty()) {
+        throw std::runtime_error(mLog.state().transportWarning);
     }
 }
 
@@ -72,7 +73,7 @@ RunResult Playback::run() {
     mManager->onVideoAppStop();
     mConsole.finish();
     mResult.seconds = std::chrono::duration<double>(Clock::now() - mStart).count();
-    mResult.limits = mLog.limits();
+    mResult.limits = mLog.state().limits;
     return std::move(mResult);
 }
 
@@ -91,7 +92,11 @@ void Playback::startVideo() {
 }
 
 bool Playback::nextPicture() {
-    return mDecoder.next() || (mOptions.isLooping && mDecoder.rewind() && mDecoder.next());
+    if (mDecoder.next()) {
+        return true;
+    }
+    tellTruncation();
+    return mOptions.isLooping && mDecoder.rewind() && mDecoder.next();
 }
 
 // False when the run is to stop. A frame that is late moves the schedule: frames that catch up in a
@@ -128,7 +133,7 @@ void Playback::skip() {
     const std::string whyNot = mIsSupported ? mLog.whyNotNeeded() : whyUnsupported(mLog);
     tellChange(whyNot);
     ++mResult.notNeeded[whyNot];
-    record(Outcome::kNotNeeded, 0);
+    mResult.add({Outcome::kNotNeeded, 0});
 }
 
 void Playback::offer(std::unique_ptr<Frame> frame) {
@@ -151,7 +156,7 @@ void Playback::offer(std::unique_ptr<Frame> frame) {
     const Outcome outcome = mLog.outcome(isChanged);
     settle(std::move(frame), info.idx, outcome);
     tellTrouble(outcome);
-    record(outcome, elapsed.count());
+    mResult.add({outcome, elapsed.count()});
 }
 
 void Playback::settle(std::unique_ptr<Frame> frame, uint64_t engineIndex, Outcome outcome) {
@@ -163,14 +168,9 @@ void Playback::settle(std::unique_ptr<Frame> frame, uint64_t engineIndex, Outcom
             mPool.completed(engineIndex);
         }
     }
-    if (const std::optional<uint64_t> index = mLog.lastCompleted()) {
+    if (const std::optional<uint64_t> index = mLog.state().lastCompleted) {
         mPool.completed(*index);
     }
-}
-
-void Playback::record(Outcome outcome, float milliseconds) {
-    mResult.frames.push_back({mResult.frames.size(), outcome, milliseconds});
-    ++mCounts[static_cast<size_t>(outcome)];
 }
 
 // One line whenever enhancement starts or stops to be needed, or the reason changes.
@@ -191,13 +191,23 @@ void Playback::tellChange(const std::string& whyNot) {
 // One line for the first frame of each kind that came to grief, with the engine's own words.
 void Playback::tellTrouble(Outcome outcome) {
     const bool isTrouble = outcome != Outcome::kEnhanced && outcome != Outcome::kUnchanged;
-    if (!isTrouble || mCounts[static_cast<size_t>(outcome)] > 0) {
+    if (!isTrouble || mResult.count(outcome) > 0) {
         return;
     }
     const std::string why =
-        outcome == Outcome::kRefusedNotReady ? mLog.firstWarning() : mLog.lastWarning();
+        outcome == Outcome::kRefusedNotReady ? mLog.state().firstWarning : mLog.state().lastWarning;
     mConsole.line("Frame " + std::to_string(mResult.frames.size()) + " " + outcomeText(outcome) +
                   (why.empty() ? std::string() : ": " + why));
+}
+
+void Playback::tellTruncation() {
+    if (mDecoder.isTruncated() && !mIsTruncationTold) {
+        mIsTruncationTold = true;
+        mConsole.finish();
+        std::cerr << "displayengine-player: warning: '" << mOptions.video
+                  << "' is incomplete: it ends after " << mResult.frames.size()
+                  << " frames that could be read" << std::endl;
+    }
 }
 
 void Playback::showProgress() {
@@ -207,14 +217,14 @@ void Playback::showProgress() {
     }
     size_t refused = 0;
     for (size_t i = 0; i < kOutcomes; ++i) {
-        refused += isRefused(static_cast<Outcome>(i)) ? mCounts[i] : 0;
+        refused += isRefused(static_cast<Outcome>(i)) ? mResult.counts[i] : 0;
     }
-    const auto count = [this](Outcome outcome) { return mCounts[static_cast<size_t>(outcome)]; };
     std::ostringstream text;
     text << std::fixed << std::setprecision(1) << std::setw(6)
          << std::chrono::duration<double>(now - mStart).count() << " s  " << mResult.frames.size()
-         << " frames: " << count(Outcome::kEnhanced) << " enhanced, " << count(Outcome::kNotNeeded)
-         << " not needed, " << refused << " refused, " << count(Outcome::kExpired) << " expired";
+         << " frames: " << mResult.count(Outcome::kEnhanced) << " enhanced, "
+         << mResult.count(Outcome::kNotNeeded) << " not needed, " << refused << " refused, "
+         << mResult.count(Outcome::kExpired) << " expired";
     mConsole.progress(text.str(), now);
 }
 

@@ -3,7 +3,6 @@
 
 #include <utils/StrongPointer.h>
 
-#include <array>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -14,9 +13,9 @@
 #include "EngineLog.h"
 #include "FramePool.h"
 #include "Options.h"
-#include "StopSignal.h"
 #include "Summary.h"
 #include "VideoDecoder.h"
+#include "tools/support/StopSignal.h"
 
 class DisplayEngineManager;
 
@@ -58,9 +57,9 @@ private:
     void skip();
     void offer(std::unique_ptr<Frame> frame);
     void settle(std::unique_ptr<Frame> frame, uint64_t engineIndex, Outcome outcome);
-    void record(Outcome outcome, float milliseconds);
     void tellChange(const std::string& whyNot);
     void tellTrouble(Outcome outcome);
+    void tellTruncation();
     void showProgress();
 
     const Options& mOptions;
@@ -72,6 +71,7 @@ private:
     android::sp<DisplayEngineManager> mManager;
     const uint64_t mStreamId;
     bool mIsSupported = false;
+    bool mIsTruncationTold = false;
     int mWidth = 0;
     int mHeight = 0;
 
@@ -82,7 +82,6 @@ private:
     Console mConsole;
     Comparison mComparison;
     RunResult mResult;
-    std::array<size_t, kOutcomes> mCounts{};
     std::string mWhyNot;  // why enhancement is not needed, as last told; empty while it is needed
 };
 

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "Comparison.h"
 #include "Summary.h"
@@ -18,16 +19,10 @@ void prepareOutput(const std::filesystem::path& folder);
 
 /**
  * Writes frames.csv, before_after.png and latency.png into the folder, and for each one a line to
- * `out` that names it or says why it is missing. Returns false when a file could not be written; a
- * missing gnuplot, or nothing to show, is no such case.
+ * `out` that names it, or says why there is nothing to show or that gnuplot is missing. Returns a
+ * text for each file that could not be written; nothing of such a file is left.
  */
-bool writeReport(const std::filesystem::path& folder, const RunResult& result,
-                 const Comparison& comparison, std::ostream& out);
-
-/** Text of frames.csv. */
-void writeCsv(std::ostream& out, const std::vector<FrameRecord>& frames);
-
-/** The commands for gnuplot that draw `image` from the file `csv`. */
-std::string latencyPlot(const std::string& csv, const std::string& image, const RunResult& result);
+std::vector<std::string> writeReport(const std::filesystem::path& folder, const RunResult& result,
+                                     const Comparison& comparison, std::ostream& out);
 
 }  // namespace player

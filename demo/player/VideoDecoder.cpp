@@ -1,15 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "VideoDecoder.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/imgutils.h>
-#include <libswscale/swscale.h>
-}
 
 namespace player {
 namespace {
@@ -24,22 +18,6 @@ std::string errorText(int error) {
 }
 
 }  // namespace
-
-void VideoDecoder::Close::operator()(AVFormatContext* context) const {
-    avformat_close_input(&context);
-}
-void VideoDecoder::Close::operator()(AVCodecContext* context) const {
-    avcodec_free_context(&context);
-}
-void VideoDecoder::Close::operator()(AVFrame* frame) const {
-    av_frame_free(&frame);
-}
-void VideoDecoder::Close::operator()(AVPacket* packet) const {
-    av_packet_free(&packet);
-}
-void VideoDecoder::Close::operator()(SwsContext* context) const {
-    sws_freeContext(context);
-}
 
 VideoDecoder::VideoDecoder(const std::string& path)
     : mPath(path), mPicture(av_frame_alloc()), mPacket(av_packet_alloc()) {
@@ -65,8 +43,6 @@ VideoDecoder::VideoDecoder(const std::string& path)
         throw VideoError("no picture can be decoded from '" + path + "'");
     }
 }
-
-VideoDecoder::~VideoDecoder() = default;
 
 void VideoDecoder::openCodec() {
     const AVCodec* decoder = nullptr;
@@ -113,7 +89,9 @@ bool VideoDecoder::decode() {
 
 // Feeds the decoder one packet of the stream, or the end of it; false when it takes neither.
 bool VideoDecoder::sendPacket() {
-    while (av_read_frame(mFormat.get(), mPacket.get()) >= 0) {
+    int read = 0;
+    while ((read = av_read_frame(mFormat.get(), mPacket.get())) >= 0) {
+        notePacket();
         const bool isOurs = mPacket->stream_index == mStream->index;
         const int status = isOurs ? avcodec_send_packet(mCodec.get(), mPacket.get()) : 0;
         av_packet_unref(mPacket.get());
@@ -121,8 +99,28 @@ bool VideoDecoder::sendPacket() {
             return true;
         }
     }
+    noteEnd(read);
     mIsDrained = true;
     return avcodec_send_packet(mCodec.get(), nullptr) >= 0;
+}
+
+void VideoDecoder::notePacket() {
+    const AVStream& stream = *mFormat->streams[mPacket->stream_index];
+    if (mPacket->pts != AV_NOPTS_VALUE) {
+        const auto end = static_cast<double>(mPacket->pts + mPacket->duration);
+        mLastSecond = std::max(mLastSecond, end * av_q2d(stream.time_base));
+    }
+    if (&stream == mStream) {
+        mIsPacketComplete = (mPacket->flags & AV_PKT_FLAG_CORRUPT) == 0;
+    }
+}
+
+void VideoDecoder::noteEnd(int status) {
+    // A length that was not stated but estimated from the bit rate proves nothing.
+    const bool isStated = mFormat->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
+    const double missing = static_cast<double>(mFormat->duration) / AV_TIME_BASE - mLastSecond;
+    mIsTruncated = mIsTruncated || status != AVERROR_EOF || !mIsPacketComplete ||
+                   (isStated && missing > 1 + 1 / mFrameRate);
 }
 
 int VideoDecoder::width() const {

@@ -7,12 +7,11 @@
 
 #include "FramePool.h"
 
-struct AVCodecContext;
-struct AVFormatContext;
-struct AVFrame;
-struct AVPacket;
-struct AVStream;
-struct SwsContext;
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libswscale/swscale.h>
+}
 
 namespace player {
 
@@ -27,7 +26,6 @@ class VideoDecoder {
 public:
     /** Throws VideoError when the file cannot be opened or holds no picture that can be decoded. */
     explicit VideoDecoder(const std::string& path);
-    ~VideoDecoder();
     VideoDecoder(const VideoDecoder&) = delete;
     VideoDecoder& operator=(const VideoDecoder&) = delete;
 
@@ -44,6 +42,12 @@ public:
     /** Converts the picture into a frame of its size. Throws VideoError if that is impossible. */
     void convertTo(Frame& frame);
 
+    /**
+     * Whether the file was found to end before its time: within a picture, with an error, or more
+     * than a second before the length that it states. Not every format tells. Set at the end.
+     */
+    bool isTruncated() const { return mIsTruncated; }
+
     /** Starts again from the first picture; false when the file cannot be rewound. */
     bool rewind();
 
@@ -51,13 +55,15 @@ private:
     void openCodec();
     bool decode();
     bool sendPacket();
+    void notePacket();
+    void noteEnd(int status);
 
     struct Close {
-        void operator()(AVFormatContext* context) const;
-        void operator()(AVCodecContext* context) const;
-        void operator()(AVFrame* frame) const;
-        void operator()(AVPacket* packet) const;
-        void operator()(SwsContext* context) const;
+        void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+        void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+        void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+        void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+        void operator()(SwsContext* context) const { sws_freeContext(context); }
     };
 
     const std::string mPath;
@@ -68,6 +74,9 @@ private:
     std::unique_ptr<SwsContext, Close> mConverter;
     AVStream* mStream = nullptr;  // owned by the format context
     double mFrameRate = 0;
+    double mLastSecond = 0;         // end of the latest packet of any stream
+    bool mIsPacketComplete = true;  // the last one of the video
+    bool mIsTruncated = false;
     bool mIsDrained = false;
     bool mHasFirst = false;  // the first picture is decoded and not yet asked for
 };

@@ -11,9 +11,9 @@
 #include "Options.h"
 #include "Playback.h"
 #include "Report.h"
-#include "StopSignal.h"
 #include "Summary.h"
 #include "VideoDecoder.h"
+#include "tools/support/StopSignal.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -24,7 +24,7 @@ namespace {
 int play(const player::Options& options) {
     av_log_set_level(options.isVerbose ? AV_LOG_WARNING : AV_LOG_QUIET);
     player::VideoDecoder decoder(options.video);
-    const player::StopSignal stop;
+    const StopSignal stop;
     player::EngineLog& log = player::collectEngineLog(options.isVerbose);
     // Never destroyed: at exit the library may still be writing a frame that expired.
     static auto& pool = *new player::FramePool();
@@ -36,9 +36,15 @@ int play(const player::Options& options) {
     player::prepareOutput(options.output);
     const player::RunResult result = playback.run();
     player::printSummary(std::cout, result);
-    const bool isComplete =
+    std::vector<std::string> failures =
         player::writeReport(options.output, result, playback.comparison(), std::cout);
-    return isComplete ? EXIT_SUCCESS : EXIT_FAILURE;
+    if (result.frames.empty()) {
+        failures.push_back("no frame was played");
+    }
+    for (const std::string& failure : failures) {
+        std::cerr << "displayengine-player: " << failure << std::endl;
+    }
+    return failures.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <binder/PersistableBundle.h>
 
 #include <algorithm>
-#include <utility>
+#include <iterator>
 
 #include "Report.h"
 #include "aidl/IDisplayEngineService.h"
@@ -25,55 +25,31 @@ std::string nameOf(const std::optional<std::string>& key, pid_t pid) {
 
 }  // namespace
 
-bool ClientRegistry::add(const std::string& key, const Callback& callback, pid_t pid) {
+bool ClientRegistry::add(const Key& key, const Callback& callback, pid_t pid) {
     const DeMutexLock lock(mMutex);
-    // The new client is watched before the old one is let go: a dead one replaces nobody.
+    const auto previous = find(key, callback);
+    if (!key && previous != mClients.end()) {
+        return true;
+    }
+    // The new client is watched before the old one is dropped: a dead one replaces nobody.
     if (IInterface::asBinder(callback)->linkToDeath(this) != android::OK) {
         return false;
     }
-    const auto previous = findKey(key);
     if (previous != mClients.end()) {
         erase(previous, "replaced");
     }
-    insert(Client{key, pid, callback});
-    size_t reached = 0;
-    sendState(mClients.back(), &reached);
+    mClients.push_back({key, pid, callback});
+    report("registered " + nameOf(key, pid));
+    if (key) {
+        sendState(mClients.back());
+    }
     return true;
 }
 
-bool ClientRegistry::add(const Callback& callback, pid_t pid) {
+bool ClientRegistry::remove(const Key& key, const Callback& callback, pid_t pid) {
     const DeMutexLock lock(mMutex);
-    const sp<IBinder> binder = IInterface::asBinder(callback);
-    const bool known = std::any_of(mClients.begin(), mClients.end(), [&](const Client& client) {
-        return !client.key && IInterface::asBinder(client.callback) == binder;
-    });
-    if (known) {
-        return true;
-    }
-    if (binder->linkToDeath(this) != android::OK) {
-        return false;
-    }
-    insert(Client{std::nullopt, pid, callback});
-    return true;
-}
-
-bool ClientRegistry::remove(const std::string& key, pid_t pid) {
-    const DeMutexLock lock(mMutex);
-    const auto client = findKey(key);
+    const auto client = find(key, callback);
     if (client == mClients.end() || client->pid != pid) {
-        return false;
-    }
-    erase(client, "withdrawn");
-    return true;
-}
-
-bool ClientRegistry::remove(const Callback& callback, pid_t pid) {
-    const DeMutexLock lock(mMutex);
-    const sp<IBinder> binder = IInterface::asBinder(callback);
-    const auto client = std::find_if(mClients.begin(), mClients.end(), [&](const Client& c) {
-        return !c.key && c.pid == pid && IInterface::asBinder(c.callback) == binder;
-    });
-    if (client == mClients.end()) {
         return false;
     }
     erase(client, "withdrawn");
@@ -99,7 +75,7 @@ size_t ClientRegistry::setEnabled(bool enabled) {
     mEnabled = enabled;
     size_t reached = 0;
     for (const Client& client : mClients) {
-        sendState(client, &reached);
+        reached += sendState(client) ? 1 : 0;
     }
     return reached;
 }
@@ -108,40 +84,29 @@ void ClientRegistry::binderDied(const android::wp<IBinder>& who) {
     const sp<IBinder> binder = who.promote();
     const DeMutexLock lock(mMutex);
     // One object may be registered with and without a key.
-    for (auto client = findBinder(binder); client != mClients.end(); client = findBinder(binder)) {
-        erase(client, "died");
+    for (auto client = mClients.begin(); client != mClients.end();) {
+        client = IInterface::asBinder(client->callback) == binder ? erase(client, "died")
+                                                                  : std::next(client);
     }
 }
 
-void ClientRegistry::insert(Client client) {
-    report("registered " + nameOf(client.key, client.pid));
-    mClients.push_back(std::move(client));
-}
-
-void ClientRegistry::sendState(const Client& client, size_t* reached) const {
+bool ClientRegistry::sendState(const Client& client) const {
     android::os::PersistableBundle data;
     data.putBoolean(String16("Enable"), mEnabled);
     // Oneway: this never waits for the client. A dead client is dropped by its death notice.
-    if (client.callback->onEventWithData(IDisplayEngineService::DE_EVENT_AISR, data).isOk()) {
-        ++*reached;
-    }
+    return client.callback->onEventWithData(IDisplayEngineService::DE_EVENT_AISR, data).isOk();
 }
 
-void ClientRegistry::erase(std::vector<Client>::iterator client, const char* why) {
+ClientRegistry::Iterator ClientRegistry::erase(Iterator client, const char* why) {
     report(std::string(why) + " " + nameOf(client->key, client->pid));
     IInterface::asBinder(client->callback)->unlinkToDeath(this);
-    mClients.erase(client);
+    return mClients.erase(client);
 }
 
-std::vector<ClientRegistry::Client>::iterator ClientRegistry::findKey(const std::string& key) {
-    return std::find_if(mClients.begin(), mClients.end(),
-                        [&](const Client& client) { return client.key == key; });
-}
-
-std::vector<ClientRegistry::Client>::iterator ClientRegistry::findBinder(
-    const sp<IBinder>& binder) {
+ClientRegistry::Iterator ClientRegistry::find(const Key& key, const Callback& callback) {
+    const sp<IBinder> binder = IInterface::asBinder(callback);
     return std::find_if(mClients.begin(), mClients.end(), [&](const Client& client) {
-        return IInterface::asBinder(client.callback) == binder;
+        return client.key == key && (key || IInterface::asBinder(client.callback) == binder);
     });
 }
 

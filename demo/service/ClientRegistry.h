@@ -26,28 +26,23 @@ class ClientRegistry : public android::IBinder::DeathRecipient {
 public:
     using Callback = android::sp<com::tivora::displayengine::IDisplayEngineCallback>;
 
+    using Key = std::optional<std::string>;
+
     explicit ClientRegistry(bool enabled) : mEnabled(enabled) {}
 
     /**
-     * Registers `callback` under `key` and tells it the current enable state; an earlier
-     * registration of the key is replaced. False when the client is already dead.
+     * Registers `callback`. Under a key, an earlier registration of the key is replaced, and the
+     * callback is told the current enable state; without one, a second time changes nothing. False
+     * when the client is already dead.
      */
-    bool add(const std::string& key, const Callback& callback, pid_t pid);
+    bool add(const Key& key, const Callback& callback, pid_t pid);
 
     /**
-     * Registers `callback` without a key; a second time changes nothing. False when the client is
-     * already dead.
+     * Withdraws the registration of `key` if `pid` made it, or without a key the one of `callback`.
+     * Processes of one name share a key, and the exit of one must not silence the one that has
+     * replaced it. False when there is none.
      */
-    bool add(const Callback& callback, pid_t pid);
-
-    /**
-     * Withdraws the registration of `key` if `pid` made it. Processes of one name share a key, and
-     * the exit of one must not silence the one that has replaced it. False when there is none.
-     */
-    bool remove(const std::string& key, pid_t pid);
-
-    /** Withdraws `callback`, registered without a key. False when it is not registered. */
-    bool remove(const Callback& callback, pid_t pid);
+    bool remove(const Key& key, const Callback& callback, pid_t pid);
 
     bool enabled() const;
 
@@ -61,17 +56,15 @@ public:
 
 private:
     struct Client {
-        std::optional<std::string> key;
+        Key key;
         pid_t pid;
         Callback callback;
     };
+    using Iterator = std::vector<Client>::iterator;
 
-    void insert(Client client) DE_REQUIRES(mMutex);
-    void sendState(const Client& client, size_t* reached) const DE_REQUIRES(mMutex);
-    void erase(std::vector<Client>::iterator client, const char* why) DE_REQUIRES(mMutex);
-    std::vector<Client>::iterator findKey(const std::string& key) DE_REQUIRES(mMutex);
-    std::vector<Client>::iterator findBinder(const android::sp<android::IBinder>& binder)
-        DE_REQUIRES(mMutex);
+    bool sendState(const Client& client) const DE_REQUIRES(mMutex);
+    Iterator erase(Iterator client, const char* why) DE_REQUIRES(mMutex);
+    Iterator find(const Key& key, const Callback& callback) DE_REQUIRES(mMutex);
 
     mutable DeMutex mMutex;
     bool mEnabled DE_GUARDED_BY(mMutex);

@@ -4,8 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
-#include <locale>
-#include <sstream>
+#include <cstdlib>
 
 namespace sample {
 namespace {
@@ -35,31 +34,16 @@ static_assert(std::size(kConfigurationOptions) + 1 == kConfigurationSize,
 
 constexpr double kLongestDelaySeconds = 86400;
 
-std::optional<bool> parseSwitch(const std::string& text) {
-    if (text == "on") {
-        return true;
-    }
-    if (text == "off") {
-        return false;
-    }
-    return std::nullopt;
-}
-
 /** Parses "SECONDS:on" or "SECONDS:off". */
 std::optional<Toggle> parseToggle(const std::string& text) {
-    const size_t colon = text.find(':');
-    if (colon == std::string::npos) {
+    char* end = nullptr;
+    const double seconds = std::strtod(text.c_str(), &end);
+    const std::string state = end;
+    const bool isSound = end != text.c_str() && seconds >= 0 && seconds <= kLongestDelaySeconds;
+    if (!isSound || (state != ":on" && state != ":off")) {
         return std::nullopt;
     }
-    std::istringstream number(text.substr(0, colon));
-    number.imbue(std::locale::classic());
-    double seconds = 0;
-    const std::optional<bool> enable = parseSwitch(text.substr(colon + 1));
-    if (!(number >> std::noskipws >> seconds) || number.peek() != EOF || !enable ||
-        !(seconds >= 0 && seconds <= kLongestDelaySeconds)) {
-        return std::nullopt;
-    }
-    return Toggle{std::chrono::milliseconds(std::llround(seconds * 1000)), *enable};
+    return Toggle{std::chrono::milliseconds(std::llround(seconds * 1000)), state == ":on"};
 }
 
 std::string checkToggle(const std::string& text) {

@@ -2,15 +2,16 @@
 #include "SampleService.h"
 
 #include <binder/IPCThreadState.h>
+#include <ui/GraphicBuffer.h>
 #include <utils/String16.h>
 #include <utils/String8.h>
 
-#include <cstddef>
-#include <utility>
+#include <cstring>
+#include <type_traits>
 
-#include "ImageCopy.h"
 #include "Report.h"
 
+using android::sp;
 using android::String16;
 using android::binder::Status;
 
@@ -21,26 +22,59 @@ pid_t callingPid() {
     return android::IPCThreadState::self()->getCallingPid();
 }
 
-/** One line of the report, built as NAME argument=value .... */
-class Line {
-public:
-    explicit Line(const char* name) : mText(name) {}
-    ~Line() { report(mText); }
-    Line(const Line&) = delete;
-    Line& operator=(const Line&) = delete;
+void append(std::string&) {}
 
-    Line& add(const char* name, int32_t value) { return add(name, std::to_string(value)); }
-    Line& add(const char* name, const SampleService::Bundle& data) {
-        return add(name, describe(data));
+/** Appends " name=value" for each pair of arguments. */
+template <typename VALUE, typename... REST>
+void append(std::string& line, const char* name, const VALUE& value, const REST&... rest) {
+    line += std::string(" ") + name + "=";
+    if constexpr (std::is_same_v<VALUE, SampleService::Bundle>) {
+        line += describe(value);
+    } else {
+        line += std::to_string(value);
     }
-    Line& add(const char* name, const std::string& value) {
-        mText += std::string(" ") + name + "=" + value;
-        return *this;
-    }
+    append(line, rest...);
+}
 
-private:
-    std::string mText;
-};
+/** Reports a transaction as one line, "NAME argument=value ...". */
+template <typename... ARGUMENTS>
+void reportCall(std::string line, const ARGUMENTS&... arguments) {
+    append(line, arguments...);
+    report(line);
+}
+
+bool hasSameShape(const android::GraphicBuffer& a, const android::GraphicBuffer& b) {
+    return a.getWidth() == b.getWidth() && a.getHeight() == b.getHeight() &&
+           a.getStride() == b.getStride() && a.getPixelFormat() == b.getPixelFormat();
+}
+
+/** Copies the pixels of one image to another of the same shape. False if there are none. */
+bool copyImage(const sp<android::GraphicBuffer>& from, const sp<android::GraphicBuffer>& to) {
+    if (from == nullptr || to == nullptr || !hasSameShape(*from, *to)) {
+        return false;
+    }
+    size_t size = size_t{from->getStride()} * from->getHeight();
+    if (from->getPixelFormat() == android::PIXEL_FORMAT_RGBA_8888) {
+        size *= 4;
+    } else if (from->getPixelFormat() == android::HAL_PIXEL_FORMAT_YCRCB_420_SP) {
+        size += size / 2;
+    } else {
+        return false;
+    }
+    void* source = nullptr;
+    void* target = nullptr;
+    const bool isReadable =
+        from->lock(android::GraphicBuffer::USAGE_SW_READ_OFTEN, &source) == android::OK;
+    const bool isWritable =
+        to->lock(android::GraphicBuffer::USAGE_SW_WRITE_OFTEN, &target) == android::OK;
+    if (isReadable && isWritable) {
+        // A client may name the same memory twice.
+        std::memmove(target, source, size);
+    }
+    from->unlock();
+    to->unlock();
+    return isReadable && isWritable;
+}
 
 /** What a keyed registration says of itself. */
 struct Registration {
@@ -70,11 +104,11 @@ SampleService::SampleService(const Options& options)
 
 void SampleService::setEnabled(bool enabled) {
     const size_t reached = mClients->setEnabled(enabled);
-    Line(enabled ? "enable on" : "enable off").add("clients", static_cast<int32_t>(reached));
+    reportCall(enabled ? "enable on" : "enable off", "clients", reached);
 }
 
 void SampleService::reportStatus() const {
-    Line("status").add("enable", std::string(mClients->enabled() ? "on" : "off"));
+    report(std::string("status enable=") + (mClients->enabled() ? "on" : "off"));
     for (const std::string& client : mClients->describe()) {
         report("status client " + client);
     }
@@ -85,41 +119,34 @@ void SampleService::reportStatus() const {
 
 Status SampleService::getSupported(int32_t feature, int32_t* result) {
     *result = mFeatures.getSupported(feature);
-    Line("getSupported").add("feature", feature).add("result", *result);
+    reportCall("getSupported", "feature", feature, "result", *result);
     return Status::ok();
 }
 
 Status SampleService::setScene(int32_t scene, int32_t value, int32_t* result) {
     *result = mFeatures.setScene(scene, value);
-    Line("setScene").add("scene", scene).add("value", value).add("result", *result);
+    reportCall("setScene", "scene", scene, "value", value, "result", *result);
     return Status::ok();
 }
 
 Status SampleService::setData(int32_t type, const Bundle& data, int32_t* result) {
     *result = mFeatures.setData(type, data);
-    Line("setData").add("type", type).add("data", data).add("result", *result);
+    reportCall("setData", "type", type, "data", data, "result", *result);
     return Status::ok();
 }
 
 Status SampleService::getEffectEx(int32_t feature, int32_t type, std::vector<int32_t>* status,
                                   int32_t length, int32_t* result) {
     *result = mFeatures.getEffectEx(feature, type, length, status);
-    Line("getEffectEx")
-        .add("feature", feature)
-        .add("type", type)
-        .add("length", length)
-        .add("result", *result);
+    reportCall("getEffectEx", "feature", feature, "type", type, "length", length, "result",
+               *result);
     return Status::ok();
 }
 
 Status SampleService::getEffect(int32_t feature, int32_t type, std::vector<uint8_t>* buffer,
                                 int32_t length, int32_t* result) {
     *result = mFeatures.getEffect(feature, type, length, buffer);
-    Line("getEffect")
-        .add("feature", feature)
-        .add("type", type)
-        .add("length", length)
-        .add("result", *result);
+    reportCall("getEffect", "feature", feature, "type", type, "length", length, "result", *result);
     return Status::ok();
 }
 
@@ -132,28 +159,21 @@ Status SampleService::getEffectExByData(int32_t feature, const Bundle& data,
         *status = configuration();
         *result = 0;
     }
-    Line("getEffectExByData")
-        .add("feature", feature)
-        .add("data", data)
-        .add("values", static_cast<int32_t>(status->size()))
-        .add("result", *result);
+    reportCall("getEffectExByData", "feature", feature, "data", data, "values", status->size(),
+               "result", *result);
     return Status::ok();
 }
 
 Status SampleService::setEffect(int32_t feature, int32_t type, const Bundle& data,
                                 int32_t* result) {
     *result = mFeatures.setEffect(feature, type, data);
-    Line("setEffect")
-        .add("feature", feature)
-        .add("type", type)
-        .add("data", data)
-        .add("result", *result);
+    reportCall("setEffect", "feature", feature, "type", type, "data", data, "result", *result);
     return Status::ok();
 }
 
 Status SampleService::registerCallback(const Callback& callback) {
-    Line("registerCallback").add("pid", callingPid());
-    if (!mClients->add(callback, callingPid())) {
+    reportCall("registerCallback", "pid", callingPid());
+    if (!mClients->add(std::nullopt, callback, callingPid())) {
         return Status::fromExceptionCode(Status::EX_ILLEGAL_STATE,
                                          "the callback's process is gone");
     }
@@ -162,7 +182,7 @@ Status SampleService::registerCallback(const Callback& callback) {
 
 Status SampleService::registerCallbackEx(const Callback& callback, const Bundle& data,
                                          bool* result) {
-    Line("registerCallbackEx").add("data", data).add("pid", callingPid());
+    reportCall("registerCallbackEx", "data", data, "pid", callingPid());
     Registration registration;
     const Status status = readRegistration(data, &registration);
     if (status.isOk()) {
@@ -174,8 +194,8 @@ Status SampleService::registerCallbackEx(const Callback& callback, const Bundle&
 }
 
 Status SampleService::unregisterCallback(const Callback& callback) {
-    Line("unregisterCallback").add("pid", callingPid());
-    if (!mClients->remove(callback, callingPid())) {
+    reportCall("unregisterCallback", "pid", callingPid());
+    if (!mClients->remove(std::nullopt, callback, callingPid())) {
         return Status::fromExceptionCode(Status::EX_ILLEGAL_ARGUMENT,
                                          "the callback is not registered");
     }
@@ -183,10 +203,10 @@ Status SampleService::unregisterCallback(const Callback& callback) {
 }
 
 Status SampleService::unregisterCallbackEx(const Bundle& data) {
-    Line("unregisterCallbackEx").add("data", data).add("pid", callingPid());
+    reportCall("unregisterCallbackEx", "data", data, "pid", callingPid());
     Registration registration;
     const Status status = readRegistration(data, &registration);
-    if (status.isOk() && !mClients->remove(registration.key, callingPid())) {
+    if (status.isOk() && !mClients->remove(registration.key, nullptr, callingPid())) {
         return Status::fromExceptionCode(Status::EX_ILLEGAL_ARGUMENT,
                                          "the key is not registered by this process");
     }
@@ -199,7 +219,7 @@ Status SampleService::processGraphicBuffer(int32_t feature, int32_t type, Graphi
     *result = copyImage(input->getGraphicBuffer(), output->getGraphicBuffer())
                   ? 0
                   : FeatureStore::kRefused;
-    Line("processGraphicBuffer").add("feature", feature).add("type", type).add("result", *result);
+    reportCall("processGraphicBuffer", "feature", feature, "type", type, "result", *result);
     return Status::ok();
 }
 

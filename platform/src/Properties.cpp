@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <android/log.h>
 #include <cutils/properties.h>
 #include <utils/Mutex.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -36,10 +39,16 @@ std::string trimmed(const std::string& text) {
 /** The last line of the shared file that names `key`; false when there is none. */
 bool findInFile(const std::string& key, std::string* value) {
     const char* path = std::getenv("DISPLAYENGINE_PROPERTIES");
-    if (path == nullptr) {
+    if (path == nullptr || *path == '\0') {
         return false;
     }
     std::ifstream file(path);
+    static std::atomic<bool> isReported{false};
+    if (!file && !isReported.exchange(true)) {
+        __android_log_print(ANDROID_LOG_WARN, "properties",
+                            "cannot read %s, which DISPLAYENGINE_PROPERTIES names: %s", path,
+                            std::strerror(errno));
+    }
     bool found = false;
     for (std::string line; std::getline(file, line);) {
         const size_t equals = line.find('=');

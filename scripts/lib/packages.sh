@@ -26,4 +26,4 @@ require_packages() {
 
 # What it takes to build everything.
 build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev
-    libavformat-dev libavcodec-dev libavutil-dev libswscale-dev)
+    libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libpng-dev)

@@ -11,6 +11,20 @@
 #include "client/ServiceConnection.h"
 #include "common/DisplayEngineCleanCommon.h"
 
+// What the README's examples leave to their reader; the examples are part of this program.
+
+void play(int width, int height, int fps);
+
+bool decode(Aisr::BufferInfo*) {
+    return false;
+}
+
+void show(const Aisr::BufferInfo&) {}
+
+bool setBacklight(int32_t) {
+    return true;
+}
+
 namespace {
 
 class Events : public com::tivora::displayengine::BnDisplayEngineCallback {
@@ -39,5 +53,6 @@ int main() {
                       "callback of its own");
     failures += check(checkDisplayEngineService() == nullptr, "no service found");
     failures += check(!display->isVideoEngineSupported(), "no enhancement without a service");
+    play(640, 360, 30);
     return failures == 0 ? 0 : 1;
 }

@@ -1,21 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-// The player's account of a run: what the log says about a frame, which planes may be reused, and
-// the report.
+// The player: what the log says about a frame, which planes may be reused, the files, and the
+// program as a whole.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <numeric>
 #include <sstream>
 
+#include "ProgramRun.h"
 #include "demo/player/Comparison.h"
 #include "demo/player/EngineLog.h"
 #include "demo/player/FramePool.h"
-#include "demo/player/Options.h"
 #include "demo/player/Report.h"
-#include "demo/player/Summary.h"
-#include "demo/player/VideoDecoder.h"
 
 namespace {
 
@@ -23,6 +22,7 @@ namespace fs = std::filesystem;
 using namespace player;
 
 constexpr char kEngine[] = "DE N AISR";
+const std::string kPlayer = kDemo / "player/displayengine-player";
 
 // Of this program alone, and removed at its end.
 fs::path ownFolder() {
@@ -35,13 +35,12 @@ std::string expand(std::string text) {
                                    : text.replace(at, 1, "data:{ id=7b3f idx=3 640(704)x360 }");
 }
 
-TEST(EngineLog, TellsTheOutcomesOfAFrameApart) {
-    struct Case {
+TEST(PlayerTest, TellsTheOutcomesOfAFrameApart) {
+    const struct {
         const char* message;  // what the player's thread logs during the call; @ is the frame
         bool isChanged;
         Outcome outcome;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"enhance:1: doEnhance(@) used 3.1ms return 0", true, Outcome::kEnhanced},
         {"enhance:1: doEnhance(@) used 3.1ms return 0", false, Outcome::kUnchanged},
         {"enhance:1: doEnhance(@) used 3.1ms return -1", true, Outcome::kFailed},
@@ -56,9 +55,8 @@ TEST(EngineLog, TellsTheOutcomesOfAFrameApart) {
         {"other:1: nothing of interest", false, Outcome::kRefusedUnknown},
         {"other:1: nothing of interest", true, Outcome::kEnhanced},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EngineLog log;
-        log.beginFrame();
         log.note(kEngine, expand(c.message), false, true);
         EXPECT_EQ(log.outcome(c.isChanged), c.outcome) << c.message;
         EXPECT_EQ(log.isExpired(), c.outcome == Outcome::kExpired) << c.message;
@@ -71,34 +69,23 @@ TEST(EngineLog, TellsTheOutcomesOfAFrameApart) {
     EXPECT_FALSE(log.isExpired()) << "another thread's frame, or another library's message";
 }
 
-// Between its interval closes the monitor refuses without a message.
-TEST(EngineLog, RemembersTheMonitorsVerdict) {
+TEST(PlayerTest, RemembersWhatTheLogSaysOnce) {
     EngineLog log;
+    const auto note = [&](const std::string& text) { log.note(kEngine, expand(text), true, true); };
+    // Between the closes of its intervals the monitor refuses without a message.
     for (const std::string recovery : {"restore:1 ID:1.", "healthy ID:1."}) {
-        log.note(kEngine, "isUnhealthy:1: monitor UNHEALTHY:1 ID:1!", false, true);
-        log.note(kEngine, "isUnhealthy:1: monitor restore:0 ID:1.", false, true);
+        note("isUnhealthy:1: monitor UNHEALTHY:1 ID:1!");
+        note("isUnhealthy:1: monitor restore:0 ID:1.");
         EXPECT_EQ(log.outcome(false), Outcome::kRefusedUnhealthy);
-        log.note(kEngine, "isUnhealthy:1: monitor " + recovery, false, true);
+        note("isUnhealthy:1: monitor " + recovery);
         EXPECT_EQ(log.outcome(false), Outcome::kRefusedUnknown) << recovery;
     }
-}
-
-TEST(EngineLog, KeepsLimitsProgressAndReasons) {
-    EngineLog log;
-    const auto note = [&](const std::string& text) {
-        log.note(kEngine, expand(text), true, false);
-    };
-    log.note(kEngine, "getConfig:1: enable:1 timeout:{ abort:41ms overload:32ms tolerance:5 }",
-             false, true);
-    ASSERT_TRUE(log.limits());
-    EXPECT_EQ(log.limits()->abortMs, 41);
-    EXPECT_EQ(log.limits()->overloadMs, 32);
-
-    EXPECT_FALSE(log.lastCompleted());
+    note("getConfig:1: enable:1 timeout:{ abort:41ms overload:32ms tolerance:5 }");
+    EXPECT_EQ(log.state().limits->abortMs, 41);
+    EXPECT_EQ(log.state().limits->overloadMs, 32);
+    EXPECT_FALSE(log.state().lastCompleted);
     note("doEnhance:1: mAlgorithm.enhance(@) failed! Used 41ms");
-    EXPECT_EQ(log.lastCompleted(), 3U);
-    EXPECT_EQ(log.firstWarning().rfind("mAlgorithm.enhance(", 0), 0U);
-
+    EXPECT_EQ(log.state().lastCompleted, 3U);
     for (const std::string condition : {"FPS", "RECT"}) {
         const std::string text = "updateEnhance:1: mIsEnhance[EN_COND_" + condition;
         note(text + "]:0 mEnhanceCount:1 for /bin/player. Because it is 60");
@@ -106,14 +93,9 @@ TEST(EngineLog, KeepsLimitsProgressAndReasons) {
         note(text + "]:1 mEnhanceCount:1 for /bin/player. Because it is 25");
         EXPECT_EQ(log.whyNotNeeded(), "switched off by the service");
     }
-
-    log.note("binder", "the runtime directory /x cannot be used", true, true);
-    EXPECT_EQ(log.transportTrouble(), "the runtime directory /x cannot be used");
-    log.note("DE N DEM", "checkDisplayEngineService:9: binder is nullptr!", true, true);
-    EXPECT_NE(log.lastWarning(), "binder is nullptr!") << "the facade says it better";
 }
 
-TEST(FramePool, KeepsExpiredPlanesUntilALaterFrameHasCompleted) {
+TEST(PlayerTest, KeepsExpiredPlanesUntilALaterFrameHasCompleted) {
     FramePool pool;
     auto first = pool.take(768, 576);
     const Frame* firstAddress = first.get();
@@ -125,100 +107,115 @@ TEST(FramePool, KeepsExpiredPlanesUntilALaterFrameHasCompleted) {
     EXPECT_EQ(pool.take(65, 37)->bytes(), 128U * (37 + 19)) << "an odd height rounds up";
 }
 
-TEST(Summary, PercentilesAreTimesThatOccurred) {
-    EXPECT_EQ(latencyStats({}).count, 0U);
-    EXPECT_EQ(latencyStats({7}).p99, 7);
-    std::vector<float> times(200);
-    std::iota(times.rbegin(), times.rend(), 1.0F);
-    const LatencyStats many = latencyStats(times);
-    EXPECT_EQ(many.median, 100);
-    EXPECT_EQ(many.p99, 198);
-    EXPECT_EQ(many.largest, 200);
-}
-
-RunResult sampleRun() {
-    RunResult run;
-    run.frames = {{0, Outcome::kNotNeeded, 0},
-                  {1, Outcome::kEnhanced, 2.5F},
-                  {2, Outcome::kExpired, 40.25F},
-                  {3, Outcome::kRefusedOverload, 0.01F}};
-    run.notNeeded = {{"switched off by the service", 1}};
-    run.seconds = 0.4;
-    run.limits = {40, 33};
-    return run;
-}
-
-TEST(PlayerReport, ShowsTheFrameBeforeAndAfter) {
+TEST(PlayerTest, AFullDiskIsAFailureOfEachFileAndAMissingGnuplotIsNone) {
     Frame frame(96, 80);
     Comparison comparison;
-    std::fill(frame.y(), frame.y() + frame.lumaBytes(), uint8_t{60});
-    std::fill(frame.uv(), frame.y() + frame.bytes(), uint8_t{128});
+    std::fill(frame.y(), frame.y() + frame.bytes(), uint8_t{60});
     comparison.before(frame);
-    frame.y()[100] = 99;  // beyond the width of 96: padding
-    EXPECT_FALSE(comparison.after(frame));
-    EXPECT_FALSE(comparison.hasPicture());
     std::fill(frame.y(), frame.y() + frame.lumaBytes(), uint8_t{180});
-    EXPECT_TRUE(comparison.after(frame));
-    const std::string path = (ownFolder() / "picture.png").string();
-    ASSERT_EQ(comparison.writePicture(path), "");
-    VideoDecoder decoder(path);
-    ASSERT_TRUE(decoder.next());
-    Frame shown(decoder.width(), decoder.height());
-    decoder.convertTo(shown);
-    EXPECT_NEAR(shown.y()[40 * shown.stride() + 20], 60, 3);
-    EXPECT_NEAR(shown.y()[40 * shown.stride() + 76], 180, 3);
-    EXPECT_NE(comparison.writePicture("/nonexistent/picture.png"), "");
-}
-
-TEST(PlayerReport, GoesIntoAnyFolderWithOrWithoutGnuplot) {
+    ASSERT_TRUE(comparison.after(frame));
+    RunResult run;
+    run.add({Outcome::kExpired, 40.25F});
+    run.add({Outcome::kNotNeeded, 0});
+    run.seconds = 0.1;
     const fs::path folder = ownFolder() / "it's \"odd\", [really]";
-    const fs::path chart = folder / "latency.png";
+    prepareOutput(folder);
     std::ostringstream text;
-    printSummary(text, sampleRun());
-    for (const char* part : {"1: switched off by the service", "33.3 %",
-                             "2 processed frames: median 2.5 ms, 99th percentile 40.2 ms"}) {
-        EXPECT_NE(text.str().find(part), std::string::npos) << part << " in\n" << text.str();
-    }
-    prepareOutput(folder);
-    EXPECT_TRUE(writeReport(folder, sampleRun(), Comparison(), text));
-    EXPECT_EQ(fs::exists(chart), std::system("gnuplot --version >/dev/null 2>&1") == 0)
-        << text.str();
-
-    std::ofstream(chart) << "of an earlier run";
-    prepareOutput(folder);
-    EXPECT_TRUE(fs::is_empty(folder));
-    setenv("PATH", ownFolder().c_str(), 1);
-    EXPECT_TRUE(writeReport(folder, sampleRun(), Comparison(), text));
-    EXPECT_NE(text.str().find("No latency.png: gnuplot is not installed\n"), std::string::npos);
+    EXPECT_EQ(writeReport(folder, run, comparison, text), std::vector<std::string>{});
     std::ostringstream csv;
     csv << std::ifstream(folder / "frames.csv").rdbuf();
-    EXPECT_EQ(csv.str(),
-              "index,outcome,milliseconds\n0,not_needed,\n1,enhanced,2.500\n2,expired,40.250\n"
-              "3,refused_overload,0.010\n");
-    EXPECT_FALSE(writeReport("/nonexistent", sampleRun(), Comparison(), text));
+    EXPECT_EQ(csv.str(), "index,outcome,milliseconds\n0,expired,40.250\n1,not_needed,\n");
+
+    const fs::path full = ownFolder() / "full";
+    fs::create_directory(full);
+    const std::string names[] = {"frames.csv", "before_after.png", "latency.png"};
+    for (const std::string& name : names) {
+        fs::create_symlink("/dev/full", full / name);
+    }
+    const std::vector<std::string> failures = writeReport(full, run, comparison, text);
+    const bool hasGnuplot = std::system("gnuplot --version >/dev/null 2>&1") == 0;
+    ASSERT_EQ(failures.size(), hasGnuplot ? 3U : 2U);
+    for (size_t i = 0; i < failures.size(); ++i) {
+        EXPECT_EQ(failures[i].rfind("cannot write '" + (full / names[i]).string() + "': ", 0), 0U);
+    }
+    setenv("PATH", ownFolder().c_str(), 1);
+    EXPECT_EQ(writeReport(folder, run, comparison, text), std::vector<std::string>{});
+    EXPECT_NE(text.str().find("No latency.png: gnuplot is not installed\n"), std::string::npos);
 }
 
-TEST(PlayerReport, SaysWhyAFileIsNoVideo) {
-    const fs::path broken = ownFolder() / "broken.avi";
+std::string numbers(const std::vector<uint32_t>& values) {
+    return std::string(reinterpret_cast<const char*>(values.data()), values.size() * 4);
+}
+
+/** A file of ten uncompressed pictures of vertical bars, cut short by some bytes. */
+std::string makeVideo(size_t missing) {
+    constexpr uint32_t kWidth = 64;
+    constexpr uint32_t kHeight = 48;
+    std::string picture(kWidth * kHeight * 3 / 2, '\x80');
+    for (size_t i = 0; i < kWidth * kHeight; ++i) {
+        picture[i] = i / 8 % 2 == 0 ? '\x40' : '\x70';
+    }
+    std::string ivf =
+        "DKIF" + numbers({32 << 16}) + "I420" + numbers({kHeight << 16 | kWidth, 25, 1, 10, 0});
+    for (uint32_t i = 0; i < 10; ++i) {
+        ivf += numbers({kWidth * kHeight * 3 / 2, i, 0}) + picture;
+    }
+    const fs::path path = ownFolder() / ("video" + std::to_string(missing));
+    std::ofstream(path, std::ios::binary) << ivf.substr(0, ivf.size() - missing);
+    return path;
+}
+
+TEST(PlayerTest, TellsByExitCodeAndOneLineWhatWasWrong) {
+    const std::string output = ownFolder() / "out";
+    const std::string broken = ownFolder() / "broken.avi";
     std::ofstream(broken) << "RIFF is how it begins, and that is all";
-    for (const std::string& video : {broken.string(), ownFolder().string()}) {
-        EXPECT_THROW(VideoDecoder decoder(video), VideoError) << video;
+    const std::string whole = makeVideo(0);
+    const struct {
+        std::vector<std::string> arguments;
+        std::string output;
+        int code;
+        std::string error;
+    } cases[] = {
+        {{whole, "--fps", "max"}, output, 0, ""},
+        {{makeVideo(100), "--fps", "1000"}, output, 0, "is incomplete: it ends after 9 frames"},
+        {{broken}, output, 1, "cannot open '" + broken + "'"},
+        {{ownFolder()}, output, 1, "cannot open '"},
+        {{whole}, "/dev/null/out", 1, "cannot write to the folder '/dev/null/out'"},
+        {{whole, "--fps", "0"}, output, 2, "'0' is neither 'max' nor a rate"},
+        {{whole, "--fps", "30x"}, output, 2, "--help"},
+        {{whole, "--fps", "nan"}, output, 2, "--help"},
+    };
+    for (auto c : cases) {
+        c.arguments.insert(c.arguments.begin(), {"-o", c.output});
+        const ProgramRun run(kPlayer, c.arguments);
+        EXPECT_EQ(run.code, c.code) << run.error;
+        EXPECT_NE(run.error.find(c.error), std::string::npos) << run.error;
+        EXPECT_EQ(std::count(run.error.begin(), run.error.end(), '\n'), c.error.empty() ? 0 : 1)
+            << run.error;
     }
 }
 
-TEST(PlayerOptions, PaceIsARateOrMax) {
-    const auto parsed = [](const char* pace) -> std::optional<double> {
-        const char* arguments[] = {"player", "video.avi", "--fps", pace};
-        Options options;
-        const int exitCode = parseOptions(4, arguments, options).value_or(0);
-        EXPECT_EQ(exitCode, options.fps ? 0 : 2) << pace;
-        return options.fps;
-    };
-    EXPECT_EQ(parsed("max"), 0);
-    EXPECT_EQ(parsed("29.97"), 29.97);
-    for (const char* pace : {"0", "-5", "2000", "fast", "30x", "nan"}) {
-        EXPECT_EQ(parsed(pace), std::nullopt) << pace;
+TEST(PlayerTest, PlaysOnWhenTheServiceIsKilledAndEndsAtASignal) {
+    ChildProcess service(kDemo / "service/displayengine-service",
+                         {"--min-width", "1", "--min-height", "1", "--abort-ms", "60000"});
+    ASSERT_TRUE(service.waitForLine("ready"));
+    const std::string library = kDemo / "processing";
+    ChildProcess player(kPlayer, {makeVideo(0), "--loop", "-o", ownFolder() / "out"},
+                        {"LD_LIBRARY_PATH=" + library});
+    EXPECT_NE(player.readLine()->find("1 frames: 1 enhanced"), std::string::npos);
+    service.kill();
+    service.wait();
+    player.readLine();
+    player.readLine();
+    player.kill(SIGINT);
+    EXPECT_EQ(player.wait(), 0);
+    EXPECT_TRUE(fs::exists(ownFolder() / "out/before_after.png"));
+    std::string summary;
+    while (const std::optional<std::string> line = player.readLine()) {
+        summary += *line + "\n";
     }
+    EXPECT_NE(summary.find("    enhanced "), std::string::npos) << summary;
+    EXPECT_NE(summary.find("100.0 %"), std::string::npos) << summary;
 }
 
 }  // namespace

@@ -10,12 +10,14 @@
 #include <cstdlib>
 #include <functional>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "aidl/BnDisplayEngineCallback.h"
+#include "aidl/TransactionCodes.h"
 #include "client/DisplayEngineManager.h"
 #include "client/ServiceConnection.h"
 #include "client/VideoEngine.h"
@@ -23,6 +25,7 @@
 #include "support/ChildProcess.h"
 #include "support/EngineService.h"
 #include "support/ProcessingLibrary.h"
+#include "support/TestMain.h"
 
 using android::NO_MEMORY;
 using android::OK;
@@ -108,7 +111,7 @@ void sweep(const std::string& name, const Prepare& prepare) {
             return;
         }
     }
-    ADD_FAILURE() << "no run passed untouched";
+    EXPECT_TRUE(testing::Test::HasFailure()) << "no run passed untouched";
 }
 
 /** A service in a process of its own. */
@@ -117,7 +120,7 @@ public:
     RemoteService() { EXPECT_TRUE(mProcess.waitForLine("ready")); }
 
 private:
-    ChildProcess mProcess{ChildProcess::ownPath(), {kServiceArgument}};
+    ChildProcess mProcess{ChildProcess::ownPath(), {kServiceArgument, ""}};
 };
 
 class Callback : public BnDisplayEngineCallback {
@@ -208,6 +211,8 @@ const Transaction kTransactions[] = {
          return service.processGraphicBuffer(1, 2, &input, &output, &result);
      }},
 };
+
+static_assert(std::size(kTransactions) == com::tivora::displayengine::kServiceCodeCount);
 
 TEST(AllocationSweepTest, ATransactionAnswersNoMemory) {
     const RemoteService remote;
@@ -325,7 +330,7 @@ void writeEvent(Parcel* event, bool enable) {
 
 TEST(AllocationSweepTest, AFrameOrAnEventIsLost) {
     const sp<EngineService> service = EngineService::install();
-    service->config[9] = 10000;  // No frame expires.
+    service->config.abortMs = EngineService::kPatientMs;
     processing::use("without_nothing");
     const sp<DisplayEngineManager> manager = new DisplayEngineManager;
     manager->onVideoAppStart();
@@ -401,24 +406,11 @@ int bringUp(int number) {
     return testing::Test::HasFailure() ? 1 : 0;
 }
 
-int serve() {
-    const sp<EngineService> service = EngineService::install();
-    android::ProcessState::self()->startThreadPool();
-    std::cout << "ready" << std::endl;
-    std::string line;
-    std::getline(std::cin, line);
-    return 0;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 1 && argv[1] == std::string(kServiceArgument)) {
-        return serve();
-    }
-    if (argc > 2 && argv[1] == std::string(kBringUpArgument)) {
-        return bringUp(std::atoi(argv[2]));
-    }
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return testMain(
+        argc, argv,
+        {{kServiceArgument, [](const std::string&) { return serve(new EngineService); }},
+         {kBringUpArgument, [](const std::string& number) { return bringUp(std::stoi(number)); }}});
 }

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Commands.h"
 
+#include <CLI/CLI.hpp>
+#include <limits>
+
 #include "client/ServiceConnection.h"
 
 namespace control {
@@ -13,8 +16,6 @@ Outcome settingOutcome(const std::string& setting, int result) {
     }
     return {{{"result", result}}, {}};
 }
-
-}  // namespace
 
 Outcome readPanelName(Session& session) {
     std::string name;
@@ -80,6 +81,62 @@ Outcome readVideo(Session& session) {
     const bool isSupported = session.display->isVideoEngineSupported();
     const bool isOn = session.display->getVideoAppConfig();
     return {{{"supported", isSupported}, {"on", isOn}}, {}};
+}
+
+void addLevels(CLI::App* command, Arguments* arguments) {
+    command->add_option("LEVEL", arguments->levels, "brightness levels, 0 or more, sent in turn")
+        ->required()
+        ->check(CLI::Range(0, std::numeric_limits<int32_t>::max()));
+}
+
+void addScene(CLI::App* command, Arguments* arguments) {
+    command->add_option("SCENE", arguments->scene, "number of the scene")->required();
+    command->add_option("VALUE", arguments->value, "the scene's value")->required();
+}
+
+void addFrameRate(CLI::App* command, Arguments* arguments) {
+    command->add_option("FPS", arguments->frameRate, "frames per second, passed on as text")
+        ->required();
+}
+
+void addSwitch(CLI::App* command, Arguments* arguments) {
+    command->add_option("STATE", arguments->cwb, "on or off")
+        ->required()
+        ->check(CLI::IsMember({"on", "off"}));
+}
+
+struct Entry {
+    const char* name;
+    const char* help;
+    Command command;
+    void (*addArguments)(CLI::App*, Arguments*);
+};
+
+constexpr Entry kEntries[] = {
+    {"panel-name", "name of the display panel", readPanelName, nullptr},
+    {"brightness", "send brightness levels; a level sent last is not sent again", setBrightness,
+     addLevels},
+    {"reading", "support of the reading mode", readReading, nullptr},
+    {"global-reading", "support of the global reading mode", readGlobalReading, nullptr},
+    {"folding", "support and alpha of the folding screen's compensation", readFolding, nullptr},
+    {"local-hbm", "support of the local high-brightness mode", readLocalHbm, nullptr},
+    {"scene", "set a scene", setScene, addScene},
+    {"frame-rate", "set the frame rate", setFrameRate, addFrameRate},
+    {"cwb", "switch the CWB force-enable", setCwb, addSwitch},
+    {"video", "whether video enhancement is supported, and on", readVideo, nullptr},
+    {"watch", "print the service's events, one a line, until interrupted", watchEvents, nullptr},
+};
+
+}  // namespace
+
+void addCommands(CLI::App* app, Options* options) {
+    for (const Entry& entry : kEntries) {
+        CLI::App* const command = app->add_subcommand(entry.name, entry.help);
+        if (entry.addArguments != nullptr) {
+            entry.addArguments(command, &options->arguments);
+        }
+        command->callback([options, &entry] { options->command = entry.command; });
+    }
 }
 
 }  // namespace control

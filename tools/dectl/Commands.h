@@ -2,24 +2,21 @@
 // The commands of dectl.
 #pragma once
 
-#include "Session.h"
+#include "Options.h"
+
+namespace CLI {
+class App;
+}
 
 namespace control {
 
-Outcome readPanelName(Session& session);
-Outcome setBrightness(Session& session);
-Outcome readReading(Session& session);
-Outcome readGlobalReading(Session& session);
-Outcome readFolding(Session& session);
-Outcome readLocalHbm(Session& session);
-Outcome setScene(Session& session);
-Outcome setFrameRate(Session& session);
-Outcome setCwb(Session& session);
-Outcome readVideo(Session& session);
+/** Adds the commands to the command line; the one that is chosen becomes `options->command`. */
+void addCommands(CLI::App* app, Options* options);
 
 /**
- * Registers a callback and prints every event, until SIGINT or SIGTERM or the service's death; a
- * second signal ends the process at once. Starts the process's binder threads.
+ * Registers a callback that prints every event. The outcome's `watch` lasts until SIGINT or SIGTERM
+ * or the service's death; a second signal ends the process at once. Starts the process's binder
+ * threads.
  */
 Outcome watchEvents(Session& session);
 

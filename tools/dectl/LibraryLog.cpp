@@ -4,7 +4,9 @@
 #include <android/log.h>
 
 #include <atomic>
-#include <cstring>
+
+#include "common/DeMutex.h"
+#include "common/DisplayEngineCleanCommon.h"
 
 namespace control {
 namespace {
@@ -12,12 +14,18 @@ namespace {
 // Never destroyed: the library logs until the process has ended.
 std::atomic<bool> gIsVerbose{false};
 std::atomic<bool> gHasFailed{false};
+DeMutex& gMutex = *new DeMutex;
+std::string& gPlatformWarning = *new std::string;
 
 void receive(const __android_log_message* message) {
+    const std::string tag = message->tag != nullptr ? message->tag : "";
     // The tag of the facade. Failures within the video engine are answers: no enhancement.
-    if (message->priority >= ANDROID_LOG_ERROR && message->tag != nullptr &&
-        std::strcmp(message->tag, "DE N DEM") == 0) {
+    if (message->priority >= ANDROID_LOG_ERROR && tag == "DE N DEM") {
         gHasFailed = true;
+    }
+    if (message->priority >= ANDROID_LOG_WARN && tag.rfind("DE N ", 0) != 0) {
+        const DeMutexLock lock(gMutex);
+        gPlatformWarning = message->message;
     }
     if (gIsVerbose) {
         __android_log_stderr_logger(message);
@@ -31,8 +39,21 @@ void takeLibraryLog(bool isVerbose) {
     __android_log_set_logger(receive);
 }
 
+void raiseLogSwitches() {
+    if (gIsVerbose) {
+        g_delogdEnable = true;
+        g_delogiEnable = true;
+        g_delogvEnable = true;
+    }
+}
+
 bool hasLoggedFailure() {
     return gHasFailed;
+}
+
+std::string platformWarning() {
+    const DeMutexLock lock(gMutex);
+    return gPlatformWarning;
 }
 
 }  // namespace control

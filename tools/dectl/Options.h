@@ -11,15 +11,9 @@ namespace control {
 struct Options {
     bool isJson = false;
     bool isVerbose = false;
+    double timeout = 5;  // seconds
     Command command = nullptr;
     Arguments arguments;
-};
-
-/** Exit codes of the program. */
-enum ExitCode : int {
-    kDone = 0,
-    kRefused = 1,     /**< The service did not do what it was asked for. */
-    kUnavailable = 2, /**< There is no service, or the command line is wrong. */
 };
 
 /**

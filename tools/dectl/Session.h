@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// What every command of dectl gets and gives back.
+// What every command of dectl gets and returns.
 #pragma once
 
 #include <utils/StrongPointer.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,13 @@
 #include "client/DisplayEngineManager.h"
 
 namespace control {
+
+/** Exit codes of the program. */
+enum ExitCode : int {
+    kDone = 0,
+    kRefused = 1,     /**< The service did not do what it was asked for. */
+    kUnavailable = 2, /**< No service, none that answers, or the command line is wrong. */
+};
 
 /** The arguments of all commands; each command has set its own. */
 struct Arguments {
@@ -33,9 +41,11 @@ struct Session {
 struct Outcome {
     Json values;         /**< What to print: named values, or null for nothing. */
     std::string refusal; /**< What the service refused; empty when it did not. */
+    std::function<void()> watch =
+        {}; /**< The rest of the command, which takes as long as it likes. */
 };
 
-/** Blocks for calls of the service. May miss a failure that the library only logs. */
+/** Calls the service and waits for it. May miss a failure that the library only logs. */
 using Command = Outcome (*)(Session& session);
 
 }  // namespace control

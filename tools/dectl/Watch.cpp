@@ -4,14 +4,12 @@
 #include <binder/IInterface.h>
 #include <binder/PersistableBundle.h>
 #include <binder/ProcessState.h>
-#include <semaphore.h>
 #include <utils/String16.h>
 #include <utils/String8.h>
 
-#include <csignal>
-
 #include "LibraryLog.h"
 #include "aidl/BnDisplayEngineCallback.h"
+#include "tools/support/StopSignal.h"
 
 using android::IBinder;
 using android::sp;
@@ -22,16 +20,11 @@ using android::os::PersistableBundle;
 namespace control {
 namespace {
 
-// Posted by the signals' handler, hence not a member, and a semaphore.
-sem_t gEnd;
-
-void endBySignal(int) {
-    sem_post(&gEnd);
-}
-
-class EndByDeath : public IBinder::DeathRecipient {
+class StopOnDeath : public IBinder::DeathRecipient {
 public:
-    void binderDied(const android::wp<IBinder>&) override { sem_post(&gEnd); }
+    void binderDied(const android::wp<IBinder>&) override { stop.request(); }
+
+    const StopSignal stop;
 };
 
 /** The entries that the service's interface names; a bundle does not list its keys. */
@@ -74,22 +67,11 @@ private:
     const Output mOutput;
 };
 
-void endOnSignals() {
-    sem_init(&gEnd, 0, 0);
-    struct sigaction action = {};
-    action.sa_handler = endBySignal;
-    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
-
 }  // namespace
 
 Outcome watchEvents(Session& session) {
-    endOnSignals();
     android::ProcessState::self()->startThreadPool();
-    const sp<EndByDeath> death = new EndByDeath;
+    const sp<StopOnDeath> death = new StopOnDeath;
     const sp<EventPrinter> printer = new EventPrinter(session.output);
     if (android::IInterface::asBinder(session.service)->linkToDeath(death) != android::OK) {
         return {};
@@ -98,11 +80,10 @@ Outcome watchEvents(Session& session) {
     if (hasLoggedFailure()) {
         return {nullptr, "the registration of a callback"};
     }
-    while (sem_wait(&gEnd) != 0) {
-        // Interrupted by a signal whose handler has not posted yet.
-    }
-    session.display->unregisterCallback(printer);
-    return {};
+    return {nullptr, {}, [death, printer, display = session.display] {
+                death->stop.waitUntil(std::chrono::steady_clock::time_point::max());
+                display->unregisterCallback(printer);
+            }};
 }
 
 }  // namespace control

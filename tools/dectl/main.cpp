@@ -2,52 +2,70 @@
 // dectl: asks and sets the features of the display engine service from the command line.
 #include <binder/IInterface.h>
 
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <string>
 
 #include "LibraryLog.h"
 #include "Options.h"
+#include "TimeLimit.h"
 #include "client/ServiceConnection.h"
 
+namespace control {
 namespace {
 
-int fail(control::ExitCode code, const std::string& reason) {
+int fail(ExitCode code, const std::string& reason) {
     std::cerr << "dectl: " << reason << std::endl;
     return code;
 }
 
-int run(const control::Options& options) {
-    control::takeLibraryLog(options.isVerbose);
+int run(const Options& options) {
+    takeLibraryLog(options.isVerbose);
+    raiseLogSwitches();
+    const TimeLimit limit(options.timeout);
     // The manager would wait some seconds for a service.
-    const auto service = checkDisplayEngineService();
+    const auto service = limit.run(checkDisplayEngineService);
     if (service == nullptr) {
-        return fail(control::kUnavailable, "the display engine service is not running");
+        const std::string why = platformWarning();
+        return fail(kUnavailable, why.empty()
+                                      ? "the display engine service is not running"
+                                      : "cannot look for the display engine service: " + why);
     }
-    control::Session session = {service, new DisplayEngineManager, options.arguments,
-                                control::Output(options.isJson)};
-    const control::Outcome outcome = options.command(session);
-
+    Session session = {service, new DisplayEngineManager, options.arguments,
+                       Output(options.isJson)};
+    raiseLogSwitches();
+    const Outcome outcome = limit.run([&] { return options.command(session); });
+    if (outcome.watch != nullptr) {
+        outcome.watch();
+    }
     // A service that died on the way has left only failure values, some of which look like answers.
-    if (android::IInterface::asBinder(service)->pingBinder() != android::OK) {
-        return fail(control::kUnavailable, "the display engine service has died");
+    const android::sp<android::IBinder> binder = android::IInterface::asBinder(service);
+    if (limit.run([&] { return binder->pingBinder(); }) != android::OK) {
+        return fail(kUnavailable, "the display engine service has died");
     }
     if (!outcome.refusal.empty()) {
-        return fail(control::kRefused, "the service refused " + outcome.refusal);
+        return fail(kRefused, "the service refused " + outcome.refusal);
     }
-    if (control::hasLoggedFailure()) {
-        return fail(control::kRefused, "the service refused (--verbose shows the library's log)");
+    if (hasLoggedFailure()) {
+        return fail(kRefused, "the service refused (--verbose shows the library's log)");
     }
     if (!outcome.values.is_null()) {
         session.output.printValues(outcome.values);
     }
     if (!std::cout.flush()) {
-        return fail(control::kUnavailable, "cannot write to standard output");
+        return fail(kUnavailable, "cannot write to standard output");
     }
-    return control::kDone;
+    return kDone;
 }
 
 }  // namespace
+
+void TimeLimit::endUnanswered() {
+    std::_Exit(fail(kUnavailable, "the display engine service does not answer"));
+}
+
+}  // namespace control
 
 int main(int argc, char** argv) {
     control::Options options;
@@ -55,8 +73,8 @@ int main(int argc, char** argv) {
         return *code;
     }
     try {
-        return run(options);
+        return control::run(options);
     } catch (const std::exception& error) {
-        return fail(control::kUnavailable, error.what());
+        return control::fail(control::kUnavailable, error.what());
     }
 }
