@@ -116,18 +116,13 @@ const Fault kFaults[] = {
          kFailed},
     {"no process", kStart, failing("AisrProcess", -1),
      kAdapter + "enhance:#: mProcessFunc failed, return Unknown error code: -1\n" + kFailed, 1},
-<<<<<<< HEAD
-    {"exception", kStart,
-     hook([](const Call& call) { return call.entry == "AisrProcess" ? throw 7 : 0; }), kFailed, 1},
-=======
     {"exception", kStart, hook([](const Call& call) {
          if (call.entry == "AisrProcess") {
              throw 7;
          }
          return AISR_SUCCESS;
      }),
-     kEngine + "operator():#: doEnhance() ended by an exception!\n", 1},
->>>>>>> 31cd97aefbe4b77e39181c53f1ab07cf6d080688
+     kFailed, 1},
     {"cancel refused", kStart, refuseCancel,
      kEngine + "enhance:#: doEnhance" + kFrame + "expired #(10000)ms timeout!\n" + kSetParam +
          "AISR_TAG_SET_TIMEOUT(3),&bufInfo,48) failed, return AISR_ERR_TIMEOUT(3)\n"
