@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service that dies or is late, before, in and after every transaction: the promised outcome,
-// nothing left behind, and the next service's calls work.
+// A service that is late, dies, or has its transfers interrupted, in every transaction: the
+// promised outcome, nothing left behind, and the next service's calls work.
+#include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -23,25 +24,25 @@ using android::sp;
 using android::status_t;
 using android::binder::Status;
 using protocol::Operation;
+using Texts = std::vector<std::string>;
 
 namespace {
 
 constexpr char kServiceArgument[] = "--service";
+constexpr char kInterrupted[] = "Interrupted";
+constexpr char kInterruptedEvents[] = "InterruptedEvents";
 
-/** Has a fault in its first transaction. */
+/** May block in its first transaction. */
 class FaultyService : public protocol::RecordingService {
 public:
-    explicit FaultyService(const std::string& fault) : mFault(fault) {}
+    explicit FaultyService(bool isBlocking) : mIsBlocking(isBlocking) {}
 
     status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
                         uint32_t flags) override {
-        const std::string fault = std::exchange(mFault, "");
-        if (fault == "Late" || fault == "DeadDuring") {
+        if (std::exchange(mIsBlocking, false)) {
             std::cout << "called" << std::endl;
             std::string line;
             std::getline(std::cin, line);
-        } else if (fault == "DeadAfter") {
-            fault::exitAfterNextSend();
         }
         return RecordingService::onTransact(code, data, reply, flags);
     }
@@ -49,12 +50,12 @@ public:
     Status registerCallback(const Callback& /*callback*/) override { return Status::ok(); }
 
 private:
-    std::string mFault;
+    bool mIsBlocking;
 };
 
 std::unique_ptr<ChildProcess> startService(const std::string& fault) {
-    auto program = std::make_unique<ChildProcess>(
-        ChildProcess::ownPath(), std::vector<std::string>{kServiceArgument, fault});
+    auto program =
+        std::make_unique<ChildProcess>(ChildProcess::ownPath(), Texts{kServiceArgument, fault});
     EXPECT_TRUE(program->waitForLine("ready"));
     return program;
 }
@@ -63,16 +64,15 @@ struct Fault {
     std::string name;
     bool isBlocking; /**< The caller is in the middle of the transaction. */
     bool isAnswered; /**< The outcome is OK and the results are the service's. */
-    bool isDeadly;   /**< There is no service afterwards. */
 
     friend void PrintTo(const Fault& it, std::ostream* text) { *text << it.name; }
 };
 
 const Fault kFaults[] = {
-    {"Late", true, true, false},
-    {"DeadBefore", false, false, true},
-    {"DeadDuring", true, false, true},
-    {"DeadAfter", false, true, true},
+    {"Late", true, true},
+    {"Interrupted", false, true},
+    {"DeadBefore", false, false},
+    {"DeadDuring", true, false},
 };
 
 class FaultServiceTest : public testing::TestWithParam<Fault> {
@@ -93,6 +93,7 @@ protected:
 
 TEST_P(FaultServiceTest, HasItsPromisedOutcomeInAnyTransactionAndLeavesNothing) {
     const Fault& fault = GetParam();
+    fault::setInterrupting(fault.name == kInterrupted);
     EXPECT_EQ(checkDisplayEngineService(), nullptr);
     const std::string before = fault::holdings();
     for (const Operation& operation : protocol::kOperations) {
@@ -104,31 +105,32 @@ TEST_P(FaultServiceTest, HasItsPromisedOutcomeInAnyTransactionAndLeavesNothing) 
             program->kill();
             program->wait();
         };
+        std::future<void> called;
         if (fault.isBlocking) {
-            auto called = startAndWaitUntilAsleep([&] { expectCall(operation, fault.isAnswered); });
+            called = startAndWaitUntilAsleep([&] { expectCall(operation, fault.isAnswered); });
             EXPECT_TRUE(program->waitForLine("called"));
-            if (fault.isDeadly) {
-                end();
-            }
-            program->writeLine("go on");
-        } else {
-            if (!fault.isAnswered) {
-                end();
-            }
-            expectCall(operation, fault.isAnswered);
         }
-        if (!fault.isDeadly) {
+        if (fault.isAnswered) {
+            program->writeLine("go on");
+            called = {};
             expectCall(operation, true);
         }
         end();
         expectCall(operation, false);
+        called = {};
         service.clear();
         EXPECT_EQ(callback->getStrongCount(), 1);
     }
     EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
-    const auto sound = startService("");
+}
+
+TEST_F(FaultServiceTest, SendsItsEventsThoughTransfersAreInterrupted) {
+    const auto program = startService(kInterruptedEvents);
+    fault::setInterrupting(true);
     service = checkDisplayEngineService();
-    expectCall(protocol::kOperations[0], true);
+    android::ProcessState::self()->startThreadPool();
+    EXPECT_TRUE(service->registerCallback(callback).isOk());
+    EXPECT_EQ(callback->take(2), (Texts{"onEvent 11 -12", "onEventWithData 3 { Enable=true }"}));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FaultServiceTest, testing::ValuesIn(kFaults),
@@ -137,6 +139,11 @@ INSTANTIATE_TEST_SUITE_P(All, FaultServiceTest, testing::ValuesIn(kFaults),
 }  // namespace
 
 int main(int argc, char** argv) {
-    const auto run = [](const std::string& fault) { return serve(new FaultyService(fault)); };
+    const auto run = [](const std::string& fault) {
+        const bool hasEvents = fault == kInterruptedEvents;
+        fault::setInterrupting(fault == kInterrupted || hasEvents);
+        return hasEvents ? serve(new protocol::RecordingService)
+                         : serve(new FaultyService(fault != kInterrupted));
+    };
     return testMain(argc, argv, {{kServiceArgument, run}});
 }
