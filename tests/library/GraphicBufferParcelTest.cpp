@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The parcelable around a graphic buffer between two processes: its bytes, and the memory that both
-// share. What a damaged one is read as, the fuzzer of graphic buffers tells.
+// share. Damaged ones are covered by PlatformTest and the stub's fuzzer.
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
 #include <ui/GraphicBuffer.h>

@@ -101,9 +101,7 @@ TEST(Log, WritesWholeLinesToStandardError) {
     for (const std::string& text : texts) {
         threads.emplace_back([&text] {
             for (int line = 0; line < kLines; ++line) {
-                errno = ENOENT;
                 __android_log_print(ANDROID_LOG_INFO, "tag", "%s", text.c_str());
-                EXPECT_EQ(errno, ENOENT);
             }
         });
     }
@@ -121,6 +119,13 @@ TEST(Log, WritesWholeLinesToStandardError) {
         EXPECT_EQ(line.substr(start), text);
     }
     EXPECT_EQ(lines, kLines * 3);
+
+    const int standardError = dup(STDERR_FILENO);
+    close(STDERR_FILENO);
+    errno = ENOENT;
+    __android_log_print(ANDROID_LOG_INFO, "tag", "to nobody");
+    EXPECT_EQ(errno, ENOENT);
+    dup2(standardError, STDERR_FILENO);
 }
 
 TEST(Loader, WordsOnlyAMissingFileAsTheDeviceDoes) {
