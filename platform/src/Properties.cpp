@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cutils/properties.h>
-#include <utils/Mutex.h>
 
 #include <cstdlib>
 #include <fstream>
 #include <map>
 #include <string>
+
+#include "Mutex.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What goes wrong below the process, one fault at a time: transfers that are cut short or
-// interrupted, no more descriptors, a log that nobody takes.
+// What goes wrong below the process, one fault at a time: transfers that are interrupted, no more
+// descriptors, a log that nobody takes.
 #include <binder/ProcessState.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -112,9 +112,7 @@ TEST_P(FaultyTransfer, ChangesNoCallAndNoReply) {
     EXPECT_EQ(callback->take(40).size(), 40U);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FaultyTransfer,
-                         testing::Values(fault::Io::SHORT, fault::Io::INTERRUPTED,
-                                         fault::Io::BOTH));
+INSTANTIATE_TEST_SUITE_P(All, FaultyTransfer, testing::Values(fault::Io::INTERRUPTED));
 
 #ifndef FAULT_NO_FULL_TABLE
 TEST_F(FaultySystem, HasNoDescriptorForALookup) {
