@@ -34,7 +34,8 @@ const String16& IDisplayEngineCallback::getInterfaceDescriptor() const {
 }
 
 sp<IDisplayEngineCallback> IDisplayEngineCallback::asInterface(const sp<IBinder>& binder) {
-    return statics::asInterface<IDisplayEngineCallback, BpDisplayEngineCallback>(binder);
+    return statics::asInterface<IDisplayEngineCallback, BpDisplayEngineCallback>(
+        binder, kLastingDescriptor);
 }
 
 bool IDisplayEngineCallback::setDefaultImpl(std::unique_ptr<IDisplayEngineCallback> impl) {

@@ -34,7 +34,8 @@ const String16& IDisplayEngineService::getInterfaceDescriptor() const {
 }
 
 sp<IDisplayEngineService> IDisplayEngineService::asInterface(const sp<IBinder>& binder) {
-    return statics::asInterface<IDisplayEngineService, BpDisplayEngineService>(binder);
+    return statics::asInterface<IDisplayEngineService, BpDisplayEngineService>(binder,
+                                                                               kLastingDescriptor);
 }
 
 bool IDisplayEngineService::setDefaultImpl(std::unique_ptr<IDisplayEngineService> impl) {

@@ -3,6 +3,7 @@
 
 #include <binder/IBinder.h>
 #include <binder/IInterface.h>
+#include <utils/String16.h>
 #include <utils/StrongPointer.h>
 
 #include <memory>
@@ -17,12 +18,12 @@ namespace displayengine {
 namespace statics {
 
 template <typename INTERFACE, typename PROXY>
-android::sp<INTERFACE> asInterface(const android::sp<android::IBinder>& binder) {
+android::sp<INTERFACE> asInterface(const android::sp<android::IBinder>& binder,
+                                   const android::String16& descriptor) {
     if (binder == nullptr) {
         return nullptr;
     }
-    const android::sp<android::IInterface> local =
-        binder->queryLocalInterface(INTERFACE::descriptor);
+    const android::sp<android::IInterface> local = binder->queryLocalInterface(descriptor);
     if (local != nullptr) {
         return static_cast<INTERFACE*>(local.get());
     }

@@ -62,10 +62,14 @@ bool Parcel::checkInterface(IBinder* binder) const {
     int32_t policy = 0;
     int32_t workSource = 0;
     int32_t header = 0;
-    String16 name;
-    return readInt32(&policy) == OK && readInt32(&workSource) == OK && readInt32(&header) == OK &&
-           header == kInterfaceHeader && readString16(&name) == OK &&
-           name == binder->getInterfaceDescriptor();
+    const char16_t* name = nullptr;
+    size_t units = 0;
+    if (readInt32(&policy) != OK || readInt32(&workSource) != OK || readInt32(&header) != OK ||
+        header != kInterfaceHeader || readString16Inplace(&name, &units) != OK) {
+        return false;
+    }
+    const String16& wanted = binder->getInterfaceDescriptor();
+    return std::equal(name, name + units, wanted.string(), wanted.string() + wanted.size());
 }
 
 // Plain values -----------------------------------------------------------------------------------
@@ -159,18 +163,24 @@ status_t Parcel::writeString16(const String16& value) {
     return status == OK ? write(value.c_str(), (value.size() + 1) * sizeof(char16_t)) : status;
 }
 
-status_t Parcel::readString16(String16* value) const {
-    size_t units = 0;
-    const status_t status = readCount(sizeof(char16_t), &units);
+status_t Parcel::readString16Inplace(const char16_t** text, size_t* units) const {
+    const status_t status = readCount(sizeof(char16_t), units);
     if (status != OK) {
         return status;
     }
-    const auto* text = static_cast<const char16_t*>(readInplace((units + 1) * sizeof(char16_t)));
-    if (text == nullptr) {
+    *text = static_cast<const char16_t*>(readInplace((*units + 1) * sizeof(char16_t)));
+    if (*text == nullptr) {
         return NOT_ENOUGH_DATA;
     }
-    if (text[units] != 0) {
-        return BAD_VALUE;
+    return (*text)[*units] == 0 ? OK : BAD_VALUE;
+}
+
+status_t Parcel::readString16(String16* value) const {
+    const char16_t* text = nullptr;
+    size_t units = 0;
+    const status_t status = readString16Inplace(&text, &units);
+    if (status != OK) {
+        return status;
     }
     return orNoMemory([value, text, units] {
         *value = String16(text, units);

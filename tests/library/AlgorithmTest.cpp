@@ -3,6 +3,7 @@
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <climits>
 #include <cstring>
 #include <future>
@@ -166,6 +167,22 @@ TEST_F(AlgorithmTest, KeepsDeinitAwayFromProcessingButNeverACancel) {
     enhanced.get();
     EXPECT_EQ(ended.get(), 0);
     EXPECT_EQ(processing::calls().back().text(), "AisrDeinit");
+}
+
+TEST_F(AlgorithmTest, CancelsWithoutWaitingForTheDeinitEntry) {
+    ASSERT_EQ(algorithm.init(), 0);
+    Gate inDeinit;
+    processing::hold("AisrDeinit", &inDeinit);
+    auto ended = std::async(std::launch::async, [this] { return algorithm.deinit(); });
+    processing::waitFor("AisrDeinit");
+    auto cancelled = std::async(std::launch::async, [this] { algorithm.cancel(frame.info(1)); });
+    EXPECT_EQ(cancelled.wait_for(std::chrono::seconds(kPatienceSeconds)),
+              std::future_status::ready);
+    inDeinit.open();
+    cancelled.get();
+    EXPECT_EQ(ended.get(), 0);
+    EXPECT_EQ(processing::count("AisrSetParam(3)"), 0U);
+    EXPECT_TRUE(log.contains("5 DE N AISRAlgo cancel:#: Oops! NOT ready!"));
 }
 
 TEST_F(AlgorithmTest, InitialisesAgainWhenADeinitCameBetween) {

@@ -80,6 +80,7 @@ namespace {
 
 constexpr char kServiceArgument[] = "--service";
 constexpr char kBringUpArgument[] = "--bring-up";
+const std::string kLongText = "a text that does not fit into the string itself";
 constexpr int kMost = 2000;  // More allocations than any operation makes.
 
 enum class Outcome { GOOD, FAILED, WRONG };
@@ -245,7 +246,7 @@ TEST(AllocationSweepTest, ATransactionAnswersNoMemory) {
     ASSERT_NE(service, nullptr);
     const sp<Callback> callback = new Callback;
     PersistableBundle data;
-    data.putString(String16("Key"), String16("a key that does not fit into the string itself"));
+    data.putString(String16("Key"), String16(kLongText.c_str()));
     for (const Transaction& transaction : kTransactions) {
         const auto status = std::make_shared<Status>();
         sweep(transaction.name, [&] {
@@ -279,9 +280,7 @@ const Method kMethods[] = {
     {"getFoldingCompensationSupported",
      [](auto& manager, auto&) { return manager.getFoldingCompensationSupported(); }, 0},
     {"setScene", [](auto& manager, auto&) { return manager.setScene(1, 2); }, -22},
-    {"setFrameRate",
-     [](auto& manager, auto&) { return manager.setFrameRate("a long text for a frame rate"); },
-     -22},
+    {"setFrameRate", [](auto& manager, auto&) { return manager.setFrameRate(kLongText); }, -22},
     {"setCwbForceEnable", [](auto&, auto&) { return static_cast<int>(setCwbForceEnable(1)); }, -22},
     {"getDisplayEngineService",
      [](auto&, auto&) { return getDisplayEngineService() != nullptr ? 1 : 0; }, 0},
@@ -401,7 +400,7 @@ TEST(AllocationSweepTest, AFrameOrAnEventIsLost) {
                                return Outcome::GOOD;
                            }
                            EXPECT_EQ(status, NO_MEMORY);
-                       return Outcome::FAILED;
+                           return Outcome::FAILED;
                        }};
     });
     sweep("size and rate", [&] {

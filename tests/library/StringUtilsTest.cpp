@@ -66,6 +66,10 @@ TEST(StringUtilsTest, SplitsAtWholeSeparatorsAndAppends) {
         fields.erase(fields.begin());
         EXPECT_EQ(fields, expected.fields);
     }
+    Texts ownFields = {"a,b", ""};
+    ownFields.shrink_to_fit();  // The first field appended moves them all.
+    split(ownFields.front(), ",", ownFields);
+    EXPECT_EQ(ownFields, (Texts{"a,b", "", "a", "b"}));
 }
 
 TEST(StringUtilsTest, TrimsTheBytesThatAreBlankAtEachEnd) {

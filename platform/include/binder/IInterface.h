@@ -23,7 +23,8 @@ template <typename INTERFACE>
 class BnInterface : public INTERFACE, public BBinder {
 public:
     sp<IInterface> queryLocalInterface(const String16& name) override {
-        if (name == INTERFACE::descriptor) {
+        // Not the static one, which may be gone while the process exits.
+        if (name == getInterfaceDescriptor()) {
             return sp<IInterface>(this);
         }
         return nullptr;

@@ -123,6 +123,7 @@ private:
     template <typename T>
     status_t readVector(std::vector<T>* value) const;
     status_t readCount(size_t elementSize, size_t* count) const;
+    status_t readString16Inplace(const char16_t** text, size_t* units) const;
 
     status_t writeObject(uint32_t type, ParcelObject object);
     status_t readObject(uint32_t* type, const ParcelObject** object) const;
