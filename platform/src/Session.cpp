@@ -4,8 +4,6 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <new>
 
 #include <binder/Parcel.h>
@@ -137,9 +135,8 @@ status_t Session::takeLine(std::shared_ptr<Line>* line) {
         }
     }
     if (!services.ok()) {
-        const int error = errno;
         lock.unlock();
-        log("no call line to process %d: %s", std::strerror(error));
+        log("no call line to process %d: %s", "too many open files");
         return FAILED_TRANSACTION;
     }
     OutgoingFrame frame;
@@ -177,7 +174,7 @@ status_t Session::exchange(const Line& line, const FrameHeader& header, const Pa
     }
     *isReplied = true;
     if (status != OK || frame.header.type != FrameType::kReply || !unpack(frame, reply, &status)) {
-        end(kMalformed);
+        end("malformed frame");
         return DEAD_OBJECT;
     }
     return status == OK ? frame.header.status : status;

@@ -66,8 +66,6 @@ private:
     static constexpr size_t kMaxLines = 64;
     static constexpr size_t kMaxIdleLines = 16;
 
-    static constexpr char kMalformed[] = "malformed frame";
-
     // Calls to the peer.
     status_t takeLine(std::shared_ptr<Line>* line);
     void putLine(const std::shared_ptr<Line>& line, bool isUsable);
