@@ -51,7 +51,7 @@ void Gate::open() {
 void Gate::close() {
     Mutex::Autolock lock(mLock);
     mIsOpen = false;
-    mChanged.wait(lock.native(), [this]() REQUIRES(mLock) { return mInside == tIsInside; });
+    mChanged.wait(lock.native(), [this]() REQUIRES(mLock) { return mInside <= size_t{tIsInside}; });
 }
 
 void Gate::lock() {
