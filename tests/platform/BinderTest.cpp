@@ -25,17 +25,7 @@
 #include "support/ChildProcess.h"
 #include "support/ThreadState.h"
 
-using android::DEAD_OBJECT;
-using android::defaultServiceManager;
-using android::FAILED_TRANSACTION;
-using android::IBinder;
-using android::OK;
-using android::Parcel;
-using android::ProcessState;
-using android::sp;
-using android::status_t;
-using android::String16;
-using android::wp;
+using namespace android;
 using namespace android::transport;
 
 namespace {
@@ -129,7 +119,7 @@ TEST_F(BinderTest, AnswersWithinItsLimits) {
         int32_t answer;
         status_t status;
     } const cases[] = {
-        {4, android::BAD_TYPE, android::BAD_TYPE},
+        {4, BAD_TYPE, BAD_TYPE},
         {4, -42, -42},
         {64 * 1024, 64 * 1024 + 4, OK},
         {kLimit, 4, OK},
@@ -144,7 +134,7 @@ TEST_F(BinderTest, AnswersWithinItsLimits) {
         EXPECT_EQ(call(PeerObject::ANSWER, c.answer, &reply, c.request), c.status);
         EXPECT_EQ(reply.dataSize(), c.status == OK ? static_cast<size_t>(c.answer) : 0);
     }
-    EXPECT_EQ(call(0), android::UNKNOWN_TRANSACTION);
+    EXPECT_EQ(call(0), UNKNOWN_TRANSACTION);
     EXPECT_EQ(mPeer->pingBinder(), OK);
     EXPECT_TRUE(mPeer->getInterfaceDescriptor().empty());
 
@@ -172,7 +162,7 @@ TEST_F(BinderTest, SendsEventsInOrderWithoutEverWaiting) {
     Parcel reply;
     EXPECT_EQ(keep(own, &reply), OK);
     EXPECT_EQ(reply.readStrongBinder(), own);
-    EXPECT_EQ(reply.readInt32(), android::INVALID_OPERATION) << "a client is not waited for";
+    EXPECT_EQ(reply.readInt32(), INVALID_OPERATION) << "a client is not waited for";
     // Nobody reads them before the thread pool is started.
     EXPECT_EQ(call(PeerObject::EVENTS, 100'000, &reply), OK);
     int32_t sent = reply.readInt32();
@@ -222,7 +212,7 @@ TEST_F(BinderTest, ReportsADeathToThoseWhoAskedForIt) {
     EXPECT_EQ(mPeer->linkToDeath(watch), OK);
     EXPECT_EQ(mPeer->linkToDeath(other), OK);
     EXPECT_EQ(mPeer->unlinkToDeath(other), OK);
-    EXPECT_EQ(mPeer->unlinkToDeath(other), android::NAME_NOT_FOUND);
+    EXPECT_EQ(mPeer->unlinkToDeath(other), NAME_NOT_FOUND);
     std::promise<void> gone;
     EXPECT_EQ(keep(new Mortal(gone)), OK);
     std::future<status_t> blocked = callBlocked();
@@ -323,9 +313,9 @@ TEST_F(BinderTest, HandsOutAServiceOfTheProcessAsItIs) {
     }
     EXPECT_EQ(first->getStrongCount(), 1);
     for (const char* name : {"", ".hidden", "a/b", "../up"}) {
-        EXPECT_EQ(add(name, first), android::BAD_VALUE) << name;
+        EXPECT_EQ(add(name, first), BAD_VALUE) << name;
     }
-    EXPECT_EQ(add("none", nullptr), android::BAD_VALUE);
+    EXPECT_EQ(add("none", nullptr), BAD_VALUE);
     EXPECT_NE(add(std::string(300, 'x'), first), OK);
 }
 
@@ -335,9 +325,9 @@ TEST_F(BinderTest, UsesNoRuntimeDirectoryButTheUsersOwn) {
         mode_t mode;
         status_t status;
     } const cases[] = {
-        {mDirectory, 0770, android::PERMISSION_DENIED},
-        {mDirectory, 0701, android::PERMISSION_DENIED},
-        {mDirectory + "/missing/deeper", 0700, android::NAME_NOT_FOUND},
+        {mDirectory, 0770, PERMISSION_DENIED},
+        {mDirectory, 0701, PERMISSION_DENIED},
+        {mDirectory + "/missing/deeper", 0700, NAME_NOT_FOUND},
         {mDirectory + "/" + std::string(100, 'x'), 0700, OK},  // longer than a socket's address
     };
     for (const auto& c : cases) {
@@ -345,8 +335,7 @@ TEST_F(BinderTest, UsesNoRuntimeDirectoryButTheUsersOwn) {
         setenv("DISPLAYENGINE_RUNTIME_DIR", c.directory.c_str(), 1);
         chmod(mDirectory.c_str(), c.mode);
         const auto peer = startPeer();
-        EXPECT_EQ(peer->readLine(),
-                  c.status == OK ? "registered" : android::statusToString(c.status));
+        EXPECT_EQ(peer->readLine(), c.status == OK ? "registered" : statusToString(c.status));
         EXPECT_EQ(find("peer") != nullptr, c.status == OK);
         EXPECT_EQ(find("../" + fs::path(c.directory).filename().string() + "/peer"), nullptr);
     }
@@ -357,7 +346,7 @@ TEST_F(BinderTest, UsesNoRuntimeDirectoryButTheUsersOwn) {
 
 TEST_F(BinderTest, TakesOverANameThatIsLeftBehindAndNoOther) {
     start();
-    EXPECT_EQ(add("peer", new PeerObject()), android::ALREADY_EXISTS);
+    EXPECT_EQ(add("peer", new PeerObject()), ALREADY_EXISTS);
     fs::rename(mDirectory + "/peer.sock", mDirectory + "/hidden");
     EXPECT_EQ(find("peer"), nullptr) << "the name has gone, the process has not";
     fs::rename(mDirectory + "/hidden", mDirectory + "/peer.sock");

@@ -15,11 +15,7 @@
 #include <thread>
 #include <utility>
 
-using android::IBinder;
-using android::OK;
-using android::Parcel;
-using android::sp;
-using android::status_t;
+using namespace android;
 
 namespace {
 
@@ -45,8 +41,8 @@ void sayGoodbye() {
 
 }  // namespace
 
-status_t PeerObject::dump(int fd, const android::Vector<android::String16>& args) {
-    const android::String8 text(args[0]);
+status_t PeerObject::dump(int fd, const Vector<String16>& args) {
+    const String8 text(args[0]);
     return write(fd, text.c_str(), text.size()) > 0 ? OK : -errno;
 }
 
@@ -105,18 +101,17 @@ status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply
 
 int runPeer(const std::string& threads) {
     std::atexit(sayGoodbye);
-    const status_t status =
-        android::defaultServiceManager()->addService(android::String16("peer"), new PeerObject());
+    const status_t status = defaultServiceManager()->addService(String16("peer"), new PeerObject());
     if (threads == "pool") {
-        android::ProcessState::self()->startThreadPool();
+        ProcessState::self()->startThreadPool();
     } else if (threads == "join") {
-        std::thread([] { android::IPCThreadState::self()->joinThreadPool(); }).detach();
+        std::thread([] { IPCThreadState::self()->joinThreadPool(); }).detach();
     }
-    say(status == OK ? "registered" : android::statusToString(status));
+    say(status == OK ? "registered" : statusToString(status));
     std::string word;
     while (status == OK && std::cin >> word && word != "exit") {
         if (word == "pool") {
-            android::ProcessState::self()->startThreadPool();
+            ProcessState::self()->startThreadPool();
         } else {
             say(word);
         }
