@@ -10,8 +10,8 @@ namespace android {
 namespace transport {
 namespace {
 
-/** Passes that this thread holds: what it runs may end the process. */
-thread_local size_t tPasses = 0;
+/** Whether this thread is inside a gate: what it runs may end the process. */
+thread_local bool tIsInside = false;
 
 }  // namespace
 
@@ -31,39 +31,42 @@ BinderProcess& BinderProcess::self() {
     return *process;
 }
 
-void BinderProcess::openGate() {
+void BinderProcess::startPool() {
     const Mutex::Autolock lock(mLock);
-    const Mutex::Autolock gateLock(mGateLock);
-    if (mGate == kNotYetOpen) {
-        mGate = kOpen;
-        mGateChanged.notify_all();
-        std::atexit([] { self().closeGate(); });
-        for (const Known& known : mSessions) {
+    if (!std::exchange(mHasPool, true)) {
+        mGate.open();
+        std::atexit([] { self().gate().close(); });
+        for (const auto& [session, known] : mSessions) {
             known.session->startReading();
         }
     }
 }
 
-void BinderProcess::closeGate() {
-    Mutex::Autolock lock(mGateLock);
-    mGate = kClosed;
-    mGateChanged.wait(lock.native(), [this]() REQUIRES(mGateLock) { return mInside <= tPasses; });
+void Gate::open() {
+    const Mutex::Autolock lock(mLock);
+    mIsOpen = true;
+    mChanged.notify_all();
 }
 
-BinderProcess::Pass::Pass(BinderProcess& process) : mProcess(process) {
-    Mutex::Autolock lock(mProcess.mGateLock);
-    mProcess.mGateChanged.wait(
-        lock.native(), [this]() REQUIRES(mProcess.mGateLock) { return mProcess.mGate == kOpen; });
-    ++mProcess.mInside;
-    ++tPasses;
+void Gate::close() {
+    Mutex::Autolock lock(mLock);
+    mIsOpen = false;
+    mChanged.wait(lock.native(), [this]() REQUIRES(mLock) { return mInside <= size_t{tIsInside}; });
 }
 
-BinderProcess::Pass::~Pass() {
-    const Mutex::Autolock lock(mProcess.mGateLock);
-    --mProcess.mInside;
-    --tPasses;
-    if (mProcess.mGate == kClosed) {
-        mProcess.mGateChanged.notify_all();
+void Gate::lock() {
+    Mutex::Autolock lock(mLock);
+    mChanged.wait(lock.native(), [this]() REQUIRES(mLock) { return mIsOpen; });
+    ++mInside;
+    tIsInside = true;
+}
+
+void Gate::unlock() {
+    const Mutex::Autolock lock(mLock);
+    --mInside;
+    tIsInside = false;
+    if (!mIsOpen) {
+        mChanged.notify_all();
     }
 }
 
@@ -75,7 +78,7 @@ sp<ProcessState> ProcessState::self() {
 }
 
 void ProcessState::startThreadPool() {
-    transport::BinderProcess::self().openGate();
+    transport::BinderProcess::self().startPool();
 }
 
 IPCThreadState* IPCThreadState::self() {
@@ -94,7 +97,7 @@ uid_t IPCThreadState::getCallingUid() const {
 }
 
 void IPCThreadState::joinThreadPool(bool /*isMain*/) {
-    transport::BinderProcess::self().openGate();
+    transport::BinderProcess::self().startPool();
     for (;;) {
         ::pause();
     }

@@ -11,6 +11,26 @@
 namespace android::transport {
 
 /**
+ * Whatever a peer makes this process run passes the gate, held like a mutex, but by any number of
+ * threads: nothing before it opens, and nothing once the process exits.
+ */
+class Gate {
+public:
+    void open();
+    /** Lets nobody in any more, and waits for those inside except the calling thread. */
+    void close();
+    /** Lets the calling thread in, once it is open. */
+    void lock();
+    void unlock();
+
+private:
+    Mutex mLock;
+    std::condition_variable mChanged;
+    bool mIsOpen GUARDED_BY(mLock) = false;
+    size_t mInside GUARDED_BY(mLock) = 0;
+};
+
+/**
  * Everything binder of this process: its services, its sessions with those of other processes, and
  * the gate. Never destroyed, since calls go on while the process exits. A forked child gets a new
  * one as soon as it asks. All operations may be called from any thread.
@@ -26,22 +46,9 @@ public:
     /** Lets go of a client's session that has ended. */
     void forget(const Session& session);
 
-    /** ProcessState::startThreadPool: peers may make this process run something from now on. */
-    void openGate();
-
-    /**
-     * Whatever a peer makes this process run passes the gate: nothing before it opens, and nothing
-     * once the process exits, which waits for what is running. One at a time for a thread.
-     */
-    class Pass {
-    public:
-        explicit Pass(BinderProcess& process);
-        Pass(const Pass&) = delete;
-        ~Pass();
-
-    private:
-        BinderProcess& mProcess;
-    };
+    /** ProcessState::startThreadPool. */
+    void startPool();
+    Gate& gate() { return mGate; }
 
 protected:
     /** The service manager is no object of its own that could be handed on. */
@@ -50,6 +57,7 @@ protected:
 private:
     struct Service {
         sp<IBinder> object;
+        RuntimeDirectory directory;
         ForkSafeFd lock;
         ForkSafeFd listener;
     };
@@ -64,17 +72,13 @@ private:
     std::shared_ptr<Session> findSession(const std::string& name) const;
     void acceptClients(const std::string& name, int listener);
     void removeFiles();
-    void closeGate();
 
     const uint32_t mGeneration = forkGeneration();
     mutable Mutex mLock;
     std::map<std::string, Service> mServices GUARDED_BY(mLock);
-    mutable std::vector<Known> mSessions GUARDED_BY(mLock);
-
-    mutable Mutex mGateLock;
-    std::condition_variable mGateChanged;
-    enum { kNotYetOpen, kOpen, kClosed } mGate GUARDED_BY(mGateLock) = kNotYetOpen;
-    size_t mInside GUARDED_BY(mGateLock) = 0;
+    mutable std::map<const Session*, Known> mSessions GUARDED_BY(mLock);
+    bool mHasPool GUARDED_BY(mLock) = false;
+    Gate mGate;
 };
 
 }  // namespace android::transport

@@ -15,11 +15,7 @@
 namespace android::transport {
 namespace {
 
-/** Room for the descriptors of one message. */
-union Control {
-    char bytes[CMSG_SPACE(kMaxFdsPerFrame * sizeof(int))];
-    cmsghdr alignment;
-};
+constexpr size_t kControlBytes = CMSG_SPACE(kMaxFdsPerFrame * sizeof(int));
 
 size_t recordBytes(const FrameHeader& header) {
     return header.objectCount * sizeof(WireObject);
@@ -52,10 +48,10 @@ status_t OutgoingFrame::send(int socket) {
     msghdr message = {};
     message.msg_iov = parts;
     message.msg_iovlen = isLarge ? 1 : 3;
-    Control control;
+    alignas(cmsghdr) char control[kControlBytes];
     if (!fds.empty()) {
         const size_t size = fds.size() * sizeof(int);
-        message.msg_control = control.bytes;
+        message.msg_control = control;
         message.msg_controllen = CMSG_SPACE(size);
         cmsghdr* const item = CMSG_FIRSTHDR(&message);
         *item = {CMSG_LEN(size), SOL_SOCKET, SCM_RIGHTS};
@@ -74,14 +70,14 @@ status_t OutgoingFrame::send(int socket) {
 
 status_t IncomingFrame::receive(int socket, int flags) {
     iovec part = {mBuffer, kFrameBufferBytes};
-    Control control;
+    alignas(cmsghdr) char control[kControlBytes];
     msghdr message = {};
     ssize_t size;
     do {
         message.msg_iov = &part;
         message.msg_iovlen = 1;
-        message.msg_control = control.bytes;
-        message.msg_controllen = sizeof(control.bytes);
+        message.msg_control = control;
+        message.msg_controllen = sizeof(control);
         size = ::recvmsg(socket, &message, MSG_CMSG_CLOEXEC | flags);
         // A peer that ended with something unread is told of first, before what it still said.
     } while (size < 0 && (errno == EINTR || errno == ECONNRESET));

@@ -13,12 +13,6 @@
 namespace android::transport {
 namespace {
 
-/** The text of an environment variable; empty when it is not set or empty. */
-std::string environment(const char* variable) {
-    const char* const value = std::getenv(variable);
-    return value != nullptr ? value : "";
-}
-
 status_t lastError() {
     return errno == EACCES ? status_t{PERMISSION_DENIED} : -errno;
 }
@@ -42,16 +36,16 @@ ForkSafeFd openSocket(int (*attach)(int, const sockaddr*, socklen_t), const std:
 }  // namespace
 
 std::string RuntimeDirectory::name() {
-    std::string path = environment("DISPLAYENGINE_RUNTIME_DIR");
-    if (!path.empty()) {
-        return path;
+    const std::string user = "/displayengine-" + std::to_string(::geteuid());
+    const std::pair<const char*, std::string> places[] = {
+        {"DISPLAYENGINE_RUNTIME_DIR", ""}, {"XDG_RUNTIME_DIR", "/displayengine"}, {"TMPDIR", user}};
+    for (const auto& [variable, rest] : places) {
+        const char* const value = std::getenv(variable);
+        if (value != nullptr && *value != '\0') {
+            return value + rest;
+        }
     }
-    path = environment("XDG_RUNTIME_DIR");
-    if (!path.empty()) {
-        return path + "/displayengine";
-    }
-    path = environment("TMPDIR");
-    return (path.empty() ? "/tmp" : path) + "/displayengine-" + std::to_string(::geteuid());
+    return "/tmp" + user;
 }
 
 status_t RuntimeDirectory::open(bool create) {

@@ -80,14 +80,14 @@ std::shared_ptr<Session> BinderProcess::findSession(const std::string& name) con
         return nullptr;
     }
     Mutex::Autolock lock(mLock);
-    const std::vector<Known> known = mSessions;
+    const std::map<const Session*, Known> known = mSessions;
     lock.unlock();
-    for (const Known& it : known) {
+    for (const auto& [address, it] : known) {
         it.session->findEnd(0);  // without a pool nobody else looks at those that are not used
     }
     const Mutex::Autolock again(mLock);
     const ino_t socketNumber = directory.socketNumber(name);
-    for (const Known& it : mSessions) {
+    for (const auto& [address, it] : mSessions) {
         if (it.name == name && it.socketNumber == socketNumber && !it.session->isDead()) {
             return it.session;
         }
@@ -99,9 +99,8 @@ std::shared_ptr<Session> BinderProcess::findSession(const std::string& name) con
     }
     auto& process = const_cast<BinderProcess&>(*this);
     auto session = std::make_shared<Session>(process, std::move(socket), peer, nullptr);
-    mSessions.push_back({name, socketNumber, session});
-    const Mutex::Autolock gateLock(mGateLock);
-    if (mGate == kOpen) {
+    mSessions[session.get()] = {name, socketNumber, session};
+    if (mHasPool) {
         session->startReading();
     }
     return session;
@@ -129,15 +128,9 @@ sp<IBinder> BinderProcess::getService(const String16& name) const {
 }
 
 void BinderProcess::forget(const Session& session) {
-    std::shared_ptr<Session> last;  // let go of without the lock
+    decltype(mSessions)::node_type last;  // let go of without the lock
     const Mutex::Autolock lock(mLock);
-    for (auto it = mSessions.begin(); it != mSessions.end(); ++it) {
-        if (it->session.get() == &session) {
-            last = std::move(it->session);
-            mSessions.erase(it);
-            return;
-        }
-    }
+    last = mSessions.extract(&session);
 }
 
 // Offering services.
@@ -155,17 +148,17 @@ status_t BinderProcess::addService(const String16& name, const sp<IBinder>& serv
         known->second.object.swap(replaced);
         return OK;
     }
-    RuntimeDirectory directory;
-    Service entry{service, {}, {}};
-    status_t status = directory.open(true);
-    if (status != OK || (status = directory.own(text, &entry.lock)) != OK ||
-        (status = directory.listen(text, &entry.listener)) != OK) {
+    Service entry{service, {}, {}, {}};
+    status_t status = entry.directory.open(true);
+    status = status == OK ? entry.directory.own(text, &entry.lock) : status;
+    status = status == OK ? entry.directory.listen(text, &entry.listener) : status;
+    if (status != OK) {
         return status;
     }
     const int listener = entry.listener.get();
     const auto added = mServices.emplace(text, std::move(entry)).first;
     if (!startThread([this, text, listener] { acceptClients(text, listener); })) {
-        directory.withdraw(text);
+        added->second.directory.withdraw(text);
         mServices.erase(added);
         return -EAGAIN;
     }
@@ -176,11 +169,8 @@ status_t BinderProcess::addService(const String16& name, const sp<IBinder>& serv
 
 void BinderProcess::removeFiles() {
     const Mutex::Autolock lock(mLock);
-    RuntimeDirectory directory;
-    if (!mServices.empty() && directory.open(false) == OK) {
-        for (const auto& [name, service] : mServices) {
-            directory.withdraw(name);
-        }
+    for (const auto& [name, service] : mServices) {
+        service.directory.withdraw(name);
     }
 }
 

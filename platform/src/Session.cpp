@@ -4,8 +4,6 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <new>
 
 #include <binder/Parcel.h>
@@ -96,11 +94,21 @@ status_t Session::call(uint64_t handle, uint32_t code, const Parcel& data, Parce
     reply = reply != nullptr ? reply : &ignored;
     reply->freeData();
     std::shared_ptr<Line> line;
-    status_t status = takeLine(&line);
     bool isReplied = false;
+    status_t status = takeLine(&line);
+    // Puts the line back, however this ends; it can be used again if nothing more will come.
+    const std::shared_ptr<void> use(nullptr, [&](void*) { putLine(line, isReplied); });
+    status = status == OK ? sendParcel(*line, header, data) : status;
     if (status == OK) {
-        status = exchange(*line, header, data, reply, &isReplied);
-        putLine(line, isReplied);
+        IncomingFrame frame(line->buffer);
+        status = frame.receive(line->socket.get());
+        isReplied = status != DEAD_OBJECT;
+        if (isReplied && (status != OK || frame.header.type != FrameType::kReply ||
+                          !unpack(frame, reply, &status))) {
+            end("malformed frame");
+            return DEAD_OBJECT;
+        }
+        status = status == OK ? frame.header.status : status;
     }
     if (isReplied || status != DEAD_OBJECT) {
         return status;
@@ -137,9 +145,8 @@ status_t Session::takeLine(std::shared_ptr<Line>* line) {
         }
     }
     if (!services.ok()) {
-        const int error = errno;
         lock.unlock();
-        log("no call line to process %d: %s", std::strerror(error));
+        log("no call line to process %d: %s", "too many open files");
         return FAILED_TRANSACTION;
     }
     OutgoingFrame frame;
@@ -163,28 +170,6 @@ void Session::putLine(const std::shared_ptr<Line>& line, bool isUsable) {
     mLineReturned.notify_one();
 }
 
-/** Makes a call over a line, which can be used again once there is a reply. */
-status_t Session::exchange(const Line& line, const FrameHeader& header, const Parcel& data,
-                           Parcel* reply, bool* isReplied) try {
-    status_t status = sendParcel(line, header, data);
-    if (status != OK) {
-        return status;
-    }
-    IncomingFrame frame(line.buffer);
-    status = frame.receive(line.socket.get());
-    if (status == DEAD_OBJECT) {
-        return status;
-    }
-    *isReplied = true;
-    if (status != OK || frame.header.type != FrameType::kReply || !unpack(frame, reply, &status)) {
-        end(kMalformed);
-        return DEAD_OBJECT;
-    }
-    return status == OK ? frame.header.status : status;
-} catch (const std::bad_alloc&) {
-    return NO_MEMORY;
-}
-
 status_t Session::sendParcel(const Line& line, const FrameHeader& header, const Parcel& parcel) {
     const std::vector<ParcelObject>& objects = parcel.objects();
     if (parcel.dataSize() > kMaxTransactionBytes) {
@@ -192,8 +177,10 @@ status_t Session::sendParcel(const Line& line, const FrameHeader& header, const 
     }
     OutgoingFrame frame{header, {}, parcel.data(), {}};
     frame.header.dataSize = static_cast<uint32_t>(parcel.dataSize());
-    frame.records.reserve(objects.size());
-    frame.fds.reserve(objects.size() + 1);
+    if (!objects.empty()) {
+        frame.records.reserve(objects.size());
+        frame.fds.reserve(objects.size() + 1);
+    }
     for (const auto& [offset, binder, fd] : objects) {
         BpBinder* const proxy = binder != nullptr ? binder->remoteBinder() : nullptr;
         if (proxy != nullptr && proxy->mSession.get() == this) {

@@ -66,13 +66,9 @@ private:
     static constexpr size_t kMaxLines = 64;
     static constexpr size_t kMaxIdleLines = 16;
 
-    static constexpr char kMalformed[] = "malformed frame";
-
     // Calls to the peer.
     status_t takeLine(std::shared_ptr<Line>* line);
     void putLine(const std::shared_ptr<Line>& line, bool isUsable);
-    status_t exchange(const Line& line, const FrameHeader& header, const Parcel& data,
-                      Parcel* reply, bool* isReplied);
     status_t sendParcel(const Line& line, const FrameHeader& header, const Parcel& parcel);
 
     // Frames from the peer. False for one that does not add up, or at the end.

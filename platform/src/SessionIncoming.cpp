@@ -49,7 +49,7 @@ void Session::readMainLine() {
     while (readFrame()) {
     }
     end(nullptr);
-    const BinderProcess::Pass pass(mProcess);
+    const std::lock_guard<Gate> pass(mProcess.gate());
     mObjects.dropExports();
     for (sp<BpBinder> proxy = mObjects.takeProxy(); proxy != nullptr;
          proxy = mObjects.takeProxy()) {
@@ -75,7 +75,7 @@ bool Session::readFrame() try {
         }
     }
     if (status == BAD_VALUE || (status == OK && !takeFrame(frame, std::move(callLine)))) {
-        end(kMalformed);
+        end("malformed frame");
     }
     return status == OK && !isDead();
 } catch (const std::bad_alloc&) {
@@ -89,7 +89,7 @@ bool Session::takeFrame(IncomingFrame& frame, ForkSafeFd callLine) {
         addLine(std::move(callLine));
         return mIsService && header.fdCount == 1;
     }
-    const BinderProcess::Pass pass(mProcess);
+    const std::lock_guard<Gate> pass(mProcess.gate());
     if (header.type == FrameType::kRelease) {
         return mObjects.release(header.handle, header.code);
     }
@@ -132,10 +132,10 @@ bool Session::serveCall(const Line& line, std::vector<sp<IBinder>>* sentHome) tr
     if (status == DEAD_OBJECT) {
         return false;
     }
-    const BinderProcess::Pass pass(mProcess);
+    const std::lock_guard<Gate> pass(mProcess.gate());
     Parcel reply;
     if (status != OK || !isCall(frame.header, 0) || !runCall(frame, &reply, &status)) {
-        end(kMalformed);
+        end("malformed frame");
         return false;
     }
     for (const ParcelObject& object : reply.objects()) {

@@ -29,7 +29,7 @@ protected:
     ~BBinder() override = default;
 
     /**
-     * Runs one call, on a thread of the pool or, for a call from this process, on the caller's.
+     * Runs one call, on a binder thread or, for a call from this process, on the caller's.
      * `reply` is never null for a call from another process, a oneway one included. This one
      * answers PING_TRANSACTION, INTERFACE_TRANSACTION and DUMP_TRANSACTION, else
      * UNKNOWN_TRANSACTION.

@@ -43,7 +43,10 @@ public:
         FLAG_ONEWAY = 0x00000001,
     };
 
-    /** Told once when the process of a remote object has died; runs on the thread pool. */
+    /**
+     * Told once when the process of a remote object has died, on the thread that reads events; a
+     * client without a thread pool is not told.
+     */
     class DeathRecipient : public virtual RefBase {
     public:
         virtual void binderDied(const wp<IBinder>& who) = 0;
@@ -67,9 +70,11 @@ public:
     /**
      * Calls the object. A two-way call blocks until the reply arrives or the object's process dies
      * (DEAD_OBJECT), without a time limit; with FLAG_ONEWAY it returns as soon as the call is on
-     * its way. FAILED_TRANSACTION: a parcel above 1 MiB or with more than 253 descriptors, or a
-     * oneway call to a process that is several MiB behind. Any other error is what the object
-     * returned.
+     * its way. FAILED_TRANSACTION: a parcel above 1 MiB or with more than 253 descriptors, a
+     * process without a descriptor or thread left for the call, or a oneway call to a process that
+     * is too far behind. INVALID_OPERATION: a two-way call to an object of a client process.
+     * NO_MEMORY: this process had none for the call or the reply. Any other error is what the
+     * object returned.
      */
     virtual status_t transact(uint32_t code, const Parcel& data, Parcel* reply,
                               uint32_t flags = 0) = 0;

@@ -18,7 +18,7 @@ public:
     /** The user that made the call which this thread is running; the own one outside of a call. */
     uid_t getCallingUid() const;
 
-    /** Gives this thread to the pool, for good: it runs incoming calls and never returns. */
+    /** Starts the thread pool if need be (see ProcessState), and never returns. */
     void joinThreadPool(bool isMain = true);
 
 private:

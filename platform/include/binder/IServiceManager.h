@@ -18,17 +18,21 @@ public:
     /** The service, waited for up to 5 seconds; null when it has not appeared by then. */
     virtual sp<IBinder> getService(const String16& name) const = 0;
 
-    /** The service, or null at once. A service of this process is handed out as it is. */
+    /**
+     * The service, or null at once: the service's process is not waited for. A service of this
+     * process is handed out as it is.
+     */
     virtual sp<IBinder> checkService(const String16& name) const = 0;
 
     /**
-     * Registers `service`, which stays referenced for the life of the process. Calls to it run on
-     * the thread pool, which the process has to start.
+     * Registers `service`, which stays referenced for the life of the process. Calls to it run once
+     * the process has started its thread pool.
      *
      * BAD_VALUE: a name that is empty, starts with a dot or holds a slash, or a null service.
      * ALREADY_EXISTS: another live process has registered the name. PERMISSION_DENIED: the runtime
      * directory is another user's or open to others. Otherwise the system's error, negated.
-     * Registering a name again from the same process replaces the service.
+     * Registering a name again from the same process replaces the service for this process and
+     * for those that have not found it yet.
      */
     virtual status_t addService(const String16& name, const sp<IBinder>& service,
                                 bool allowIsolated = false,

@@ -11,9 +11,10 @@ public:
     static sp<ProcessState> self();
 
     /**
-     * Starts the pool that runs incoming calls: one thread, and more as they are needed. Registers
-     * an exit handler that stops taking up calls and waits for those that are running; outgoing
-     * calls go on working after it. Only the first call does anything.
+     * Has incoming calls and events run from now on: each call on a thread of its line, the events
+     * of a session one at a time on a thread of the session. Registers an exit handler that lets
+     * nothing more be run and waits for what is running; outgoing calls go on working after it.
+     * Only the first call does anything.
      */
     void startThreadPool();
 
