@@ -13,27 +13,9 @@
 namespace android {
 namespace {
 
-constexpr uint32_t kMagic = 0x47423031;  // 'GB01'
-
 // Rows begin at multiples of so many pixels.
 constexpr uint32_t kStrideAlignment = 16;
 constexpr uint32_t kMaxDimension = 1 << 16;
-
-/** The flat form. The unused words keep the places that a device's buffer has in it. */
-struct FlatBuffer {
-    uint32_t magic;
-    uint32_t width;
-    uint32_t height;
-    uint32_t stride;
-    int32_t format;
-    uint32_t layerCount;
-    uint32_t usageLow;
-    uint32_t unusedId[2];
-    uint32_t unusedGeneration;
-    uint32_t fdCount;
-    uint32_t unusedIntegerCount;
-    uint32_t usageHigh;
-};
 
 /**
  * New memory of `bytes`, or -1. It is sealed, so that no process can cut it away under another one
@@ -65,44 +47,48 @@ GraphicBuffer::GraphicBuffer(uint32_t width, uint32_t height, PixelFormat format
     const uint32_t stride = width <= kMaxDimension ? (width + kStrideAlignment - 1) /
                                                          kStrideAlignment * kStrideAlignment
                                                    : 0;
-    const Shape shape = {width, height, stride, format, layerCount, usage};
-    const size_t bytes = memorySize(shape);
-    mInitCheck = bytes > 0 ? adopt(makeMemory(bytes), shape) : status_t{BAD_VALUE};
+    Words words = {kMagic, width, height, stride, static_cast<uint32_t>(format), layerCount};
+    words[USAGE] = static_cast<uint32_t>(usage);
+    words[FDS] = 1;
+    words[USAGE_HIGH] = static_cast<uint32_t>(usage >> 32);
+    const size_t bytes = memorySize(words);
+    mInitCheck = bytes > 0 ? adopt(makeMemory(bytes), words) : status_t{BAD_VALUE};
 }
 
 void GraphicBuffer::release() {
     if (mAddress != nullptr) {
-        munmap(mAddress, memorySize(mShape));
+        munmap(mAddress, memorySize(mWords));
         close(mFd);
     }
-    mShape = Shape();
+    mWords = {kMagic};
     mFd = -1;
     mAddress = nullptr;
     mInitCheck = NO_INIT;
 }
 
-/** Bytes that an image of `shape` needs; 0 for a shape that cannot be. */
-size_t GraphicBuffer::memorySize(const Shape& shape) {
-    const bool subsampled = shape.format == HAL_PIXEL_FORMAT_YCRCB_420_SP;
-    if ((!subsampled && shape.format != PIXEL_FORMAT_RGBA_8888) || shape.width == 0 ||
-        shape.height == 0 || shape.height > kMaxDimension || shape.stride > kMaxDimension ||
-        shape.stride < shape.width || shape.layerCount != 1) {
+/** Bytes that the image needs; 0 for one that cannot be. */
+size_t GraphicBuffer::memorySize(const Words& words) {
+    const bool subsampled = words[FORMAT] == HAL_PIXEL_FORMAT_YCRCB_420_SP;
+    const size_t height = words[HEIGHT];
+    const size_t stride = words[STRIDE];
+    if ((!subsampled && words[FORMAT] != PIXEL_FORMAT_RGBA_8888) || words[WIDTH] == 0 ||
+        height == 0 || height > kMaxDimension || stride > kMaxDimension || stride < words[WIDTH] ||
+        words[LAYERS] != 1) {
         return 0;
     }
     // Subsampled chroma takes whole rows: an odd height is rounded up. Nothing overflows 64 bits.
-    const size_t rows = subsampled ? (shape.height + size_t{1}) / 2 * 2 : shape.height;
-    return rows * shape.stride * (subsampled ? 12 : 32) / 8;
+    return subsampled ? (height + 1) / 2 * 2 * stride * 3 / 2 : height * stride * 4;
 }
 
 /** Maps the memory behind `fd` and owns both from here on; closes `fd` when that fails. */
-status_t GraphicBuffer::adopt(int fd, const Shape& shape) {
+status_t GraphicBuffer::adopt(int fd, const Words& words) {
     transport::UniqueFd owned(fd);
     void* address =
-        mmap(nullptr, memorySize(shape), PROT_READ | PROT_WRITE, MAP_SHARED, owned.get(), 0);
+        mmap(nullptr, memorySize(words), PROT_READ | PROT_WRITE, MAP_SHARED, owned.get(), 0);
     if (address == MAP_FAILED) {
         return NO_MEMORY;
     }
-    mShape = shape;
+    mWords = words;
     mFd = owned.release();
     mAddress = address;
     mInitCheck = OK;
@@ -118,24 +104,13 @@ status_t GraphicBuffer::lock(uint32_t /*usage*/, void** address) {
 }
 
 status_t GraphicBuffer::flatten(void*& buffer, size_t& size, int*& fds, size_t& count) const {
-    static_assert(sizeof(FlatBuffer) == kFlatWords * sizeof(uint32_t), "the flat form has no gaps");
-    if (size < sizeof(FlatBuffer) || count < getFdCount()) {
+    if (size < sizeof mWords || count < getFdCount()) {
         return NO_MEMORY;
     }
-    FlatBuffer flat{};
-    flat.magic = kMagic;
-    flat.width = mShape.width;
-    flat.height = mShape.height;
-    flat.stride = mShape.stride;
-    flat.format = mShape.format;
-    flat.layerCount = mShape.layerCount;
-    flat.usageLow = static_cast<uint32_t>(mShape.usage);
-    flat.fdCount = static_cast<uint32_t>(getFdCount());
-    flat.usageHigh = static_cast<uint32_t>(mShape.usage >> 32);
-    std::memcpy(buffer, &flat, sizeof flat);
-    buffer = static_cast<uint8_t*>(buffer) + sizeof flat;
-    size -= sizeof flat;
-    if (flat.fdCount == 1) {
+    std::memcpy(buffer, mWords.data(), sizeof mWords);
+    buffer = static_cast<uint8_t*>(buffer) + sizeof mWords;
+    size -= sizeof mWords;
+    if (mFd >= 0) {
         *fds++ = mFd;
         --count;
     }
@@ -145,32 +120,29 @@ status_t GraphicBuffer::flatten(void*& buffer, size_t& size, int*& fds, size_t& 
 status_t GraphicBuffer::unflatten(const void*& buffer, size_t& size, const int*& fds,
                                   size_t& count) {
     release();
-    if (size < sizeof(FlatBuffer)) {
+    Words words;
+    if (size < sizeof words) {
         return NO_MEMORY;
     }
-    FlatBuffer flat{};
-    std::memcpy(&flat, buffer, sizeof flat);
-    buffer = static_cast<const uint8_t*>(buffer) + sizeof flat;
-    size -= sizeof flat;
-    if (flat.magic != kMagic || flat.unusedIntegerCount != 0 || flat.fdCount > 1) {
+    std::memcpy(words.data(), buffer, sizeof words);
+    buffer = static_cast<const uint8_t*>(buffer) + sizeof words;
+    size -= sizeof words;
+    if (words[MAGIC] != kMagic || words[INTEGERS] != 0 || words[FDS] > 1) {
         return BAD_VALUE;
     }
-    if (count < flat.fdCount) {
+    if (count < words[FDS]) {
         return NO_MEMORY;
     }
-    if (flat.fdCount == 0) {
+    if (words[FDS] == 0) {
         return OK;  // the other side's buffer has no memory either
     }
     const int fd = *fds++;
     --count;
-    const Shape shape = {flat.width,      flat.height,
-                         flat.stride,     flat.format,
-                         flat.layerCount, uint64_t{flat.usageHigh} << 32 | flat.usageLow};
-    const size_t bytes = memorySize(shape);
+    const size_t bytes = memorySize(words);
     if (bytes == 0 || !isSharedMemory(fd, bytes)) {
         return BAD_VALUE;
     }
-    return adopt(fcntl(fd, F_DUPFD_CLOEXEC, 0), shape);
+    return adopt(fcntl(fd, F_DUPFD_CLOEXEC, 0), words);
 }
 
 }  // namespace android

