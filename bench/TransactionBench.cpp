@@ -37,7 +37,7 @@ using bench::require;
 using com::tivora::displayengine::IDisplayEngineService;
 
 constexpr int32_t kFeature = 20;
-constexpr size_t kHeaderSize = 32;  // What tells a call's object, code, flags and sizes.
+constexpr size_t kHeaderSize = 40;  // The stand-in's own, which tells object, code and sizes.
 constexpr const char* kPinnedService = "DisplayEngineService.pinned";
 constexpr const char* kService = "DisplayEngineService";
 constexpr const char* kBusPath = "/service";
