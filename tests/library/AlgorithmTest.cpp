@@ -71,45 +71,31 @@ TEST_F(AlgorithmTest, NamesStatusesAndTags) {
 TEST_F(AlgorithmTest, SubmitsAFrameAsAListOfOneNode) {
     Aisr::BufferInfo info = frame.info(0x7b3f);
     info.idx = 9;
-    std::vector<uint8_t> node;
+    const AisrBuffer record = {0x7b3f, 9, 32, 16, 64, 0, info.y, info.uv};
+    const auto isRecord = [&record](const void* bytes) {
+        return std::memcmp(bytes, &record, sizeof(record)) == 0;
+    };
     processing::setHook([&](const Call& call) {
-        if (call.text() == "AisrSetParam(2)") {
-            const void* first = nullptr;
-            std::memcpy(&first, call.data.data() + 8, sizeof(first));
-            node.assign(static_cast<const uint8_t*>(first),
-                        static_cast<const uint8_t*>(first) + 64);
+        if (call.tag == AISR_TAG_SET_BUF) {
+            EXPECT_EQ(call.data.size(), sizeof(AisrBufferList));
+            const auto* list = static_cast<const AisrBufferList*>(call.address);
+            EXPECT_EQ(list->count, 1U);
+            EXPECT_EQ(list->ends.next, list->ends.prev);
+            const auto* node = reinterpret_cast<const AisrBufferNode*>(list->ends.next);
+            EXPECT_EQ(node->links.next, &list->ends);
+            EXPECT_EQ(node->links.prev, &list->ends);
+            EXPECT_TRUE(isRecord(&node->buffer));
         }
         return 0;
     });
-    ASSERT_EQ(algorithm.enhance(info), 0);
-
-    const std::vector<Call> calls = processing::calls();
-    ASSERT_EQ(calls.size(), 4U);
-    const Call& submission = calls[2];
-    ASSERT_EQ(submission.data.size(), 24U);
-    ASSERT_EQ(node.size(), 64U);
-    const auto word = [](const std::vector<uint8_t>& bytes, size_t offset) {
-        uint64_t value = 0;
-        std::memcpy(&value, bytes.data() + offset, sizeof(value));
-        return value;
-    };
-    const auto header = reinterpret_cast<uintptr_t>(submission.address);
-    EXPECT_EQ(word(submission.data, 0), word(submission.data, 8)) << "last and first node";
-    EXPECT_EQ(word(submission.data, 16), 1U) << "number of nodes";
-    EXPECT_EQ(word(node, 0), header) << "the node before the first";
-    EXPECT_EQ(word(node, 8), header) << "the node after the last";
-    EXPECT_EQ(word(node, 16), 0x7b3fU) << "id";
-    EXPECT_EQ(word(node, 24), 9U) << "idx";
-    EXPECT_EQ(word(node, 32), uint64_t{16} << 32 | 32) << "width, height";
-    EXPECT_EQ(word(node, 40), 64U) << "stride, reserved";
-    EXPECT_EQ(word(node, 48), reinterpret_cast<uintptr_t>(info.y)) << "luma plane";
-    EXPECT_EQ(word(node, 56), reinterpret_cast<uintptr_t>(info.uv)) << "chroma plane";
+    EXPECT_EQ(algorithm.enhance(info), 0);
+    EXPECT_EQ(processing::calls().size(), 4U);
 
     algorithm.cancel(info);
     const Call cancel = processing::calls().back();
     EXPECT_EQ(cancel.text(), "AisrSetParam(3)");
-    EXPECT_EQ(cancel.data, std::vector<uint8_t>(node.begin() + 16, node.end()))
-        << "the same record";
+    ASSERT_EQ(cancel.data.size(), sizeof(record));
+    EXPECT_TRUE(isRecord(cancel.data.data())) << "the same record";
     EXPECT_EQ(log.lines().back(),
               "4 DE N AISRAlgo cancel:#: " + AisrAlgorithm::toString(info) + " -- success.");
 }

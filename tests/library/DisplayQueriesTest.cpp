@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The display queries and settings, each with a service that answers, answers with errors or too
-// little, refuses by an exception, has died, or was never there.
+// little, refuses by an exception, or is not there.
 #include <binder/IServiceManager.h>
 #include <gtest/gtest.h>
 
@@ -11,17 +11,13 @@
 #include "client/DisplayEngineManager.h"
 #include "client/ServiceConnection.h"
 #include "common/DisplayEngineCleanCommon.h"
-#include "support/ChildProcess.h"
 #include "support/LogCapture.h"
 #include "support/Recording.h"
-#include "support/TestMain.h"
 
 using android::sp;
 using Manager = DisplayEngineManager;
 
 namespace {
-
-constexpr char kServiceArgument[] = "--service";
 
 /** The service's state, and so which of a method's outcomes holds. */
 enum Mode { ANSWERS, ERRORS, REFUSES, NONE, SHORT };
@@ -208,14 +204,8 @@ TEST_F(DisplayQueriesTest, ReadNothingBehindAShortReply) {
     EXPECT_EQ(gPanelName, "PANEL01") << "the padding was cut off";
 }
 
-TEST_F(DisplayQueriesTest, AnswerADeadServiceAndNoneWithTheirFailureValues) {
-    const sp<Manager> manager = newManager();
-    ChildProcess program(ChildProcess::ownPath(), {kServiceArgument});
-    ASSERT_TRUE(program.waitForLine("ready"));
-    ASSERT_NE(manager->getService(), nullptr);
-    program.kill();
-    program.wait();
-    // Without a service all at once, since each waits some seconds for one that is not yet up.
+TEST_F(DisplayQueriesTest, AnswerWithTheirFailureValuesWithoutAService) {
+    // All at once, since each waits some seconds for a service that is not yet up.
     constexpr size_t kCount = std::size(kMethods);
     int results[kCount];
     std::vector<std::thread> threads;
@@ -229,14 +219,6 @@ TEST_F(DisplayQueriesTest, AnswerADeadServiceAndNoneWithTheirFailureValues) {
         EXPECT_EQ(results[i], expected.result);
         EXPECT_TRUE(log.contains(std::string("6 DE N DEM ") + kMethods[i].name +
                                  ":#: " + expected.message));
-    }
-    for (const Method& method : kMethods) {
-        SCOPED_TRACE(method.name);
-        // Some ask a service that is looked up anew.
-        const std::string name = method.name;
-        if (name != "getPanelName" && name != "setCwbForceEnable") {
-            expect(method, *manager, REFUSES);
-        }
     }
 }
 
@@ -259,8 +241,3 @@ TEST_F(DisplayQueriesTest, SendABrightnessOnce) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    const auto run = [](const std::string&) { return serve(new QueriedService); };
-    return testMain(argc, argv, {{kServiceArgument, run}});
-}

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Finding the service, which the process must not have registered before.
-#include <binder/IServiceManager.h>
 #include <gtest/gtest.h>
-#include <utils/String16.h>
 
 #include "client/DisplayEngineManager.h"
 #include "client/ServiceConnection.h"
@@ -10,7 +8,6 @@
 #include "support/LogCapture.h"
 
 using android::sp;
-using android::String16;
 
 namespace {
 
@@ -35,10 +32,7 @@ TEST(ServiceConnectionTest, LooksAgainUntilTheServiceIsFoundAndThenNeverMore) {
     }
     EXPECT_EQ(service->getStrongCount(), before + 1) << "and gives it back";
 
-    const sp<EngineService> successor = new EngineService;
-    ASSERT_EQ(
-        android::defaultServiceManager()->addService(String16("DisplayEngineService"), successor),
-        android::OK);
+    const sp<EngineService> successor = EngineService::install();
     EXPECT_EQ(checkDisplayEngineService(), successor);
     EXPECT_EQ(manager->getService(), service) << "once found, it is never looked up again";
 }

@@ -51,16 +51,14 @@ std::atomic<int> gEvents{0};
 std::atomic<int> gProcessed{0};
 std::atomic<int> gCancelled{0};
 
-void count(std::atomic<int>& counter) {
-    counter.fetch_add(1, std::memory_order_relaxed);
-}
+constexpr auto kRelaxed = std::memory_order_relaxed;
 
 class Callback : public com::tivora::displayengine::BnDisplayEngineCallback {
 public:
     Status onEvent(int32_t /*event*/, int32_t /*value*/) override { return Status::ok(); }
     Status onEventWithData(int32_t /*event*/,
                            const android::os::PersistableBundle& /*data*/) override {
-        count(gEvents);
+        gEvents.fetch_add(1, kRelaxed);
         return Status::ok();
     }
 };
@@ -87,8 +85,6 @@ void (*const kOperations[])(const sp<Manager>&, Random&) = {
         manager->getPanelName(name);
     },
     [](auto& manager, auto&) { manager->getReadingSupport(); },
-    [](auto& manager, auto&) { manager->getGlobalReadingSupport(); },
-    [](auto& manager, auto&) { manager->getFoldingCompensationSupported(); },
     [](auto& manager, auto&) { manager->getFoldingCompensationAlpha(); },
     [](auto& manager, auto&) { manager->getLocalHBMSupport(); },
     [](auto& manager, auto& random) { manager->setScene(21, static_cast<int>(random() % 100)); },
@@ -109,7 +105,7 @@ void (*const kOperations[])(const sp<Manager>&, Random&) = {
     for (;;) {
         gManagers[index]->displayengineSetBrightness(static_cast<int>(random() % 256));
         kOperations[random() % std::size(kOperations)](gManagers[random() % kManagers], random);
-        if (gLeft.fetch_sub(1, std::memory_order_relaxed) == 1) {
+        if (gLeft.fetch_sub(1, kRelaxed) == 1) {
             sem_post(&gEnough);
         }
     }
@@ -118,7 +114,7 @@ void (*const kOperations[])(const sp<Manager>&, Random&) = {
 void offerFrames(int index, Random random) {
     std::vector<char>& planes = gPlanes[index];
     uint64_t stream = 1;
-    while (gMayOffer.load(std::memory_order_relaxed)) {
+    while (gMayOffer.load(kRelaxed)) {
         stream = random() % 16 == 0 ? random() % 3 : stream;  // There is no stream 0.
         Aisr::BufferInfo info{
             stream, planes.data(), &planes[kWidth * kHeight], kWidth, kHeight, kWidth, 0};
@@ -148,7 +144,7 @@ void run(unsigned seed, int64_t operations) {
     }
     while (sem_wait(&gEnough) != 0) {
     }
-    gMayOffer.store(false, std::memory_order_relaxed);
+    gMayOffer.store(false, kRelaxed);
     for (std::thread& thread : frameThreads) {
         thread.join();
     }
@@ -160,15 +156,15 @@ void run(unsigned seed, int64_t operations) {
 extern "C" int32_t aisrControlledEntry(const char* entry, void** /*context*/, int32_t tag,
                                        const void* /*data*/, uint64_t /*size*/) {
     static std::atomic<uint32_t> calls{0};
-    const uint32_t call = calls.fetch_add(1, std::memory_order_relaxed);
+    const uint32_t call = calls.fetch_add(1, kRelaxed);
     if (std::strcmp(entry, "AisrInit") == 0) {
         return call % 8 == 0 ? AISR_ERR_FATAL : AISR_SUCCESS;
     }
     if (tag == AISR_TAG_SET_TIMEOUT) {
-        count(gCancelled);
+        gCancelled.fetch_add(1, kRelaxed);
     }
     if (std::strcmp(entry, "AisrProcess") == 0) {
-        count(gProcessed);
+        gProcessed.fetch_add(1, kRelaxed);
         if (call % 8 == 0) {
             std::this_thread::sleep_for(kSlow);
         }

@@ -94,7 +94,7 @@ ChildProcess::~ChildProcess() {
     if (testing::Test::HasFailure()) {
         std::cerr << "standard error of process " << mPid << ":\n" << standardError();
     }
-    closeInput();
+    close(mInput);
     close(mOutput);
     close(mError);
 }
@@ -109,13 +109,6 @@ void ChildProcess::writeLine(const std::string& line) {
     const std::string text = line + "\n";
     // A program that has ended is found out by what it no longer says.
     [[maybe_unused]] const ssize_t sent = send(mInput, text.data(), text.size(), MSG_NOSIGNAL);
-}
-
-void ChildProcess::closeInput() {
-    if (mInput >= 0) {
-        close(mInput);
-        mInput = -1;
-    }
 }
 
 std::optional<std::string> ChildProcess::readLine() {

@@ -39,7 +39,6 @@ public:
 
     /** Writes a line to the program's standard input. */
     void writeLine(const std::string& line);
-    void closeInput();
 
     /** The next line of its standard output without the line end, none at the end of the output. */
     std::optional<std::string> readLine();

@@ -12,18 +12,15 @@ namespace {
 class PrivateDirectory : public testing::Environment {
 public:
     void SetUp() override {
-        std::string path =
-            (std::filesystem::temp_directory_path() / "displayengine-test-XXXXXX").string();
-        if (mkdtemp(path.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory: " + path);
+        if (mkdtemp(mPath.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory: " + mPath);
         }
-        mPath = path;
-        setenv("DISPLAYENGINE_RUNTIME_DIR", path.c_str(), 1);
+        setenv("DISPLAYENGINE_RUNTIME_DIR", mPath.c_str(), 1);
     }
     void TearDown() override { std::filesystem::remove_all(mPath); }
 
 private:
-    std::filesystem::path mPath;
+    std::string mPath = std::filesystem::temp_directory_path() / "displayengine-test-XXXXXX";
 };
 
 [[maybe_unused]] const testing::Environment* const kEnvironment =

@@ -2,7 +2,6 @@
 // Stands before functions of the C library, for the test program and the libraries it uses.
 #include <dlfcn.h>
 #include <poll.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -47,7 +46,6 @@ WEAK_INTERCEPTOR(ssize_t, sendmsg, int, const msghdr*, int);
 WEAK_INTERCEPTOR(ssize_t, recvmsg, int, msghdr*, int);
 WEAK_INTERCEPTOR(ssize_t, read, int, void*, size_t);
 WEAK_INTERCEPTOR(int, poll, pollfd*, nfds_t, int);
-WEAK_INTERCEPTOR(int, epoll_wait, int, epoll_event*, int, int);
 
 extern "C" ssize_t sendmsg(int socket, const msghdr* message, int flags) {
     return isInterrupted<'s'>() ? -1 : REAL(sendmsg)(socket, message, flags);
@@ -64,10 +62,6 @@ extern "C" ssize_t read(int file, void* bytes, size_t size) {
 
 extern "C" int poll(pollfd* waited, nfds_t count, int timeout) {
     return isInterrupted<'p'>() ? -1 : REAL(poll)(waited, count, timeout);
-}
-
-extern "C" int epoll_wait(int epoll, epoll_event* events, int most, int timeout) {
-    return isInterrupted<'e'>() ? -1 : REAL(epoll_wait)(epoll, events, most, timeout);
 }
 
 #ifndef FAULT_REAL_ALLOCATIONS
