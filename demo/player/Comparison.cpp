@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -95,9 +96,11 @@ std::string Comparison::writePicture(const std::string& path) const {
     image.width = static_cast<png_uint_32>(mWidth);
     image.height = static_cast<png_uint_32>(mHeight);
     image.format = PNG_FORMAT_RGB;
-    const bool isWritten =
-        png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), rgbStride, nullptr) != 0;
-    return isWritten ? "" : image.message;
+    errno = 0;
+    if (png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), rgbStride, nullptr) != 0) {
+        return "";
+    }
+    return errno != 0 ? std::strerror(errno) : image.message;
 }
 
 }  // namespace player

@@ -32,6 +32,7 @@ constexpr ConfigurationOption kConfigurationOptions[] = {
 static_assert(std::size(kConfigurationOptions) + 1 == kConfigurationSize,
               "every value but the enable state has an option");
 
+constexpr int kUsageError = 2;
 constexpr double kLongestDelaySeconds = 86400;
 
 /** Parses "SECONDS:on" or "SECONDS:off". */
@@ -105,7 +106,7 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options* opti
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error);
+        return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
     }
     options->configuration[0] = enable == "on" ? 1 : 0;
     for (const std::string& toggle : toggles) {
