@@ -72,9 +72,9 @@ std::optional<uint64_t> frameIndex(const std::string& text) {
 
 void EngineLog::note(const std::string& tag, const std::string& message, bool isWarning,
                      bool fromPlayer) {
-    if (tag == kTransportTag && isWarning) {
+    if (tag == kTransportTag && startsWith(message, "the runtime directory")) {
         const DeMutexLock lock(mMutex);
-        mState.transportWarning = message;
+        mState.transportTrouble = message;
     }
     if (!startsWith(tag, kEngineTag) && tag != kFacadeTag) {
         return;
@@ -89,7 +89,11 @@ void EngineLog::note(const std::string& tag, const std::string& message, bool is
         return;
     }
     if (parts.function == "doEnhance") {
-        noteWorker(parts.text);
+        // The worker takes the frames in order and names each one when it is done with it, also
+        // when nobody waits for it any more.
+        if (const std::optional<uint64_t> index = frameIndex(parts.text)) {
+            mState.lastCompleted = index;
+        }
     } else if (parts.function == "updateEnhance") {
         noteCondition(parts.text);
     } else if (parts.function == "getConfig") {
@@ -128,14 +132,6 @@ void EngineLog::noteMonitor(const std::string& text) {
         mIsUnhealthy = true;
     } else if (startsWith(text, "monitor healthy") || startsWith(text, "monitor restore:1")) {
         mIsUnhealthy = false;
-    }
-}
-
-// The worker takes the frames in order and names each one when it is done with it, also when
-// nobody waits for it any more.
-void EngineLog::noteWorker(const std::string& text) {
-    if (const std::optional<uint64_t> index = frameIndex(text)) {
-        mState.lastCompleted = index;
     }
 }
 

@@ -123,14 +123,6 @@ void VideoDecoder::noteEnd(int status) {
                    (isStated && missing > 1 + 1 / mFrameRate);
 }
 
-int VideoDecoder::width() const {
-    return mPicture->width;
-}
-
-int VideoDecoder::height() const {
-    return mPicture->height;
-}
-
 void VideoDecoder::convertTo(Frame& frame) {
     const AVFrame& picture = *mPicture;
     mConverter.reset(sws_getCachedContext(mConverter.release(), picture.width, picture.height,

@@ -36,8 +36,8 @@ public:
     bool next();
 
     /** Size of the picture in pixels. It can change from picture to picture. */
-    int width() const;
-    int height() const;
+    int width() const { return mPicture->width; }
+    int height() const { return mPicture->height; }
 
     /** Converts the picture into a frame of its size. Throws VideoError if that is impossible. */
     void convertTo(Frame& frame);

@@ -36,22 +36,14 @@ FeatureStore::FeatureStore(int32_t supported, std::string panelName, std::set<in
 }
 
 int32_t FeatureStore::getSupported(int32_t feature) const {
+    static const std::set<int32_t> present = {
+        Service::DE_FEATURE_PANEL_NAME,          Service::DE_FEATURE_RGLED,
+        Service::DE_FEATURE_LOCAL_HBM,           Service::DE_FEATURE_READING,
+        Service::DE_FEATURE_FOLDINGCOMPENSATION, Service::DE_FEATURE_GLOBAL_READING};
     if (mMissing.count(feature) != 0) {
         return 0;
     }
-    switch (feature) {
-        case Service::DE_FEATURE_AISR:
-            return mSupported;
-        case Service::DE_FEATURE_PANEL_NAME:
-        case Service::DE_FEATURE_RGLED:
-        case Service::DE_FEATURE_LOCAL_HBM:
-        case Service::DE_FEATURE_READING:
-        case Service::DE_FEATURE_FOLDINGCOMPENSATION:
-        case Service::DE_FEATURE_GLOBAL_READING:
-            return 1;
-        default:
-            return 0;
-    }
+    return feature == Service::DE_FEATURE_AISR ? mSupported : present.count(feature) != 0;
 }
 
 int32_t FeatureStore::setScene(int32_t scene, int32_t value) {
