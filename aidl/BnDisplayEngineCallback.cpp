@@ -63,7 +63,7 @@ status_t BnDisplayEngineCallback::onTransact(uint32_t code, const Parcel& data, 
         }
         return BBinder::onTransact(code, data, reply, flags);
     };
-    return stub::reportNull(dispatch(), reply);
+    return stub::reportNull(noThrow(status_t{android::NO_MEMORY}, dispatch), reply);
 }
 
 }  // namespace displayengine

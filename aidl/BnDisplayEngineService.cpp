@@ -164,7 +164,7 @@ status_t BnDisplayEngineService::onTransact(uint32_t code, const Parcel& data, P
         }
         return BBinder::onTransact(code, data, reply, flags);
     };
-    return stub::reportNull(dispatch(), reply);
+    return stub::reportNull(noThrow(status_t{android::NO_MEMORY}, dispatch), reply);
 }
 
 }  // namespace displayengine

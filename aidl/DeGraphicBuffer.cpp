@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "aidl/DeGraphicBuffer.h"
 
+#include "common/NoThrow.h"
+
 namespace com {
 namespace tivora {
 namespace displayengine {
@@ -34,7 +36,11 @@ status_t DeGraphicBuffer::readFromParcel(const Parcel* parcel) {
         return OK;
     }
     if (mGraphicBuffer == nullptr) {
-        mGraphicBuffer = new GraphicBuffer();
+        mGraphicBuffer =
+            noThrow(sp<GraphicBuffer>(), [] { return sp<GraphicBuffer>(new GraphicBuffer()); });
+    }
+    if (mGraphicBuffer == nullptr) {
+        return android::NO_MEMORY;  // What follows in the parcel cannot be told apart.
     }
     for (int32_t& param : mParams) {
         param = parcel->readInt32();

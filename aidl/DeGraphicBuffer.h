@@ -32,9 +32,10 @@ public:
     android::status_t writeToParcel(android::Parcel* parcel) const override;
 
     /**
-     * Always OK, also for a short or damaged parcel: integers that could not be read are 0 and the
-     * buffer is as a failed unflatten leaves it, so a reader checks the buffer before it uses it. A
-     * parcel without a buffer leaves the object as it was. A buffer already held is read into.
+     * OK, also for a short or damaged parcel, or NO_MEMORY: integers that could not be read are 0
+     * and the buffer is as a failed unflatten leaves it, so a reader checks the buffer before it
+     * uses it. A parcel without a buffer leaves the object as it was. A buffer already held is read
+     * into.
      */
     android::status_t readFromParcel(const android::Parcel* parcel) override;
 

@@ -3,7 +3,6 @@
 
 #include "aidl/BpDisplayEngineCallback.h"
 #include "aidl/InterfaceStatics.h"
-#include "aidl/ProxyCall.h"
 
 namespace com {
 namespace tivora {
@@ -17,6 +16,10 @@ namespace {
 
 constexpr char kDescriptor[] = "com.tivora.displayengine.IDisplayEngineCallback";
 
+// The descriptor for proxies and stubs. Unlike the interface's own it is never destroyed: calls and
+// events may come while the process exits.
+const String16& kLastingDescriptor = *new String16(kDescriptor);
+
 }  // namespace
 
 const String16 IDisplayEngineCallback::descriptor(kDescriptor);
@@ -27,7 +30,7 @@ IDisplayEngineCallback::IDisplayEngineCallback() = default;
 IDisplayEngineCallback::~IDisplayEngineCallback() = default;
 
 const String16& IDisplayEngineCallback::getInterfaceDescriptor() const {
-    return descriptor;
+    return kLastingDescriptor;
 }
 
 sp<IDisplayEngineCallback> IDisplayEngineCallback::asInterface(const sp<IBinder>& binder) {
@@ -40,11 +43,6 @@ bool IDisplayEngineCallback::setDefaultImpl(std::unique_ptr<IDisplayEngineCallba
 
 const std::unique_ptr<IDisplayEngineCallback>& IDisplayEngineCallback::getDefaultImpl() {
     return default_impl;
-}
-
-const String16& proxy::token(const IDisplayEngineCallback& /*proxy*/) {
-    static const String16& lasting = *new String16(kDescriptor);
-    return lasting;
 }
 
 }  // namespace displayengine

@@ -3,7 +3,6 @@
 
 #include "aidl/BpDisplayEngineService.h"
 #include "aidl/InterfaceStatics.h"
-#include "aidl/ProxyCall.h"
 
 namespace com {
 namespace tivora {
@@ -17,6 +16,10 @@ namespace {
 
 constexpr char kDescriptor[] = "com.tivora.displayengine.IDisplayEngineService";
 
+// The descriptor for proxies and stubs. Unlike the interface's own it is never destroyed: calls and
+// events may come while the process exits.
+const String16& kLastingDescriptor = *new String16(kDescriptor);
+
 }  // namespace
 
 const String16 IDisplayEngineService::descriptor(kDescriptor);
@@ -27,7 +30,7 @@ IDisplayEngineService::IDisplayEngineService() = default;
 IDisplayEngineService::~IDisplayEngineService() = default;
 
 const String16& IDisplayEngineService::getInterfaceDescriptor() const {
-    return descriptor;
+    return kLastingDescriptor;
 }
 
 sp<IDisplayEngineService> IDisplayEngineService::asInterface(const sp<IBinder>& binder) {
@@ -40,11 +43,6 @@ bool IDisplayEngineService::setDefaultImpl(std::unique_ptr<IDisplayEngineService
 
 const std::unique_ptr<IDisplayEngineService>& IDisplayEngineService::getDefaultImpl() {
     return default_impl;
-}
-
-const String16& proxy::token(const IDisplayEngineService& /*proxy*/) {
-    static const String16& lasting = *new String16(kDescriptor);
-    return lasting;
 }
 
 }  // namespace displayengine

@@ -8,6 +8,8 @@
 #include <memory>
 #include <utility>
 
+#include "common/NoThrow.h"
+
 /** What the static operations of both interfaces do. */
 namespace com {
 namespace tivora {
@@ -24,7 +26,8 @@ android::sp<INTERFACE> asInterface(const android::sp<android::IBinder>& binder) 
     if (local != nullptr) {
         return static_cast<INTERFACE*>(local.get());
     }
-    return new PROXY(binder);
+    return noThrow(android::sp<INTERFACE>(),
+                   [&] { return android::sp<INTERFACE>(new PROXY(binder)); });
 }
 
 template <typename INTERFACE>

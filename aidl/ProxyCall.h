@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <tuple>
 
+#include "aidl/CallStatus.h"
 #include "aidl/ParcelItems.h"
 
 /**
@@ -22,17 +23,7 @@ namespace com {
 namespace tivora {
 namespace displayengine {
 
-class IDisplayEngineCallback;
-class IDisplayEngineService;
-
 namespace proxy {
-
-/**
- * The interface's name for the head of a request. Unlike the interface's `descriptor` it is never
- * destroyed: other threads may still make calls while the process exits.
- */
-const android::String16& token(const IDisplayEngineCallback& proxy);
-const android::String16& token(const IDisplayEngineService& proxy);
 
 /** The items of a request, held by reference until the transaction has been made. */
 template <typename... ITEMS>
@@ -52,7 +43,7 @@ android::status_t transact(INTERFACE& proxy, CODE code, uint32_t flags,
     const android::sp<android::IBinder> remote = android::IInterface::asBinder(&proxy);
     android::Parcel data;
     data.markForBinder(remote);
-    android::status_t status = data.writeInterfaceToken(token(proxy));
+    android::status_t status = data.writeInterfaceToken(proxy.getInterfaceDescriptor());
     if (status == android::OK) {
         status = std::apply(
             [&data](const ITEMS&... values) { return items::writeItems(data, values...); },
@@ -66,13 +57,15 @@ android::status_t transact(INTERFACE& proxy, CODE code, uint32_t flags,
 template <typename INTERFACE, typename CODE, typename FALLBACK, typename... ITEMS>
 android::binder::Status send(INTERFACE& proxy, CODE code,
                              const std::tuple<const ITEMS&...>& request, FALLBACK fallback) {
-    android::Parcel reply;
-    const android::status_t status =
-        transact(proxy, code, android::IBinder::FLAG_ONEWAY, request, &reply);
-    if (status == android::UNKNOWN_TRANSACTION && INTERFACE::getDefaultImpl() != nullptr) {
-        return fallback(*INTERFACE::getDefaultImpl());
-    }
-    return android::binder::Status::fromStatusT(status);
+    return callStatus([&] {
+        android::Parcel reply;
+        const android::status_t status =
+            transact(proxy, code, android::IBinder::FLAG_ONEWAY, request, &reply);
+        if (status == android::UNKNOWN_TRANSACTION && INTERFACE::getDefaultImpl() != nullptr) {
+            return fallback(*INTERFACE::getDefaultImpl());
+        }
+        return android::binder::Status::fromStatusT(status);
+    });
 }
 
 /** A two-way transaction. The results are touched only as far as an ok reply was read. */
@@ -81,23 +74,26 @@ template <typename INTERFACE, typename CODE, typename FALLBACK, typename... ITEM
 android::binder::Status call(INTERFACE& proxy, CODE code,
                              const std::tuple<const ITEMS&...>& request,
                              const std::tuple<RESULTS*...>& results, FALLBACK fallback) {
-    android::Parcel reply;
-    android::status_t status = transact(proxy, code, 0, request, &reply);
-    if (status == android::UNKNOWN_TRANSACTION && INTERFACE::getDefaultImpl() != nullptr) {
-        return fallback(*INTERFACE::getDefaultImpl());
-    }
-    android::binder::Status outcome;
-    if (status == android::OK) {
-        status = outcome.readFromParcel(reply);
-    }
-    if (status == android::OK && outcome.isOk()) {
-        status = std::apply(
-            [&reply](RESULTS*... values) { return items::readItems(reply, values...); }, results);
-    }
-    if (status != android::OK) {
-        outcome.setFromStatusT(status);
-    }
-    return outcome;
+    return callStatus([&] {
+        android::Parcel reply;
+        android::status_t status = transact(proxy, code, 0, request, &reply);
+        if (status == android::UNKNOWN_TRANSACTION && INTERFACE::getDefaultImpl() != nullptr) {
+            return fallback(*INTERFACE::getDefaultImpl());
+        }
+        android::binder::Status outcome;
+        if (status == android::OK) {
+            status = outcome.readFromParcel(reply);
+        }
+        if (status == android::OK && outcome.isOk()) {
+            status = std::apply(
+                [&reply](RESULTS*... values) { return items::readItems(reply, values...); },
+                results);
+        }
+        if (status != android::OK) {
+            outcome.setFromStatusT(status);
+        }
+        return outcome;
+    });
 }
 
 }  // namespace proxy

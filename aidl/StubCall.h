@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "aidl/ParcelItems.h"
+#include "common/NoThrow.h"
 
 /** What a stub does with an incoming transaction, apart from the operation and its items. */
 namespace com {

@@ -25,6 +25,9 @@ enum class ServiceCode : uint32_t {
     PROCESS_GRAPHIC_BUFFER,
 };
 
+/** Number of transactions. */
+constexpr uint32_t kServiceCodeCount = 12;
+
 enum class CallbackCode : uint32_t {
     ON_EVENT = android::IBinder::FIRST_CALL_TRANSACTION,
     ON_EVENT_WITH_DATA,

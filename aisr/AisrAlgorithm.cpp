@@ -7,8 +7,10 @@
 #include <dlfcn.h>
 
 #include <memory>
+#include <string_view>
+#include <type_traits>
 
-#include "aisr/AisrBuffer.h"
+#include "common/AisrProcess.h"
 #include "common/Log.h"
 
 namespace {
@@ -20,15 +22,17 @@ constexpr char kLibraryFolder[] = "/system/lib64/";
 constexpr int32_t kLogLevelUsual = 1;
 constexpr int32_t kLogLevelDebug = 3;
 
-/** The loader's text for the last failure. It is handed out once, and may be missing. */
-std::string takeLoaderError() {
+/**
+ * The loader's text for the last failure, until the loader is called again. It is handed out once,
+ * and may be missing.
+ */
+const char* takeLoaderError() {
     const char* error = dlerror();
-    return error == nullptr ? std::string() : std::string(error);
+    return error == nullptr ? "" : error;
 }
 
-bool endsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() &&
-           text.compare(text.size() - end.size(), end.size(), end) == 0;
+bool endsWith(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
 AisrBuffer toAisrBuffer(const Aisr::BufferInfo& info) {
@@ -74,7 +78,7 @@ bool AisrAlgorithm::openLibrary(std::string& path) {
     if (mHandle != nullptr) {
         return true;
     }
-    std::string error = takeLoaderError();
+    const char* error = takeLoaderError();
     if (endsWith(error, "not found")) {
         path = kLibraryFolder + kLibraryName;
         mHandle = dlopen(path.c_str(), RTLD_NOW);
@@ -83,14 +87,8 @@ bool AisrAlgorithm::openLibrary(std::string& path) {
         }
         error = takeLoaderError();
     }
-    DE_LOGW("Can't open library '%s' - %s", path.c_str(), error.c_str());
+    DE_LOGW("Can't open library '%s' - %s", path.c_str(), error);
     return false;
-}
-
-template <typename FUNC>
-bool AisrAlgorithm::findEntry(const char* symbol, FUNC& entry) {
-    entry = reinterpret_cast<FUNC>(dlsym(mHandle, symbol));
-    return entry != nullptr;
 }
 
 bool AisrAlgorithm::loadLibrary() {
@@ -101,16 +99,18 @@ bool AisrAlgorithm::loadLibrary() {
     if (!openLibrary(path)) {
         return false;
     }
-    const char* missing = !findEntry("AisrInit", mInitFunc)           ? "AisrInit"
-                          : !findEntry("AisrDeinit", mDeinitFunc)     ? "AisrDeinit"
-                          : !findEntry("AisrProcess", mProcessFunc)   ? "AisrProcess"
-                          : !findEntry("AisrDoClean", mDoCleanFunc)   ? "AisrDoClean"
-                          : !findEntry("AisrGetParam", mGetParamFunc) ? "AisrGetParam"
-                          : !findEntry("AisrSetParam", mSetParamFunc) ? "AisrSetParam"
-                                                                      : nullptr;
-    if (missing != nullptr) {
-        DE_LOGW("Failed to locate %s in '%s' - %s", missing, path.c_str(),
-                takeLoaderError().c_str());
+    const char* symbol = nullptr;
+    const auto find = [&](const char* name, auto& entry) DE_REQUIRES(mMutex) {
+        symbol = name;
+        entry = reinterpret_cast<std::remove_reference_t<decltype(entry)>>(dlsym(mHandle, name));
+        return entry != nullptr;
+    };
+    const bool isComplete =
+        find("AisrInit", mInitFunc) && find("AisrDeinit", mDeinitFunc) &&
+        find("AisrProcess", mProcessFunc) && find("AisrDoClean", mDoCleanFunc) &&
+        find("AisrGetParam", mGetParamFunc) && find("AisrSetParam", mSetParamFunc);
+    if (!isComplete) {
+        DE_LOGW("Failed to locate %s in '%s' - %s", symbol, path.c_str(), takeLoaderError());
         unloadLibrary();
         return false;
     }
@@ -160,8 +160,12 @@ int AisrAlgorithm::deinit() {
         return 0;
     }
     const DeMutexLock processLock(mProcessMutex);
-    const DeMutexLock cancelLock(mCancelMutex);
     mIsInited = false;
+    {
+        // Cancels that saw the flag set have returned after this; later ones do not wait for the
+        // entry, which may take long.
+        const DeMutexLock cancelLock(mCancelMutex);
+    }
     const int32_t status = mDeinitFunc(&mContext);
     if (status != AISR_SUCCESS) {
         DE_LOGW("mDeinitFunc failed, return %s", errToString(status).c_str());

@@ -16,7 +16,8 @@
  *
  * init() and deinit() may be called on any thread and take their turns. One thread at a time calls
  * enhance(), and any other may call cancel() meanwhile. deinit() waits for a frame in processing;
- * cancel() never does, though it may wait for the library's deinit entry.
+ * cancel() waits for none of the others. It runs the library's set-parameter entry on its caller's
+ * thread, so it lasts as long as that entry takes for a cancel.
  */
 class DE_EXPORT AisrAlgorithm {
 public:
@@ -42,7 +43,10 @@ public:
      */
     int enhance(const Aisr::BufferInfo& info) DE_EXCLUDES(mMutex, mProcessMutex, mCancelMutex);
 
-    /** Tells the library to abandon `info`'s frame, which may be in processing. */
+    /**
+     * Tells the library to abandon `info`'s frame, which may be in processing. Does nothing while
+     * the library is not initialised, or is being de-initialised.
+     */
     void cancel(const Aisr::BufferInfo& info) DE_EXCLUDES(mCancelMutex);
 
     /** Does nothing; 0. */
@@ -70,9 +74,6 @@ private:
     bool loadLibrary() DE_REQUIRES(mMutex);
     // Leaves in `path` the path last tried.
     bool openLibrary(std::string& path) DE_REQUIRES(mMutex);
-    // Stores the entry's address in `entry` before it is tested.
-    template <typename FUNC>
-    DE_HIDDEN bool findEntry(const char* symbol, FUNC& entry) DE_REQUIRES(mMutex);
     void unloadLibrary() DE_REQUIRES(mMutex);
     // REQUIRES: the library is loaded, and stays so.
     bool setParam(int tag, const void* data, unsigned long size);
@@ -92,8 +93,9 @@ private:
     SetParamFunc mSetParamFunc = nullptr;
 
     // The library's deinit entry must overlap neither processing nor a cancel, while a cancel must
-    // overlap processing and never wait for it, also not when deinit() is waiting. Hence one mutex
-    // for submitting and processing a frame and a short one for a cancel's call.
+    // overlap processing, and wait neither for it nor for the deinit entry. Hence one mutex for
+    // submitting and processing a frame, and a second one that only a cancel's call holds: deinit()
+    // takes the first, clears mIsInited, and takes the second once before it calls the entry.
     DeMutex mProcessMutex DE_ACQUIRED_AFTER(mMutex);
     DeMutex mCancelMutex DE_ACQUIRED_AFTER(mMutex, mProcessMutex);
 };

@@ -8,12 +8,14 @@
 
 #include <algorithm>
 
+#include "aidl/CallStatus.h"
 #include "common/Log.h"
 
 using android::sp;
 using android::String16;
 using android::binder::Status;
 using android::os::PersistableBundle;
+using com::tivora::displayengine::callStatus;
 using com::tivora::displayengine::IDisplayEngineService;
 
 namespace {
@@ -61,13 +63,16 @@ bool AisrEngine::getAppConfig() const {
 }
 
 bool AisrEngine::getConfig(sp<IDisplayEngineService> service) {
-    PersistableBundle data;
-    data.putInt(String16("Type"), IDisplayEngineService::DE_EFFECT_TYPE_CONFIG);
-    data.putString(String16("Key"), String16(mAppName.c_str()));
-    Config config(CONFIG_SIZE, 0);
+    Config config;
     int32_t result = 0;
-    const Status status =
-        service->getEffectExByData(IDisplayEngineService::DE_FEATURE_AISR, data, &config, &result);
+    const Status status = callStatus([&] {
+        PersistableBundle data;
+        data.putInt(String16("Type"), IDisplayEngineService::DE_EFFECT_TYPE_CONFIG);
+        data.putString(String16("Key"), String16(mAppName.c_str()));
+        config.assign(CONFIG_SIZE, 0);
+        return service->getEffectExByData(IDisplayEngineService::DE_FEATURE_AISR, data, &config,
+                                          &result);
+    });
     if (!status.isOk()) {
         DE_LOGE(
             "Failed to getEffectEx(DE_FEATURE_AISR, "

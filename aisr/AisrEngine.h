@@ -27,9 +27,10 @@
  * under a time limit. One engine exists in a process; VideoEngine creates, initialises and destroys
  * it.
  *
- * Any thread may call the public operations; initialize() and the destructor run alone. Operations
- * without a result report failures in the log only. Until initialize() has succeeded nothing is
- * enhanced and no report is taken.
+ * Any thread may call the public operations. initialize() must not run concurrently with any other
+ * call, the destructor with none but enhance(), needEnhance() and isReady(). Operations without a
+ * result report failures in the log only. Until initialize() has succeeded nothing is enhanced and
+ * no report is taken.
  */
 class DE_EXPORT AisrEngine {
 public:
@@ -43,7 +44,10 @@ public:
     AisrEngine();
     /**
      * Withdraws the registration, stops the worker after the frame it is processing, and unloads
-     * the processing library. A frame still queued is discarded.
+     * the processing library. A frame still queued is discarded and counts as failed.
+     *
+     * Calls of enhance() that are under way are waited for. Calls that come later find an engine
+     * that is not initialised, for as long as its storage is kept.
      */
     virtual ~AisrEngine();
     AisrEngine(const AisrEngine&) = delete;
@@ -85,12 +89,15 @@ public:
     /**
      * Enhances one frame in place, and writes its index into `info`.
      *
-     * Blocks for at most the configured abort timeout (40 ms unless configured) beside the wait for
-     * a lock that is held only for moments. A frame that is refused passes unenhanced: the engine
-     * is not ready, the record is invalid, the stream is overloaded or is offered too fast, or a
-     * frame is still queued. A frame that outlasts the timeout is cancelled; the library may still
-     * be writing its planes, so the caller keeps them allocated and unread until a later frame has
-     * completed, or past the engine's end.
+     * Blocks for at most the configured abort timeout (40 ms unless configured), beside the wait
+     * for a lock that is held only for moments. A frame that outlasts the timeout is then
+     * cancelled; that runs an entry of the processing library on this thread, so a library whose
+     * entry does not return at once makes this call late by as long. It may still be writing the
+     * planes of a cancelled frame: the caller keeps them allocated and unread until a later frame
+     * has completed, or past the engine's end.
+     *
+     * A frame that is refused passes unenhanced: the engine is not ready, the record is invalid,
+     * the stream is overloaded or is offered too fast, or a frame is still queued.
      */
     void enhance(Aisr::BufferInfo& info) DE_EXCLUDES(mTaskMutex);
 
@@ -100,15 +107,17 @@ private:
     static constexpr int kConditionCount = 3;
     using SteadyClock = std::chrono::steady_clock;
 
-    // Bring-up and teardown. No other operation runs at the same time.
+    // Bring-up and teardown.
     bool updateAppName();
-    // Writes members of mStateMutex without it: no other thread reaches the engine yet, and a lock
-    // held while the first conditions are logged would gain nothing.
+    /**
+     * Writes what mStateMutex guards without taking it: no other thread reaches the engine yet, and
+     * a lock held while the first conditions are logged would gain nothing.
+     */
     bool getConfig(android::sp<com::tivora::displayengine::IDisplayEngineService> service)
         DE_NO_THREAD_SAFETY_ANALYSIS;
     bool registerCallback(android::sp<com::tivora::displayengine::IDisplayEngineService> service);
     void unregisterCallback(android::sp<com::tivora::displayengine::IDisplayEngineService> service);
-    // REQUIRES: `config` is valid.
+    /** REQUIRES: `config` is valid. */
     DE_HIDDEN void applyConfig(const std::vector<int32_t>& config);
 
     // Conditions.
@@ -120,9 +129,12 @@ private:
 
     // Frames.
     bool getReady() DE_REQUIRES(mTaskMutex);
-    DE_HIDDEN void startWorker() DE_REQUIRES(mTaskMutex);
+    /** False when no thread can be started. */
+    DE_HIDDEN bool startWorker() DE_REQUIRES(mTaskMutex);
+    /** Also counts the frame and writes its index; another stream's frame clears the latch. */
     bool isOverload(Aisr::BufferInfo& info) DE_REQUIRES(mTaskMutex);
     void updateTimeoutStatus(const Aisr::BufferInfo& info) DE_REQUIRES(mTaskMutex);
+    /** Also counts the frame, and judges the interval that it closes. */
     bool isUnhealthy(uint64_t id, const std::string& rect) DE_REQUIRES(mTaskMutex);
     int doEnhance(Aisr::BufferInfo info) DE_EXCLUDES(mTaskMutex);
     void cancelEnhance(const Aisr::BufferInfo& info) DE_EXCLUDES(mTaskMutex);
@@ -130,8 +142,9 @@ private:
     // The order of the members is fixed. mAlgorithm is the last to be destroyed: the worker has
     // been joined by then.
     AisrAlgorithm mAlgorithm;
-    bool mIsInitialized = false; /**< Changes once, in initialize(). */
-    std::string mAppName;        /**< Name of the process; the engine's key with the service. */
+    /** Set by initialize(); cleared by the destructor, under mTaskMutex. */
+    std::atomic<bool> mIsInitialized{false};
+    std::string mAppName; /**< Name of the process; the engine's key with the service. */
 
     // Configuration: written in initialize(), only read afterwards.
     int32_t mMinWidth = 512;
@@ -151,8 +164,8 @@ private:
     // mStateMutex, nor while the library processes a frame, nor while a caller waits for one.
     std::condition_variable mTaskCond; /**< Wakes the worker: a task was queued, or it must stop. */
     DeMutex mTaskMutex;
-    std::atomic<bool> mIsReady{
-        false}; /**< Changes once, under the lock; read without it as well. */
+    /** Changes once, under the lock; read without it as well. */
+    std::atomic<bool> mIsReady{false};
     int32_t mRetryCount DE_GUARDED_BY(mTaskMutex) = 5;
     uint64_t mLastId DE_GUARDED_BY(mTaskMutex) = 0;
     uint64_t mFrameIdx DE_GUARDED_BY(mTaskMutex) = 0;
@@ -176,6 +189,12 @@ private:
     int32_t mFps DE_GUARDED_BY(mStateMutex) = 0;
     std::array<std::atomic<bool>, kConditionCount> mIsEnhance{};
     std::atomic<int32_t> mEnhanceCount{0};
+
+    /**
+     * How many calls of enhance() wait for a frame: raised under mTaskMutex, and lowered as the
+     * last that such a call does with the engine.
+     */
+    std::atomic<int32_t> mWaitingCallers{0};
 };
 
 /**

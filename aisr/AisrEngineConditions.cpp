@@ -5,6 +5,7 @@
 
 #include "aisr/AisrEngine.h"
 #include "common/Log.h"
+#include "common/NoThrow.h"
 
 namespace {
 
@@ -127,7 +128,7 @@ void AisrEngine::onAppStart() {
 
 void AisrEngine::onAppStop() {
     DE_LOGI("<< %s >>", mAppName.c_str());
-    if (mAlgorithm.deinit() != 0) {
+    if (noThrow(-1, [this] { return mAlgorithm.deinit(); }) != 0) {
         DE_LOGW("mAlgorithm.deinit() failed!");
     }
 }

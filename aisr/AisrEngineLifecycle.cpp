@@ -10,9 +10,11 @@
 #include <cstring>
 #include <new>
 
+#include "aidl/CallStatus.h"
 #include "aisr/AisrEngine.h"
 #include "aisr/Milliseconds.h"
 #include "common/Log.h"
+#include "common/NoThrow.h"
 // The two calls that go up: the service is looked up with the client's function, and an event
 // enters the engine through the facade, which knows whether there is an engine.
 #include "client/ServiceConnection.h"
@@ -22,11 +24,16 @@ using android::sp;
 using android::String16;
 using android::binder::Status;
 using android::os::PersistableBundle;
+using com::tivora::displayengine::callStatus;
 using com::tivora::displayengine::IDisplayEngineService;
 
 namespace {
 
 constexpr size_t kMaxAppName = 255;
+constexpr std::chrono::milliseconds kEndPoll{1};
+
+// Never destroyed: events may come while the process exits.
+const String16& kEnableKey = *new String16("Enable");
 
 /** Names this process's registration, when it is made and when it is withdrawn. */
 PersistableBundle registrationRecord(const std::string& appName) {
@@ -79,26 +86,25 @@ bool AisrEngine::updateAppName() {
         close(file);
         return false;
     }
-    mAppName = name;
     close(file);
+    mAppName = name;
     DE_LOGD("%s", mAppName.c_str());
     return true;
 }
 
 bool AisrEngine::registerCallback(sp<IDisplayEngineService> service) {
-    sp<ClientCallback> callback;
-    try {
-        callback = new (std::nothrow) ClientCallback();
-    } catch (const std::bad_alloc&) {
-        // The object's bases allocate as well, and can say so in no other way.
-    }
+    // The object's bases allocate as well, and report a failure by an exception.
+    const auto callback = noThrow(sp<ClientCallback>(), [] {
+        return sp<ClientCallback>(new (std::nothrow) ClientCallback());
+    });
     if (callback == nullptr) {
         DE_LOGE("new ClientCallback() failed!");
         return false;
     }
     bool result = false;
-    const Status status =
-        service->registerCallbackEx(callback, registrationRecord(mAppName), &result);
+    const Status status = callStatus([&] {
+        return service->registerCallbackEx(callback, registrationRecord(mAppName), &result);
+    });
     if (!status.isOk()) {
         DE_LOGE("registerCallbackEx(callback, data:{ key:%s feature:%d }) failed!",
                 mAppName.c_str(), IDisplayEngineService::DE_FEATURE_AISR);
@@ -110,7 +116,8 @@ bool AisrEngine::registerCallback(sp<IDisplayEngineService> service) {
 }
 
 void AisrEngine::unregisterCallback(sp<IDisplayEngineService> service) {
-    const Status status = service->unregisterCallbackEx(registrationRecord(mAppName));
+    const Status status =
+        callStatus([&] { return service->unregisterCallbackEx(registrationRecord(mAppName)); });
     if (!status.isOk()) {
         DE_LOGW("unregisterCallbackEx(data:{ key:%s feature:%d }) failed!", mAppName.c_str(),
                 IDisplayEngineService::DE_FEATURE_AISR);
@@ -136,12 +143,21 @@ AisrEngine::~AisrEngine() {
     DE_LOGD("mIsEnhanceAlive=false");
     {
         const DeMutexLock lock(mTaskMutex);
+        mIsInitialized = false;  // For calls that are about to enter.
         mIsEnhanceAlive = false;
     }
     mTaskCond.notify_one();
     if (mThread.joinable()) {
         DE_LOGD("join");
         mThread.join();
+    }
+    {
+        const DeMutexLock lock(mTaskMutex);
+        mTasks.clear();  // The caller of a frame that was still queued wakes.
+    }
+    // Polled, because a caller's last step must not touch anything that ends here.
+    while (mWaitingCallers != 0) {
+        std::this_thread::sleep_for(kEndPoll);
     }
 }
 
@@ -158,7 +174,7 @@ Status AisrEngine::ClientCallback::onEventWithData(int event, const PersistableB
         return Status::ok();
     }
     bool enable = false;
-    if (!data.getBoolean(String16("Enable"), &enable)) {
+    if (!data.getBoolean(kEnableKey, &enable)) {
         DE_LOGW("Invalid input: no \"Enable\" found in data!");
         return Status::ok();
     }

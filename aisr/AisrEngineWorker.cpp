@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #define LOG_TAG "DE N AISR"
 
-#include <exception>
 #include <utility>
 
 #include "aisr/AisrEngine.h"
 #include "aisr/Milliseconds.h"
 #include "common/Log.h"
+#include "common/NoThrow.h"
 
 namespace {
 
@@ -16,6 +16,23 @@ bool isValid(const Aisr::BufferInfo& info) {
     return info.id != 0 && info.y != nullptr && info.uv != nullptr && info.width >= 1 &&
            info.height >= 1 && info.stride >= 1;
 }
+
+/** The result of a task; a frame that was discarded at the engine's end is a failed one. */
+int takeResult(std::future<int>& result) {
+    return noThrow(-1, [&] { return result.get(); });
+}
+
+/** Counts a caller that waits for its frame, for as long as this lives. */
+class WaitingCaller {
+public:
+    explicit WaitingCaller(std::atomic<int32_t>& count) : mCount(count) { ++mCount; }
+    ~WaitingCaller() { --mCount; }
+    WaitingCaller(const WaitingCaller&) = delete;
+    WaitingCaller& operator=(const WaitingCaller&) = delete;
+
+private:
+    std::atomic<int32_t>& mCount;
+};
 
 }  // namespace
 
@@ -45,17 +62,15 @@ bool AisrEngine::getReady() {
     if (mIsReady) {
         return true;
     }
-    if (mAlgorithm.init() != 0) {
+    if (noThrow(-1, [this] { return mAlgorithm.init(); }) != 0) {
         DE_LOGW("mAlgorithm.init() failed!");
         return false;
     }
     mIsEnhanceAlive = true;
-    try {
-        startWorker();
-    } catch (const std::exception& error) {
+    if (!startWorker()) {
         // Like a failed initialisation of the library: nothing is half set, a later attempt may
         // work.
-        DE_LOGW("Failed to start the worker! %s", error.what());
+        DE_LOGW("Failed to start the worker!");
         mIsEnhanceAlive = false;
         return false;
     }
@@ -63,8 +78,8 @@ bool AisrEngine::getReady() {
     return true;
 }
 
-void AisrEngine::startWorker() {
-    mThread = std::thread([this] {
+bool AisrEngine::startWorker() {
+    const auto work = [this] {
         DeMutexLock lock(mTaskMutex);
         auto idleDeadline = SteadyClock::now() + kIdlePeriod;
         while (mIsEnhanceAlive) {
@@ -84,7 +99,9 @@ void AisrEngine::startWorker() {
             }
         }
         DE_LOGI("enhance died.");
-    });
+    };
+    mThread = noThrow(std::thread(), [&work] { return std::thread(work); });
+    return mThread.joinable();
 }
 
 // Accounting comes first: a frame that is refused afterwards has used up its index.
@@ -111,6 +128,9 @@ void AisrEngine::enhance(Aisr::BufferInfo& info) {
     }
 
     DeMutexLock lock(mTaskMutex);
+    if (!mIsInitialized) {
+        return;  // The engine has ended while this call waited for the lock.
+    }
     if (isOverload(info)) {
         DE_LOGD("Overload! %s skip.", AisrAlgorithm::toString(info).c_str());
         return;
@@ -122,15 +142,9 @@ void AisrEngine::enhance(Aisr::BufferInfo& info) {
         DE_LOGW("Tasks is not empty! enhance(%s) skip!", AisrAlgorithm::toString(info).c_str());
         return;
     }
-    std::packaged_task<int()> task([this, info] {
-        try {
-            return doEnhance(info);
-        } catch (...) {
-            // Out of memory, say. The caller is to find a failed frame, not an exception.
-            DE_LOGW("doEnhance() ended by an exception!");
-            return -1;
-        }
-    });
+    const WaitingCaller waiting(mWaitingCallers);
+    std::packaged_task<int()> task(
+        [this, info] { return noThrow(-1, [&] { return doEnhance(info); }); });
     std::future<int> result = task.get_future();
     mTasks.push_back(std::move(task));
     lock.unlock();
@@ -152,12 +166,12 @@ void AisrEngine::enhance(Aisr::BufferInfo& info) {
         return;
     }
     DE_LOGD("doEnhance(%s) used %gms return %d", AisrAlgorithm::toString(info).c_str(), elapsedMs,
-            result.get());
+            takeResult(result));
 }
 
 int AisrEngine::doEnhance(Aisr::BufferInfo info) {
     const auto start = SteadyClock::now();
-    const int result = mAlgorithm.enhance(info);
+    const int result = noThrow(-1, [&] { return mAlgorithm.enhance(info); });
     const float elapsedMs = toMilliseconds(SteadyClock::now() - start);
     if (result != 0) {
         DE_LOGW("mAlgorithm.enhance(%s) failed! Used %gms",

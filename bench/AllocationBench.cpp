@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// Heap allocations of a frame. Everything that the process takes from the heap is counted here, on
-// the caller's thread and on the others, which is the worker alone while frames are offered.
+// Heap allocations of a frame. All allocations of the process are counted, on the caller's thread
+// and on the others; while frames are offered, the only other one is the worker.
+#include <benchmark/benchmark.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
 #include "common/DisplayEngineCleanCommon.h"
 #include "nothing/NothingProcess.h"
 #include "support/EngineSetup.h"
-#include "support/Table.h"
+#include "support/Process.h"
 
-// The C library's own functions behind those that are replaced here. Operator new ends in malloc().
+// The C library's own functions behind those that are replaced here. Operator new calls malloc().
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
@@ -60,88 +61,45 @@ namespace {
 
 constexpr int kFrames = 3200;  // A multiple of the 32 tasks that fill a block of the queue.
 
-/** Allocations of one frame, on average. */
-struct PerFrame {
-    double caller = 0;
-    double worker = 0;
-};
+/** Allocations per frame of this size, and those of the geometry text that each frame needs. */
+void frames(benchmark::State& state, int32_t width, int32_t height, bool isLogged) {
+    const auto engine = bench::startEngine({});
+    Aisr::BufferInfo info = bench::frame(1);
+    info.width = info.stride = width;
+    info.height = height;
+    uint64_t caller = tAllocations;
+    { const std::string text = AisrAlgorithm::rectToString(info); }
+    const uint64_t text = tAllocations - caller;
 
-PerFrame countFrames(AisrEngine& engine, Aisr::BufferInfo info) {
-    engine.enhance(info);
-    const uint64_t caller = tAllocations;
-    const uint64_t all = gAllocations;
-    for (int i = 0; i < kFrames; ++i) {
-        engine.enhance(info);
+    g_delogdEnable = isLogged;
+    engine->enhance(info);
+    const uint64_t processed = gNothingProcessed;
+    caller = tAllocations;
+    uint64_t all = gAllocations;
+    for (auto _ : state) {
+        engine->enhance(info);
     }
-    PerFrame result;
-    const uint64_t ofCaller = tAllocations - caller;
-    result.caller = static_cast<double>(ofCaller) / kFrames;
-    result.worker = static_cast<double>(gAllocations - all - ofCaller) / kFrames;
-    return result;
+    caller = tAllocations - caller;
+    all = gAllocations - all;
+    g_delogdEnable = false;
+    if (gNothingProcessed - processed != kFrames) {
+        state.SkipWithError("a frame was refused, failed or expired");
+    }
+    const auto perFrame = [](uint64_t count) { return static_cast<double>(count) / kFrames; };
+    state.counters["all"] = perFrame(all);
+    state.counters["caller"] = perFrame(caller);
+    state.counters["worker"] = perFrame(all - caller);
+    state.counters["text"] = static_cast<double>(text);
 }
-
-double countGeometryText(const Aisr::BufferInfo& info) {
-    const uint64_t before = tAllocations;
-    const std::string text = AisrAlgorithm::rectToString(info);
-    return static_cast<double>(tAllocations - before);
-}
-
-std::string format(double count) {
-    char text[32];
-    std::snprintf(text, sizeof(text), "%.2f", count);
-    return text;
-}
-
-std::string format(const PerFrame& counts) {
-    return format(counts.caller + counts.worker) + " (caller " + format(counts.caller) +
-           ", worker " + format(counts.worker) + ")";
-}
-
-/** The sum without the growth of the queue, which takes a block for every 32 frames. */
-double withoutGrowth(const PerFrame& counts) {
-    return static_cast<double>(static_cast<int>(counts.caller + counts.worker));
-}
-
-bench::Verdict verdictOf(bool isMet) {
-    return isMet ? bench::Verdict::kMet : bench::Verdict::kFailed;
-}
+BENCHMARK_CAPTURE(frames, usual, 1280, 720, false)->Iterations(kFrames)->Repetitions(1);
+BENCHMARK_CAPTURE(frames, longText, INT32_MAX, INT32_MAX, false)
+    ->Iterations(kFrames)
+    ->Repetitions(1);
+BENCHMARK_CAPTURE(frames, logged, 1280, 720, true)->Iterations(kFrames)->Repetitions(1);
 
 }  // namespace
 
 int main(int argc, char** argv) {
     bench::setUpService();
-    const auto engine = bench::startEngine({});
-    const uint64_t processed = gNothingProcessed;
-
-    // The text of an ordinary size needs no memory of its own, a longer one does.
-    const Aisr::BufferInfo usual = bench::frame(1);
-    Aisr::BufferInfo large = bench::frame(2);
-    large.width = large.height = large.stride = INT32_MAX;
-    const double largeText = countGeometryText(large);
-
-    const PerFrame ofUsual = countFrames(*engine, usual);
-    const PerFrame ofLarge = countFrames(*engine, large);
-    g_delogdEnable = true;
-    const PerFrame logged = countFrames(*engine, usual);
-    g_delogdEnable = false;
-
-    bench::Table table{"Heap allocations of a frame", {}, {}};
-    table.rows.push_back(
-        {"a frame of 1280x720, logs off", format(ofUsual),
-         "task, result, list node: 3; geometry text " + format(countGeometryText(usual)), "", "",
-         "at most 4 beside the text",
-         verdictOf(withoutGrowth(ofUsual) - countGeometryText(usual) <= 4)});
-    table.rows.push_back(
-        {"a frame whose geometry is long", format(ofLarge),
-         "the same, and geometry text " + format(largeText), "", "", "no other text",
-         verdictOf(largeText > 0 && withoutGrowth(ofLarge) - largeText == withoutGrowth(ofUsual))});
-    table.rows.push_back({"a frame of 1280x720, debug messages on", format(logged), "", "", "", "",
-                          bench::Verdict::kNone});
-    table.notes.push_back(
-        "The fraction is the queue's: it takes a block of memory for every 32 frames.");
-    if (gNothingProcessed - processed != 3 * (kFrames + 1)) {
-        std::fprintf(stderr, "a frame was refused, failed or expired\n");
-        return 1;
-    }
-    return bench::deliver(table, argc, argv);
+    return bench::run(argc, argv);
 }

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// How long a call of AisrEngine::enhance() outlasts the abort limit, when the processing library's
-// times are long-tailed and one core of the machine is kept busy.
+// By how much a call of AisrEngine::enhance() exceeds the abort limit, while one core of the
+// machine is kept busy: when the processing library's times are long-tailed, and when another
+// thread is inside the library's deinit entry.
 //
-// The time of a frame is drawn from a Pareto distribution whose median is the abort limit, so every
-// other frame expires, some by far. As scheduling decides when a sleeper gets to run again, what a
-// bare timed wait of the same length outlasts it by, with nobody to wake it, is measured in turn
-// with the expired frames: that much no implementation can avoid. The engine has more to do than to
-// wait (queueing the frame, a warning in the log, the cancel), all of it in its figure.
+// Long-tailed times are drawn from a Pareto distribution whose median is the abort limit, so every
+// other frame expires, some by far. The scheduler decides when a sleeper runs again, so each
+// expired frame is followed by a bare timed wait of the same length that nobody wakes: no
+// implementation can be better than that. The engine also queues the frame, logs a warning and
+// cancels the frame, and all of it is in its figure.
+#include <benchmark/benchmark.h>
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -17,7 +19,9 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <mutex>
 #include <random>
 #include <string>
@@ -27,23 +31,24 @@
 #include "nothing/NothingProcess.h"
 #include "support/Affinity.h"
 #include "support/EngineSetup.h"
-#include "support/Table.h"
+#include "support/Process.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::nanoseconds;
 
-constexpr int kFrames = 20'000;
+constexpr uint64_t kFrames = 20'000;
+constexpr int64_t kHolds = 100;
+constexpr std::chrono::seconds kHold{1};
 constexpr int32_t kAbortMs = 2;
 constexpr nanoseconds kLimit = std::chrono::milliseconds(kAbortMs);
 constexpr int kFramesPerStream = 3;  // Too few for the overload latch.
 constexpr int kLeaveBusyEvery = 4;   // After so many expired frames, one finds the worker busy.
 constexpr double kParetoScaleMs = kAbortMs / 2.0;
 constexpr double kParetoShape = 1.0;
-constexpr double kWanted = 2.0;
 
-/** What the processing library does with a frame: it takes its time, unless it is told to stop. */
+/** What the processing library does: a frame takes its time, unless it is told to stop. */
 class Processing {
 public:
     /** The time of the frames from now on, which are not told to stop. */
@@ -52,7 +57,7 @@ public:
         mTime = time;
         mIsStopped = false;
     }
-    /** Lets the frames end at once and waits until as many have been processed. */
+    /** Lets frames and deinit end at once; waits until so many frames have been processed. */
     void stop(uint64_t frames) {
         std::unique_lock<std::mutex> lock(mMutex);
         mIsStopped = true;
@@ -65,19 +70,41 @@ public:
         ++mProcessed;
         mChanged.notify_all();
     }
+    uint64_t processed() {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mProcessed;
+    }
+
+    /** The next deinit takes a second, unless it is told to stop. */
+    void holdDeinit() {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mIsStopped = false;
+        mHold = kHold;
+    }
+    void waitForDeinit() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mChanged.wait(lock, [this] { return mIsInDeinit; });
+    }
+    void deinit() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mIsInDeinit = true;
+        mChanged.notify_all();
+        mChanged.wait_for(lock, mHold, [this] { return mIsStopped; });
+        mIsInDeinit = false;
+        mHold = {};
+    }
 
 private:
     std::mutex mMutex;
     std::condition_variable mChanged;
     nanoseconds mTime{0};
+    nanoseconds mHold{0};
     bool mIsStopped = false;
+    bool mIsInDeinit = false;
     uint64_t mProcessed = 0;
 };
 
-Processing& processing() {
-    static Processing& theProcessing = *new Processing;
-    return theProcessing;
-}
+Processing* gProcessing = nullptr;
 
 /** Keeps the last core that the process may use busy. */
 class BusyCore {
@@ -100,121 +127,127 @@ private:
     std::thread mThread;
 };
 
-/** The wait alone, by the wall clock like the engine's. Returns how long it took. */
-nanoseconds bareWait() {
-    static uint32_t word = 0;
+template <typename FUNC>
+nanoseconds timeOf(FUNC func) {
     const auto start = Clock::now();
+    func();
+    return Clock::now() - start;
+}
+
+/** The wait alone, by the wall clock like the engine's. */
+void bareWait() {
+    static uint32_t word = 0;
     const nanoseconds deadline = std::chrono::system_clock::now().time_since_epoch() + kLimit;
     const timespec until{static_cast<time_t>(deadline.count() / 1'000'000'000),
                          static_cast<long>(deadline.count() % 1'000'000'000)};
     syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE | FUTEX_CLOCK_REALTIME, 0, &until, nullptr,
             FUTEX_BITSET_MATCH_ANY);
-    return Clock::now() - start;
 }
 
-/** By how much calls outlasted the limit. */
-struct Excess {
-    std::vector<double> nanoseconds;
+/** By how much calls exceeded the limit, in nanoseconds. */
+class Excess {
+public:
+    void add(nanoseconds duration) {
+        mValues.push_back(static_cast<double>((duration - kLimit).count()));
+    }
+    size_t count() const { return mValues.size(); }
+    /** Reports percentiles: the smallest value that so many of all do not exceed. */
+    void report(benchmark::State& state, const std::string& name) {
+        if (mValues.empty()) {
+            state.SkipWithError("no frame expired");
+            return;
+        }
+        std::sort(mValues.begin(), mValues.end());
+        for (const char* percent : {"50", "90", "99", "99.9", "99.99", "100"}) {
+            const double share = std::atof(percent) / 100;
+            const double rank = std::ceil(share * static_cast<double>(mValues.size()));
+            state.counters[name + " " + percent] =
+                mValues[static_cast<size_t>(std::max(rank, 1.0)) - 1];
+        }
+    }
 
-    void add(std::chrono::nanoseconds duration) {
-        nanoseconds.push_back(static_cast<double>((duration - kLimit).count()));
-    }
-    /** The smallest value that `share` of all do not exceed; after sorting. */
-    double percentile(double share) const {
-        const double rank = std::ceil(share * static_cast<double>(nanoseconds.size()));
-        return nanoseconds[static_cast<size_t>(std::max(rank, 1.0)) - 1];
-    }
+private:
+    std::vector<double> mValues;
 };
 
-struct Outcome {
-    Excess expired;      /**< Of the frames that expired. */
-    Excess bare;         /**< Of the bare waits, one after each expired frame. */
-    double longest = 0;  /**< Of all frames, also of those whose result came in time. */
-    uint64_t frames = 0; /**< Processed by the library. */
-};
-
-Outcome measure() {
+std::unique_ptr<AisrEngine> startEngine() {
     bench::EngineConfig config;
     config.abortMs = config.overloadMs = kAbortMs;
-    const auto engine = bench::startEngine(config);
+    return bench::startEngine(config);
+}
+
+void longTailed(benchmark::State& state) {
+    const BusyCore busy;
+    Processing processing;
+    gProcessing = &processing;
+    const auto engine = startEngine();
     std::mt19937_64 random(20'000);
     std::uniform_real_distribution<double> uniform(1e-9, 1.0);
-    Outcome outcome;
-    for (uint64_t i = 0; i < kFrames; ++i) {
+    Excess expired;
+    Excess bare;
+    Excess all;  // Also of the frames whose result came in time.
+    uint64_t frames = 0;
+    for (auto _ : state) {
         const double ms = kParetoScaleMs / std::pow(uniform(random), 1 / kParetoShape);
-        processing().take(nanoseconds(static_cast<int64_t>(ms * 1e6)));
-        Aisr::BufferInfo info = bench::frame(1 + i / kFramesPerStream);
+        processing.take(nanoseconds(static_cast<int64_t>(ms * 1e6)));
+        Aisr::BufferInfo info = bench::frame(1 + frames++ / kFramesPerStream);
         const uint64_t warnings = bench::warnings();
-        const auto start = Clock::now();
-        engine->enhance(info);
-        const nanoseconds duration = Clock::now() - start;
-        outcome.longest =
-            std::max(outcome.longest, static_cast<double>((duration - kLimit).count()));
+        const nanoseconds duration = timeOf([&] { engine->enhance(info); });
+        all.add(duration);
         if (bench::warnings() == warnings) {
             continue;
         }
-        outcome.expired.add(duration);
-        outcome.bare.add(bareWait());
-        if (outcome.expired.nanoseconds.size() % kLeaveBusyEvery != 0 || i + 1 == kFrames) {
-            processing().stop(i + 1);
+        expired.add(duration);
+        bare.add(timeOf(&bareWait));
+        if (expired.count() % kLeaveBusyEvery != 0 || frames == kFrames) {
+            processing.stop(frames);
         }
     }
-    for (Excess* excess : {&outcome.expired, &outcome.bare}) {
-        std::sort(excess->nanoseconds.begin(), excess->nanoseconds.end());
+    if (processing.processed() != kFrames) {
+        state.SkipWithError("a frame was refused");
     }
-    outcome.frames = gNothingProcessed;
-    return outcome;
+    expired.report(state, "expired");
+    bare.report(state, "bare");
+    all.report(state, "all");
+    state.counters["expired"] = static_cast<double>(expired.count());
 }
+BENCHMARK(longTailed)->Iterations(kFrames)->Repetitions(1)->UseRealTime();
 
-bench::Row compare(const std::string& what, double engine, double bare) {
-    bench::Row row;
-    row.what = what;
-    row.figure = bench::formatTime(engine);
-    row.beside = "bare timed wait " + bench::formatTime(bare);
-    row.ratio = bench::formatRatio(engine / bare);
-    row.wanted = "at most " + bench::formatRatio(kWanted);
-    row.verdict = engine <= kWanted * bare ? bench::Verdict::kMet : bench::Verdict::kMissed;
-    return row;
-}
-
-bench::Table tableOf(const Outcome& outcome) {
-    bench::Table table{"A call of `AisrEngine::enhance` beyond the abort limit", {}, {}};
-    const struct {
-        const char* what;
-        double share;
-    } percentiles[] = {{"expired frame, median", 0.5},
-                       {"expired frame, 99 %", 0.99},
-                       {"expired frame, 99.9 %", 0.999},
-                       {"expired frame, 99.99 %", 0.9999}};
-    for (const auto& [what, share] : percentiles) {
-        table.rows.push_back(
-            compare(what, outcome.expired.percentile(share), outcome.bare.percentile(share)));
+/** The frame expires while onAppStop() is inside the deinit entry, which waits for its caller. */
+void duringDeinit(benchmark::State& state) {
+    const BusyCore busy;
+    Processing processing;
+    gProcessing = &processing;
+    const auto engine = startEngine();
+    Excess expired;
+    Excess bare;
+    uint64_t frames = 0;
+    for (auto _ : state) {
+        processing.holdDeinit();
+        std::thread stopping([&] { engine->onAppStop(); });
+        processing.waitForDeinit();
+        Aisr::BufferInfo info = bench::frame(++frames);
+        const uint64_t warnings = bench::warnings();
+        expired.add(timeOf([&] { engine->enhance(info); }));
+        const bool isExpired = bench::warnings() != warnings;
+        bare.add(timeOf(&bareWait));
+        processing.stop(frames);
+        stopping.join();
+        if (!isExpired) {
+            state.SkipWithError("a frame did not expire");
+            break;
+        }
     }
-    table.rows.push_back(
-        compare("any frame, longest", outcome.longest, outcome.bare.percentile(1)));
-
-    bench::Row all;
-    all.what = "frames that the library got";
-    all.figure = std::to_string(outcome.frames);
-    all.wanted = "all " + std::to_string(kFrames);
-    all.verdict = outcome.frames == kFrames ? bench::Verdict::kMet : bench::Verdict::kFailed;
-    table.rows.push_back(all);
-    table.notes = {std::to_string(kFrames) +
-                   " frames whose processing times follow a Pareto distribution with the abort "
-                   "limit, " +
-                   std::to_string(kAbortMs) +
-                   " ms, as its median, beside a thread that keeps one core busy; " +
-                   std::to_string(outcome.expired.nanoseconds.size()) +
-                   " of them expired, each followed by a bare wait of the same length. A frame "
-                   "whose result came in time counts by when its caller got to run again."};
-    return table;
+    expired.report(state, "expired");
+    bare.report(state, "bare");
 }
+BENCHMARK(duringDeinit)->Iterations(kHolds)->Repetitions(1)->UseRealTime();
 
 }  // namespace
 
 int main(int argc, char** argv) {
     bench::setUpService();
-    gNothingWork = [] { processing().process(); };
-    const BusyCore busy;
-    return bench::deliver(tableOf(measure()), argc, argv);
+    gNothingWork = [] { gProcessing->process(); };
+    gNothingDeinitWork = [] { gProcessing->deinit(); };
+    return bench::run(argc, argv);
 }

@@ -1,23 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the engine adds to a frame: the whole way through AisrEngine::enhance(), with a processing
-// library that does nothing and the logs off, against the least that handing it to another thread
-// and waiting for it costs, and against calling the library's entries directly.
+// The time of a frame through AisrEngine::enhance(), with a processing library that does nothing
+// and the logs off, beside the least that handing it to another thread and waiting for it costs,
+// and beside direct calls of the library's entries.
 //
-// The floor is two threads and two words in memory. The caller sets one word and wakes the worker;
-// the worker calls the same two entries, sets the other word and wakes the caller. Each thread
-// sleeps in the kernel until its word is set, so a frame takes as many wake-ups and switches as the
-// engine's. It cannot do with fewer, since it must not spin beside a decoder. The bare floor has no
-// queue, no clock, no lock and no allocation, its futexes are private to the process, and it would
-// wait for ever. The timed floor is the same with a time limit to both waits, as the engine has
-// one. The standard one hands a task over and waits for its future, as the engine does, by the
-// standard library's means and with nothing around: before the worker gets to wake the caller, it
-// has called the kernel twice for nobody, once for the mutex that it took again in the condition's
-// wait, and once in the promise.
+// The bare hand-off is two threads and two words in memory. The caller sets one word and wakes the
+// worker; the worker calls the same two entries, sets the other word and wakes the caller. Both
+// sleep in the kernel until their word is set, since neither may spin beside a decoder, so a frame
+// takes as many wake-ups and context switches as the engine's. There is no queue, no clock, no lock
+// and no allocation, and the futexes are private to the process.
 //
-// Everything is measured in two places, with the same affinities for engine and floor. On two
-// cores, caller and worker have one each, as on a machine with room for both: most of the time is
-// the waking of an idle core. On one core, both are pinned to the same one: a hand-off is a switch
-// between threads, and what the engine does itself weighs most.
+// The timed hand-off is the same with a time limit on both waits, as the engine has one. The task
+// hand-off submits a packaged task to a queue and waits for its future, as the engine does, and
+// does nothing else. It makes two system calls more than the bare one: one for the mutex that the
+// worker takes back in its condition wait, and one in the promise.
+//
+// Each is measured in two places, with the same affinities. On two cores, caller and worker have
+// one each, and most of the time is the waking of an idle core. On one core, both are pinned to the
+// same one: a hand-off is a context switch, and the engine's own work weighs most.
 #include <benchmark/benchmark.h>
 #include <linux/futex.h>
 #include <sys/resource.h>
@@ -35,8 +34,8 @@
 
 #include "nothing/NothingProcess.h"
 #include "support/Affinity.h"
-#include "support/Comparison.h"
 #include "support/EngineSetup.h"
+#include "support/Process.h"
 
 namespace {
 
@@ -70,14 +69,14 @@ private:
 static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
 
 /** What the engine calls for a frame. */
-void processFrame() {
+int processFrame() {
     static void* context;
     char list[24] = {};
     benchmark::DoNotOptimize(AisrSetParam(&context, 2, list, sizeof(list)));
-    benchmark::DoNotOptimize(AisrProcess(&context));
+    return AisrProcess(&context);
 }
 
-/** The floor's worker and its two words. */
+/** A worker and two words. */
 class FutexHandOff {
 public:
     explicit FutexHandOff(bool isTimed)
@@ -118,16 +117,18 @@ class TaskHandOff {
 public:
     TaskHandOff() : mWorker([this] { work(); }) {}
     ~TaskHandOff() {
-        submit([this] { return mIsAlive = false, 0; });
+        submit([this] {
+            mIsAlive = false;
+            return 0;
+        });
         mWorker.join();
     }
     TaskHandOff(const TaskHandOff&) = delete;
     TaskHandOff& operator=(const TaskHandOff&) = delete;
 
     void frame() {
-        submit([] {
-            return processFrame(), 0;
-        }).wait_until(std::chrono::system_clock::now() + kLimit);
+        const std::future<int> result = submit(&processFrame);
+        result.wait_until(std::chrono::system_clock::now() + kLimit);
     }
 
 private:
@@ -199,13 +200,19 @@ void engine(benchmark::State& state, Place place) {
     Aisr::BufferInfo info = bench::frame(1);
     measure(state, [&] { engine->enhance(info); });
 }
+BENCHMARK_CAPTURE(engine, twoCores, Place::kTwoCores)->UseRealTime();
+BENCHMARK_CAPTURE(engine, oneCore, Place::kOneCore)->UseRealTime();
 
-void floor(benchmark::State& state, Place place, bool isTimed) {
+void bare(benchmark::State& state, Place place, bool isTimed) {
     Affinity affinity(place);
     FutexHandOff handOff(isTimed);
     affinity.callerGoes();
     measure(state, [&] { handOff.frame(); });
 }
+BENCHMARK_CAPTURE(bare, twoCores, Place::kTwoCores, false)->UseRealTime();
+BENCHMARK_CAPTURE(bare, twoCoresTimed, Place::kTwoCores, true)->UseRealTime();
+BENCHMARK_CAPTURE(bare, oneCore, Place::kOneCore, false)->UseRealTime();
+BENCHMARK_CAPTURE(bare, oneCoreTimed, Place::kOneCore, true)->UseRealTime();
 
 void tasks(benchmark::State& state, Place place) {
     Affinity affinity(place);
@@ -213,52 +220,17 @@ void tasks(benchmark::State& state, Place place) {
     affinity.callerGoes();
     measure(state, [&] { handOff.frame(); });
 }
+BENCHMARK_CAPTURE(tasks, twoCores, Place::kTwoCores)->UseRealTime();
+BENCHMARK_CAPTURE(tasks, oneCore, Place::kOneCore)->UseRealTime();
 
 void direct(benchmark::State& state) {
     measure(state, &processFrame);
 }
-
-void registerBenchmarks() {
-    using benchmark::RegisterBenchmark;
-    const auto add = [](const char* name, Place place, auto measurement) {
-        RegisterBenchmark(name, [=](benchmark::State& state) {
-            measurement(state, place);
-        })->UseRealTime();
-    };
-    const auto bare = [](auto& state, Place place) { floor(state, place, false); };
-    const auto timed = [](auto& state, Place place) { floor(state, place, true); };
-    add("engineTwoCores", Place::kTwoCores, &engine);
-    add("bareTwoCores", Place::kTwoCores, bare);
-    add("tasksTwoCores", Place::kTwoCores, &tasks);
-    add("engineOneCore", Place::kOneCore, &engine);
-    add("bareOneCore", Place::kOneCore, bare);
-    add("tasksOneCore", Place::kOneCore, &tasks);
-    add("timedOneCore", Place::kOneCore, timed);
-    RegisterBenchmark("direct", &direct)->UseRealTime();
-}
+BENCHMARK(direct)->UseRealTime();
 
 }  // namespace
 
 int main(int argc, char** argv) {
     bench::setUpService();
-    registerBenchmarks();
-    using Wanted = bench::Comparison::Wanted;
-    return bench::runComparisons(
-        "A frame through `AisrEngine::enhance`",
-        {{"frame, two cores", "engineTwoCores", "bare futex hand-off", "bareTwoCores",
-          Wanted::kAtMost, 1.25},
-         {"frame, two cores", "engineTwoCores", "hand-off of a standard task", "tasksTwoCores",
-          Wanted::kAtMost, 1.25},
-         {"frame, one core", "engineOneCore", "futex hand-off with time limits", "timedOneCore",
-          Wanted::kAtMost, 1.25},
-         {"frame, one core", "engineOneCore", "hand-off of a standard task", "tasksOneCore",
-          Wanted::kAtMost, 1.25},
-         {"frame, one core", "engineOneCore", "bare futex hand-off", "bareOneCore"},
-         {"frame, one core", "engineOneCore", "the entries called directly", "direct"}},
-        {"The processing library does nothing, and the logs are off. A hand-off is two threads "
-         "that wake each other by futex and sleep until woken, there and back. That of a standard "
-         "task has the engine's queue of packaged tasks, mutex, condition variable and future, and "
-         "nothing else: what it takes more than the bare one is the standard library's. Engine and "
-         "hand-offs are pinned alike."},
-        argc, argv);
+    return bench::run(argc, argv);
 }

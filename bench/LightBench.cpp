@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The calls that are to cost next to nothing: the question before each frame, a frame that is
-// refused, and a log statement that is switched off.
+// Calls that have to cost next to nothing: the question before each frame, a frame that is refused,
+// and a log statement that is switched off.
 #include <benchmark/benchmark.h>
 
 #include <mutex>
@@ -8,8 +8,8 @@
 
 #include "client/DisplayEngineManager.h"
 #include "nothing/NothingProcess.h"
-#include "support/Comparison.h"
 #include "support/EngineSetup.h"
+#include "support/Process.h"
 
 #define LOG_TAG "bench"
 #include "common/Log.h"
@@ -52,6 +52,16 @@ void suppressed(benchmark::State& state) {
 }
 BENCHMARK(suppressed);
 
+void measureRefusals(benchmark::State& state, AisrEngine& engine, Aisr::BufferInfo info) {
+    const uint64_t processed = gNothingProcessed;
+    for (auto _ : state) {
+        engine.enhance(info);
+    }
+    if (gNothingProcessed != processed) {
+        state.SkipWithError("a frame was not refused");
+    }
+}
+
 /** Two slow frames latch the overload of their stream. */
 void overloaded(benchmark::State& state) {
     bench::EngineConfig config;
@@ -63,13 +73,7 @@ void overloaded(benchmark::State& state) {
     engine->enhance(info);
     engine->enhance(info);
     gNothingDelayMs = 0;
-    const uint64_t processed = gNothingProcessed;
-    for (auto _ : state) {
-        engine->enhance(info);
-    }
-    if (gNothingProcessed != processed) {
-        state.SkipWithError("a frame was not refused");
-    }
+    measureRefusals(state, *engine, info);
 }
 BENCHMARK(overloaded);
 
@@ -84,13 +88,7 @@ void unhealthy(benchmark::State& state) {
     for (int i = 0; i <= config.monitorMaxFps; ++i) {
         engine->enhance(info);
     }
-    const uint64_t processed = gNothingProcessed;
-    for (auto _ : state) {
-        engine->enhance(info);
-    }
-    if (gNothingProcessed != processed) {
-        state.SkipWithError("a frame was not refused");
-    }
+    measureRefusals(state, *engine, info);
 }
 BENCHMARK(unhealthy);
 
@@ -100,16 +98,10 @@ void busy(benchmark::State& state) {
     config.abortMs = config.overloadMs = 2;
     const auto engine = bench::startEngine(config);
     Aisr::BufferInfo info = bench::frame(1);
-    const uint64_t processed = gNothingProcessed;
     gNothingDelayMs = INT32_MAX;
     engine->enhance(info);
     engine->enhance(info);
-    for (auto _ : state) {
-        engine->enhance(info);
-    }
-    if (gNothingProcessed != processed) {
-        state.SkipWithError("a frame was not refused");
-    }
+    measureRefusals(state, *engine, info);
     gNothingDelayMs = 0;
 }
 BENCHMARK(busy);
@@ -118,16 +110,6 @@ BENCHMARK(busy);
 
 int main(int argc, char** argv) {
     bench::setUpService();
-    std::thread([] {}).join();  // a process with threads: its locks are atomic operations
-    using Wanted = bench::Comparison::Wanted;
-    return bench::runComparisons(
-        "Calls that cost next to nothing",
-        {{"`needVideoEnhance()`", "need", "atomic load in another library", "load", Wanted::kAtMost,
-          2.0},
-         {"a frame refused for overload", "overloaded", "mutex lock and unlock", "lockUnlock"},
-         {"a frame refused as unhealthy", "unhealthy", "mutex lock and unlock", "lockUnlock"},
-         {"a frame refused as the worker is busy, with its warning", "busy",
-          "mutex lock and unlock", "lockUnlock"},
-         {"a suppressed log statement", "suppressed", "mutex lock and unlock", "lockUnlock"}},
-        {}, argc, argv);
+    std::thread([] {}).join();  // A process with threads: its locks are atomic operations.
+    return bench::run(argc, argv);
 }

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// A two-way transaction between two processes, beside the least that two processes need to exchange
-// the same bytes, and beside another bus that connects two processes directly.
+// A two-way transaction between two processes, beside the same bytes over a bare pair of sockets
+// that keep messages whole, and beside sd-bus, which also connects two processes directly.
 //
-// Each way has a server process of its own, which is this program started once more. The bare
-// exchange sends as many bytes each way as the transaction's two frames have. All is measured in
-// two places, alike for all three ways. On two cores, client and server have one each, and most of
-// the time is the waking of an idle core. On one core, both have the same, and what the two
-// processes and the kernel do for a call weighs most.
+// The server of each is another process, which is this program started once more. All three are
+// measured in two places. On two cores, client and server have one each, and most of the time is
+// the waking of an idle core. On one core, both share it, and what the two processes and the kernel
+// do for a call weighs most. How many calls several threads make together is measured without
+// pinning, beside as many bare pairs.
 #include <benchmark/benchmark.h>
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
@@ -16,18 +16,14 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "aidl/UnsupportedService.h"
-#include "client/ServiceConnection.h"
-#include "platform/src/Frame.h"
 #include "support/Affinity.h"
-#include "support/Comparison.h"
-#include "support/Peer.h"
-#include "support/RuntimeDirectory.h"
+#include "support/Process.h"
 
 namespace {
 
@@ -37,10 +33,13 @@ using android::String16;
 using android::binder::Status;
 using bench::Affinity;
 using bench::Place;
+using bench::require;
 using com::tivora::displayengine::IDisplayEngineService;
 
 constexpr int32_t kFeature = 20;
-constexpr const char* kServiceName = "DisplayEngineService";
+constexpr size_t kHeaderSize = 32;  // What tells a call's object, code, flags and sizes.
+constexpr const char* kPinnedService = "DisplayEngineService.pinned";
+constexpr const char* kService = "DisplayEngineService";
 constexpr const char* kBusPath = "/service";
 constexpr const char* kBusInterface = "com.tivora.displayengine.IDisplayEngineService";
 constexpr const char* kBusMethod = "getSupported";
@@ -48,14 +47,6 @@ constexpr const char* kBusMethod = "getSupported";
 /** Answers with the question, so that each way can be checked. */
 int32_t answerTo(int32_t feature) {
     return feature + 1;
-}
-
-/** Ends the process with the reason unless `isGood`. */
-void require(bool isGood, const char* what) {
-    if (!isGood) {
-        std::fprintf(stderr, "%s failed\n", what);
-        std::exit(2);
-    }
 }
 
 class Service : public com::tivora::displayengine::UnsupportedService {
@@ -66,33 +57,33 @@ public:
     }
 };
 
-// The sizes of the two frames.
+// The sizes of the two messages.
 
 size_t requestSize() {
     Parcel parcel;
     parcel.writeInterfaceToken(IDisplayEngineService::descriptor);
     parcel.writeInt32(kFeature);
-    return sizeof(android::transport::FrameHeader) + parcel.dataSize();
+    return kHeaderSize + parcel.dataSize();
 }
 
 size_t replySize() {
     Parcel parcel;
     Status::ok().writeToParcel(&parcel);
     parcel.writeInt32(answerTo(kFeature));
-    return sizeof(android::transport::FrameHeader) + parcel.dataSize();
+    return kHeaderSize + parcel.dataSize();
 }
 
 bool exchange(int socket, void* out, size_t outSize, void* in, size_t inSize) {
     return ::send(socket, out, outSize, MSG_NOSIGNAL) == static_cast<ssize_t>(outSize) &&
-           ::recv(socket, in, inSize, MSG_WAITALL) == static_cast<ssize_t>(inSize);
+           ::recv(socket, in, inSize, 0) == static_cast<ssize_t>(inSize);
 }
 
 // The servers.
 
-[[noreturn]] void serveBinder() {
-    const android::status_t status =
-        android::defaultServiceManager()->addService(String16(kServiceName), new Service);
-    require(status == android::OK, "registering the service");
+[[noreturn]] void serveBinder(const char* name) {
+    require(
+        android::defaultServiceManager()->addService(String16(name), new Service) == android::OK,
+        "registering the service");
     android::ProcessState::self()->startThreadPool();
     android::IPCThreadState::self()->joinThreadPool();
     std::abort();
@@ -101,7 +92,7 @@ bool exchange(int socket, void* out, size_t outSize, void* in, size_t inSize) {
 [[noreturn]] void serveBytes() {
     std::string request(requestSize(), '\0');
     std::string reply(replySize(), '\0');
-    require(::recv(STDIN_FILENO, request.data(), request.size(), MSG_WAITALL) > 0, "receiving");
+    require(::recv(STDIN_FILENO, request.data(), request.size(), 0) > 0, "receiving");
     while (exchange(STDIN_FILENO, reply.data(), reply.size(), request.data(), request.size())) {
     }
     std::exit(0);
@@ -141,11 +132,12 @@ int onBusCall(sd_bus_message* call, void* /*data*/, sd_bus_error* /*error*/) {
 /** A server with a socket to it. */
 class Connected {
 public:
-    explicit Connected(const char* role) {
+    Connected(const char* role, int type) {
         int ends[2];
-        require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "socketpair");
+        require(::socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) == 0, "socketpair");
         mSocket = ends[0];
-        mPeer = std::make_unique<bench::Peer>(std::vector<std::string>{role}, ends[1]);
+        mPeer = std::make_unique<bench::Peer>(bench::thisProgram(), std::vector<std::string>{role},
+                                              ends[1]);
         ::close(ends[1]);
     }
     ~Connected() { ::close(mSocket); }
@@ -159,7 +151,14 @@ private:
     std::unique_ptr<bench::Peer> mPeer;
 };
 
-void call(benchmark::State& state, IDisplayEngineService& service) {
+sp<IDisplayEngineService> lookUp(const char* name) {
+    const sp<IDisplayEngineService> service = IDisplayEngineService::asInterface(
+        android::defaultServiceManager()->getService(String16(name)));
+    require(service != nullptr, "looking the service up");
+    return service;
+}
+
+void measureCalls(benchmark::State& state, IDisplayEngineService& service) {
     for (auto _ : state) {
         int32_t result = 0;
         if (!service.getSupported(kFeature, &result).isOk() || result != answerTo(kFeature)) {
@@ -171,18 +170,22 @@ void call(benchmark::State& state, IDisplayEngineService& service) {
 
 void transaction(benchmark::State& state, Place place) {
     Affinity affinity(place);
-    static const sp<IDisplayEngineService> service = getDisplayEngineService();
-    require(service != nullptr, "looking the service up");
+    static const sp<IDisplayEngineService> service = lookUp(kPinnedService);
     affinity.callerGoes();
-    call(state, *service);
+    measureCalls(state, *service);
 }
+BENCHMARK_CAPTURE(transaction, twoCores, Place::kTwoCores)->UseRealTime();
+BENCHMARK_CAPTURE(transaction, oneCore, Place::kOneCore)->UseRealTime();
 
-void bytes(benchmark::State& state, Place place) {
-    Affinity affinity(place);
-    static const Connected server("--serve-bytes");
+void transactions(benchmark::State& state) {
+    static const sp<IDisplayEngineService> service = lookUp(kService);
+    measureCalls(state, *service);
+}
+BENCHMARK(transactions)->ThreadRange(1, 8)->UseRealTime();
+
+void measureExchanges(benchmark::State& state, const Connected& server) {
     std::string request(requestSize(), '\0');
     std::string reply(replySize(), '\0');
-    affinity.callerGoes();
     for (auto _ : state) {
         if (!exchange(server.socket(), request.data(), request.size(), reply.data(),
                       reply.size())) {
@@ -192,8 +195,22 @@ void bytes(benchmark::State& state, Place place) {
     }
 }
 
+void bytes(benchmark::State& state, Place place) {
+    Affinity affinity(place);
+    static const Connected server("--serve-bytes", SOCK_SEQPACKET);
+    affinity.callerGoes();
+    measureExchanges(state, server);
+}
+BENCHMARK_CAPTURE(bytes, twoCores, Place::kTwoCores)->UseRealTime();
+BENCHMARK_CAPTURE(bytes, oneCore, Place::kOneCore)->UseRealTime();
+
+void bytesOfThreads(benchmark::State& state) {
+    measureExchanges(state, Connected("--serve-bytes", SOCK_SEQPACKET));
+}
+BENCHMARK(bytesOfThreads)->ThreadRange(1, 8)->UseRealTime();
+
 sd_bus* connectBus() {
-    static const Connected server("--serve-bus");
+    static const Connected server("--serve-bus", SOCK_STREAM);
     sd_bus* bus = nullptr;
     require(sd_bus_new(&bus) >= 0 && sd_bus_set_fd(bus, server.socket(), server.socket()) >= 0 &&
                 sd_bus_set_anonymous(bus, 1) >= 0 && sd_bus_start(bus) >= 0,
@@ -219,82 +236,24 @@ void busCall(benchmark::State& state, Place place) {
         }
     }
 }
-
-/** The service of the process itself, as the service manager hands it out. */
-void localCall(benchmark::State& state) {
-    static const sp<IDisplayEngineService> service = [] {
-        const String16 name("DisplayEngineService.local");
-        require(android::defaultServiceManager()->addService(name, new Service) == android::OK,
-                "registering the local service");
-        return IDisplayEngineService::asInterface(
-            android::defaultServiceManager()->checkService(name));
-    }();
-    call(state, *service);
-}
-BENCHMARK(localCall);
-
-/** The peer of a local call: the same work behind a plain virtual function. */
-class Virtual {
-public:
-    virtual ~Virtual() = default;
-    virtual Status getSupported(int32_t feature, int32_t* result) {
-        *result = answerTo(feature);
-        return Status::ok();
-    }
-};
-
-void virtualCall(benchmark::State& state) {
-    Virtual object;
-    Virtual* callee = &object;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(callee);
-        int32_t result = 0;
-        benchmark::DoNotOptimize(callee->getSupported(kFeature, &result).isOk());
-        benchmark::DoNotOptimize(result);
-    }
-}
-BENCHMARK(virtualCall);
-
-void registerBenchmarks(const std::string& suffix, Place place) {
-    const auto add = [&](const char* name, void (*measurement)(benchmark::State&, Place)) {
-        benchmark::RegisterBenchmark((name + suffix).c_str(), measurement, place)->UseRealTime();
-    };
-    add("transaction", &transaction);
-    add("bytes", &bytes);
-    add("busCall", &busCall);
-}
+BENCHMARK_CAPTURE(busCall, twoCores, Place::kTwoCores)->UseRealTime();
+BENCHMARK_CAPTURE(busCall, oneCore, Place::kOneCore)->UseRealTime();
 
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::string role = argc > 1 ? argv[1] : "";
     if (role == "--serve-binder") {
-        serveBinder();
+        serveBinder(argv[2]);
     } else if (role == "--serve-bytes") {
         serveBytes();
     } else if (role == "--serve-bus") {
         serveBus();
     }
     bench::useRuntimeDirectory();
-    {
-        const Affinity server(Place::kOneCore);
-        static const bench::Peer service({"--serve-binder"});
-    }
-    registerBenchmarks("TwoCores", Place::kTwoCores);
-    registerBenchmarks("OneCore", Place::kOneCore);
-    using Wanted = bench::Comparison::Wanted;
-    const char* const kSocket = "the same bytes over a bare socket";
-    const char* const kBus = "sd-bus, directly connected";
-    return bench::runComparisons(
-        "A two-way transaction, `getSupported`",
-        {{"processes on two cores", "transactionTwoCores", kSocket, "bytesTwoCores"},
-         {"processes on two cores", "transactionTwoCores", kBus, "busCallTwoCores", Wanted::kLess,
-          1.0},
-         {"sd-bus on two cores", "busCallTwoCores", kSocket, "bytesTwoCores"},
-         {"processes on one core", "transactionOneCore", kSocket, "bytesOneCore"},
-         {"processes on one core", "transactionOneCore", kBus, "busCallOneCore", Wanted::kLess,
-          1.0},
-         {"sd-bus on one core", "busCallOneCore", kSocket, "bytesOneCore"},
-         {"within the process", "localCall", "virtual call", "virtualCall"}},
-        {}, argc, argv);
+    const bench::Peer service(bench::thisProgram(), {"--serve-binder", kService});
+    std::optional<Affinity> affinity(Place::kOneCore);
+    const bench::Peer pinned(bench::thisProgram(), {"--serve-binder", kPinnedService});
+    affinity.reset();
+    return bench::run(argc, argv);
 }

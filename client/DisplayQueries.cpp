@@ -5,19 +5,24 @@
 #include <binder/Status.h>
 #include <utils/String16.h>
 
+#include <utility>
 #include <vector>
 
+#include "aidl/CallStatus.h"
 #include "client/DisplayEngineManager.h"
 #include "client/ServiceConnection.h"
 #include "common/DisplayEngineCleanCommon.h"
 #include "common/Log.h"
+#include "common/NoThrow.h"
 
 // A failed call leaves its result variable alone, so each is preset to what a failure answers. Some
 // methods look at the status as well; the others rely on the preset alone.
 
 using android::sp;
 using android::String16;
+using android::binder::Status;
 using android::os::PersistableBundle;
+using com::tivora::displayengine::callStatus;
 using com::tivora::displayengine::IDisplayEngineCallback;
 using com::tivora::displayengine::IDisplayEngineService;
 
@@ -71,22 +76,28 @@ int DisplayEngineManager::displayengineSetBrightness(int level) {
 }
 
 int DisplayEngineManager::getPanelName(std::string& name) {
-    std::vector<uint8_t> buffer(kPanelNameSize, 0);
-    int32_t result = -1;
     const sp<IDisplayEngineService> service = getDisplayEngineService();
     if (service == nullptr) {
         DE_LOGE("service is nullptr!");
         return -1;
     }
-    static_cast<void>(service->getEffect(IDisplayEngineService::DE_FEATURE_PANEL_NAME, 0, &buffer,
-                                         kPanelNameSize, &result));
+    // The status does not count, only the result does.
+    std::string answered;
+    const int32_t result = noThrow(-1, [&] {
+        std::vector<uint8_t> buffer(kPanelNameSize, 0);
+        int32_t answer = -1;
+        static_cast<void>(service->getEffect(IDisplayEngineService::DE_FEATURE_PANEL_NAME, 0,
+                                             &buffer, kPanelNameSize, &answer));
+        answered.assign(buffer.begin(), buffer.end());
+        return answer;
+    });
     if (result != 0) {
         // Log readers search for this spelling.
         DE_LOGE("getPanelName() failded ret= %d", result);
         return result;
     }
-    name.assign(buffer.begin(), buffer.end());
-    DisplayEngineCleanCommon::trim(name);
+    DisplayEngineCleanCommon::trim(answered);
+    name = std::move(answered);
     return result;
 }
 
@@ -134,12 +145,15 @@ int DisplayEngineManager::getFoldingCompensationAlpha() {
         DE_LOGE("Failed to get displayengineserver binder!");
         return kAlphaFailure;
     }
-    std::vector<uint8_t> buffer(kAlphaSize, 0);
+    std::vector<uint8_t> buffer;
     int32_t result = 0;
-    if (!service
-             ->getEffect(IDisplayEngineService::DE_FEATURE_FOLDINGCOMPENSATION,
-                         IDisplayEngineService::DE_DATA_TYPE_ALPHA, &buffer, kAlphaSize, &result)
-             .isOk()) {
+    const Status status = callStatus([&] {
+        buffer.assign(kAlphaSize, 0);
+        return service->getEffect(IDisplayEngineService::DE_FEATURE_FOLDINGCOMPENSATION,
+                                  IDisplayEngineService::DE_DATA_TYPE_ALPHA, &buffer, kAlphaSize,
+                                  &result);
+    });
+    if (!status.isOk()) {
         DE_LOGE("Failed to getEffect(DE_FEATURE_FOLDINGCOMPENSATION, DE_DATA_TYPE_ALPHA)");
         return kAlphaFailure;
     }
@@ -164,13 +178,15 @@ int DisplayEngineManager::getLocalHBMSupport() {
         DE_LOGE("Failed to get displayengineserver binder!");
         return 0;
     }
-    std::vector<uint8_t> buffer(kLocalHbmSize, 0);
+    std::vector<uint8_t> buffer;
     int32_t result = 0;
-    if (!service
-             ->getEffect(IDisplayEngineService::DE_FEATURE_LOCAL_HBM,
-                         IDisplayEngineService::DE_DATA_TYPE_LOCAL_HBM, &buffer, kLocalHbmSize,
-                         &result)
-             .isOk()) {
+    const Status status = callStatus([&] {
+        buffer.assign(kLocalHbmSize, 0);
+        return service->getEffect(IDisplayEngineService::DE_FEATURE_LOCAL_HBM,
+                                  IDisplayEngineService::DE_DATA_TYPE_LOCAL_HBM, &buffer,
+                                  kLocalHbmSize, &result);
+    });
+    if (!status.isOk()) {
         DE_LOGE("Displayengineserver binder failed!");
         return 0;
     }
@@ -197,10 +213,13 @@ int DisplayEngineManager::setFrameRate(const std::string& fps) {
         DE_LOGE("Failed to get displayengineserver binder!");
         return kSetterFailure;
     }
-    PersistableBundle data;
-    data.putString(String16("FPS"), String16(fps.c_str()));
     int32_t result = 0;
-    if (!service->setData(IDisplayEngineService::DE_DATA_TYPE_FRAMERATE, data, &result).isOk()) {
+    const Status status = callStatus([&] {
+        PersistableBundle data;
+        data.putString(String16("FPS"), String16(fps.c_str()));
+        return service->setData(IDisplayEngineService::DE_DATA_TYPE_FRAMERATE, data, &result);
+    });
+    if (!status.isOk()) {
         DE_LOGE("Failed to setData(DE_DATA_TYPE_FRAMERATE, %s)!", fps.c_str());
         return kSetterFailure;
     }

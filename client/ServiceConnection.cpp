@@ -5,15 +5,20 @@
 
 #include <binder/IServiceManager.h>
 #include <binder/PersistableBundle.h>
+#include <binder/Status.h>
 #include <utils/String16.h>
 
+#include "aidl/CallStatus.h"
 #include "common/Log.h"
+#include "common/NoThrow.h"
 
 using android::defaultServiceManager;
 using android::IBinder;
 using android::sp;
 using android::String16;
+using android::binder::Status;
 using android::os::PersistableBundle;
+using com::tivora::displayengine::callStatus;
 using com::tivora::displayengine::IDisplayEngineService;
 
 namespace {
@@ -24,7 +29,8 @@ constexpr int32_t kFailure = -22;
 }  // namespace
 
 sp<IDisplayEngineService> getDisplayEngineService() {
-    const sp<IBinder> binder = defaultServiceManager()->getService(String16(kServiceName));
+    const auto binder = noThrow(
+        sp<IBinder>(), [] { return defaultServiceManager()->getService(String16(kServiceName)); });
     if (binder == nullptr) {
         DE_LOGE("binder is nullptr!");
         return nullptr;
@@ -33,7 +39,9 @@ sp<IDisplayEngineService> getDisplayEngineService() {
 }
 
 sp<IDisplayEngineService> checkDisplayEngineService() {
-    const sp<IBinder> binder = defaultServiceManager()->checkService(String16(kServiceName));
+    const auto binder = noThrow(sp<IBinder>(), [] {
+        return defaultServiceManager()->checkService(String16(kServiceName));
+    });
     if (binder == nullptr) {
         DE_LOGE("binder is nullptr!");
         return nullptr;
@@ -52,11 +60,14 @@ int32_t setCwbForceEnable(int32_t enable) {
         DE_LOGE("input enable should be 1 or 0, but the real input value is %d", enable);
         return kFailure;
     }
-    PersistableBundle data;
-    data.putInt(String16("forceEnable"), enable);
-    int32_t result = 0;  // The service's own answer does not count.
-    if (!service->setData(IDisplayEngineService::DE_DATA_TYPE_CWB_FORCE_ENABLE, data, &result)
-             .isOk()) {
+    const Status status = callStatus([&] {
+        PersistableBundle data;
+        data.putInt(String16("forceEnable"), enable);
+        int32_t result = 0;  // The service's own answer does not count.
+        return service->setData(IDisplayEngineService::DE_DATA_TYPE_CWB_FORCE_ENABLE, data,
+                                &result);
+    });
+    if (!status.isOk()) {
         DE_LOGE("Failed to setData(DE_DATA_TYPE_CWB_FORCE_ENABLE, %d)!", enable);
         return kFailure;
     }

@@ -4,6 +4,7 @@
 #include "client/VideoEngine.h"
 
 #include <binder/Status.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <thread>
@@ -12,6 +13,7 @@
 #include "aisr/Milliseconds.h"
 #include "client/ServiceConnection.h"
 #include "common/Log.h"
+#include "common/NoThrow.h"
 
 using android::sp;
 using android::binder::Status;
@@ -30,22 +32,37 @@ constexpr std::chrono::milliseconds kExitPoll{1};
 
 /**
  * Keeps the engine while an operation uses it that may be under way when the process exits: an
- * event, a report of the client, the determination of the validity. Frames do without.
+ * event or a report of the client. Frames are counted by the engine itself.
  *
- * Count first and look at the mark second, while the destructor sets the mark first and looks at
- * the count second: one of the two sees the other.
+ * It looks at the closed mark, counts and looks again, while the destructor sets the mark and then
+ * looks at the count: one of the two sees the other, and once the mark is set the count can only
+ * fall.
  */
-class VideoEngine::Visit {
+class VideoEngine::OperationInFlight {
 public:
-    explicit Visit(VideoEngine& engine) : mEngine(engine) { ++mEngine.mVisitCount; }
-    ~Visit() { --mEngine.mVisitCount; }
-    Visit(const Visit&) = delete;
-    Visit& operator=(const Visit&) = delete;
+    explicit OperationInFlight(VideoEngine& engine) : mEngine(engine) {
+        if (mEngine.mIsClosed) {
+            return;
+        }
+        ++mEngine.mInFlightCount;
+        mIsAdmitted = !mEngine.mIsClosed;
+        if (!mIsAdmitted) {
+            --mEngine.mInFlightCount;
+        }
+    }
+    ~OperationInFlight() {
+        if (mIsAdmitted) {
+            --mEngine.mInFlightCount;
+        }
+    }
+    OperationInFlight(const OperationInFlight&) = delete;
+    OperationInFlight& operator=(const OperationInFlight&) = delete;
 
-    bool isAllowed() const { return !mEngine.mIsClosed; }
+    bool isAdmitted() const { return mIsAdmitted; }
 
 private:
     VideoEngine& mEngine;
+    bool mIsAdmitted = false;
 };
 
 VideoEngine& VideoEngine::get() {
@@ -56,19 +73,33 @@ VideoEngine& VideoEngine::get() {
 }
 
 VideoEngine::~VideoEngine() {
-    {
-        const DeMutexLock lock(mAisrMutex);
-        mIsClosed = true;
-        mAisrValid = kInvalid;
+    AisrEngine* const engine = close();
+    if (engine == nullptr) {
+        return;
     }
-    // The longest visits wait for the frame in processing, or for the processing library to
+    // The longest operations wait for the frame in processing, or for the processing library to
     // initialise; its entries therefore must not call exit. The wait polls, because a condition
-    // variable would have to outlive this object: the last visitor still touches it after the
+    // variable would have to outlive this object: the last operation still touches it after the
     // count is down.
-    while (mVisitCount != 0) {
+    while (mInFlightCount != 0) {
         std::this_thread::sleep_for(kExitPoll);
     }
-    mAisrEngine.reset();
+    // In place: frames may still be offered, and find an engine that is not initialised.
+    engine->~AisrEngine();
+}
+
+AisrEngine* VideoEngine::close() {
+    // The child of a fork has the parent's engine without its worker, and mutexes that a thread of
+    // the parent may have held; the registration is the parent's as well.
+    if (mProcess != getpid()) {
+        mIsClosed = true;
+        mAisrValid = kInvalid;
+        return nullptr;
+    }
+    const DeMutexLock lock(mOutcomeMutex);
+    mIsClosed = true;
+    mAisrValid = kInvalid;
+    return mAisrEngine;
 }
 
 bool VideoEngine::isAisrProcessorSupported() {
@@ -95,36 +126,47 @@ bool VideoEngine::isAisrValid() {
         return valid == kValid;
     }
 
-    const Visit visit(*this);
-    if (!visit.isAllowed()) {
-        return false;
-    }
+    mProcess = getpid();
     // A caller that waited here while another one settled the validity asks the service again all
     // the same, and finds the engine in place.
     const DeMutexLock lock(mAisrMutex);
-    if (!visit.isAllowed()) {
+    if (mIsClosed) {
         return false;
     }
-    if (!isAisrProcessorSupported()) {
+    if (!noThrow(false, isAisrProcessorSupported)) {
         DE_LOGW("AisrProcessor is NOT supported!");
-        mAisrValid.store(kInvalid, std::memory_order_release);
-        return false;
+        return settle(kInvalid, nullptr);
     }
     DE_LOGD("AisrProcessor is supported.");
+    std::unique_ptr<AisrEngine> created;
     if (mAisrEngine == nullptr) {
-        DE_LOGD("Start to load AISR......");
-        auto created = std::make_unique<AisrEngine>();
-        if (!created->initialize()) {
-            DE_LOGW("AisrEngine initialize() failed!");
-            created.reset();
-            mAisrValid.store(kInvalid, std::memory_order_release);
-            return false;
+        if (mIsClosed) {
+            return false;  // The exit began while the service was asked.
         }
-        mAisrEngine = std::move(created);
+        DE_LOGD("Start to load AISR......");
+        created =
+            noThrow(std::unique_ptr<AisrEngine>(), [] { return std::make_unique<AisrEngine>(); });
+        const bool isInitialized =
+            created != nullptr && noThrow(false, [&] { return created->initialize(); });
+        if (!isInitialized) {
+            DE_LOGW("AisrEngine initialize() failed!");
+            return settle(kInvalid, nullptr);
+        }
     }
     DE_LOGD("Load AISR successfully.");
-    mAisrValid.store(kValid, std::memory_order_release);
-    return true;
+    return settle(kValid, std::move(created));
+}
+
+bool VideoEngine::settle(int32_t outcome, std::unique_ptr<AisrEngine> created) {
+    const DeMutexLock lock(mOutcomeMutex);
+    if (mIsClosed) {
+        return false;  // `created` comes too late, and is destroyed after the mutex is let go of.
+    }
+    if (created != nullptr) {
+        mAisrEngine = created.release();
+    }
+    mAisrValid.store(outcome, std::memory_order_release);
+    return outcome == kValid;
 }
 
 bool VideoEngine::isSupported() {
@@ -142,20 +184,32 @@ bool VideoEngine::needEnhance() {
 
 void VideoEngine::enhance(Aisr::BufferInfo& info) {
     if (hasEngine()) {
-        engine().enhance(info);
+        noThrow(false, [&] {
+            engine().enhance(info);
+            return true;
+        });
     }
 }
 
 bool VideoEngine::getAppConfig() {
-    const Visit visit(*this);
-    return visit.isAllowed() && isAisrValid() && engine().getAppConfig();
+    if (!hasEngine()) {
+        return false;
+    }
+    const OperationInFlight inFlight(*this);
+    return inFlight.isAdmitted() && engine().getAppConfig();
 }
 
 template <typename OPERATION>
 void VideoEngine::withEngine(OPERATION operation) {
-    const Visit visit(*this);
-    if (visit.isAllowed() && isAisrValid()) {
-        operation(engine());
+    if (!hasEngine()) {
+        return;
+    }
+    const OperationInFlight inFlight(*this);
+    if (inFlight.isAdmitted()) {
+        noThrow(false, [&] {
+            operation(engine());
+            return true;
+        });
     }
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -18,9 +20,10 @@
  * calls. The outcome holds until the process exits: without a valid engine every later call returns
  * false or does nothing, at the cost of one atomic load.
  *
- * Any thread may call any operation, also while the process exits: a call that comes after the
- * engine was released does nothing. Only frames are the client's to stop: it lets no needEnhance()
- * or enhance() run when it calls exit.
+ * Any thread may call any operation, also while the process exits: the exit waits for operations on
+ * the engine that are under way, and later ones do nothing. It does not wait for a first call that
+ * the service has not answered yet; no engine comes of that one any more. In the child of a fork
+ * the engine remains the parent's, and the child's exit leaves it alone.
  */
 class DE_EXPORT VideoEngine {
 public:
@@ -30,7 +33,7 @@ public:
     /** Asks the service whether enhancement is supported; false when it cannot be asked. */
     static bool isAisrProcessorSupported();
 
-    /** Releases the engine, once the operations under way have finished. */
+    /** Ends the engine, once the operations under way have finished. */
     virtual ~VideoEngine();
     VideoEngine(const VideoEngine&) = delete;
     VideoEngine& operator=(const VideoEngine&) = delete;
@@ -62,28 +65,40 @@ public:
     void enhance(Aisr::BufferInfo& info);
 
 private:
-    class DE_HIDDEN Visit;
+    class DE_HIDDEN OperationInFlight;
 
     constexpr VideoEngine() = default;
 
-    // The engine, without the mutex: it is stored before the validity is published as valid, and
-    // stays until the destructor. REQUIRES: isAisrValid() has returned true.
-    DE_HIDDEN AisrEngine& engine() DE_NO_THREAD_SAFETY_ANALYSIS { return *mAisrEngine; }
+    /** REQUIRES: the validity was seen as valid; the engine is stored before that. */
+    DE_HIDDEN AisrEngine& engine() { return *mAisrEngine.load(std::memory_order_relaxed); }
 
-    // isAisrValid() for what every frame asks: its short way, once the validity is known.
+    /** isAisrValid(), at the cost of one atomic load once the validity is known. */
     DE_HIDDEN bool hasEngine() DE_EXCLUDES(mAisrMutex);
+
+    /** Stores the outcome of a determination, and its engine if it made one, unless closed. */
+    DE_HIDDEN bool settle(int32_t outcome, std::unique_ptr<AisrEngine> created)
+        DE_EXCLUDES(mOutcomeMutex);
+
+    /** Makes later calls do nothing. The engine that is this process's to end, or null. */
+    DE_HIDDEN AisrEngine* close() DE_EXCLUDES(mOutcomeMutex);
 
     /** Runs `operation` on the engine, if there is one, and keeps the engine meanwhile. */
     template <typename OPERATION>
     DE_HIDDEN void withEngine(OPERATION operation);
 
-    // Atomic, published with release order after the engine is stored.
+    // Calls may come after the destructor, so no member has anything to destroy.
+
     std::atomic<int32_t> mAisrValid{0}; /**< kUndetermined, kValid or kInvalid. */
     DeMutex mAisrMutex;                 /**< Held while the validity is being determined. */
-    std::unique_ptr<AisrEngine> mAisrEngine DE_GUARDED_BY(mAisrMutex);
+    /** Owned. Stored once; its storage stays for calls that come while the process exits. */
+    std::atomic<AisrEngine*> mAisrEngine{nullptr};
 
-    // Exit. These two and mAisrValid are read by calls that come after the destructor: they lie in
-    // static storage and have nothing to destroy.
-    std::atomic<bool> mIsClosed{false};
-    std::atomic<int32_t> mVisitCount{0};
+    std::atomic<bool> mIsClosed{false};     /**< The process exits. */
+    std::atomic<int32_t> mInFlightCount{0}; /**< Operations on the engine, frames excepted. */
+    std::atomic<pid_t> mProcess{0};         /**< The process that determined the validity. */
+    /**
+     * Held for moments, to store an outcome or the closed mark. The exit takes this one and never
+     * mAisrMutex, whose holder may be waiting for a service that never answers.
+     */
+    DeMutex mOutcomeMutex DE_ACQUIRED_AFTER(mAisrMutex);
 };

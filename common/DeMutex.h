@@ -21,17 +21,24 @@
 /** Exempts a function from the rules. A comment beside it says why they do not apply there. */
 #define DE_NO_THREAD_SAFETY_ANALYSIS DE_THREAD_ANNOTATION(no_thread_safety_analysis)
 
-/** A std::mutex, in size and cost, that the rules above can name. DeMutexLock takes it. */
+/**
+ * A std::mutex, in size and cost, that the rules above can name. DeMutexLock takes it. It is never
+ * destroyed, since threads may still be about to take it while the process exits; a mutex needs no
+ * destruction on the platforms there are.
+ */
 class DE_THREAD_ANNOTATION(capability("mutex")) DeMutex {
 public:
-    constexpr DeMutex() = default;
+    constexpr DeMutex() : mMutex() {}
+    ~DeMutex() {}
     DeMutex(const DeMutex&) = delete;
     DeMutex& operator=(const DeMutex&) = delete;
 
 private:
     friend class DeMutexLock;
 
-    std::mutex mMutex;
+    union {
+        std::mutex mMutex;
+    };
 };
 
 /** Holds a mutex until the end of the scope: a std::unique_lock, in size and cost. */

@@ -9,7 +9,7 @@
 
 /**
  * @file
- * The process-wide log switches and what text needs everywhere.
+ * The process-wide log switches, and string utilities for the modules of the process.
  */
 
 namespace android {
@@ -37,11 +37,13 @@ namespace DisplayEngineCleanCommon {
  */
 DE_EXPORT void initLogSwitch();
 
-// String utilities. Any thread may call them, and none looks at the locale.
+// String utilities. Any thread may call them, and none depends on the locale. Without memory for a
+// result, split() appends nothing and string16ToString() answers an empty string.
 
 /**
  * Appends the fields of `str` between the occurrences of `sep` to `out`, which keeps what it holds:
- * at least one field, empty ones included. `sep` should not be empty; then `str` is one field.
+ * at least one field, empty ones included. With an empty `sep`, all of `str` is one field. `str`
+ * may be an element of `out`.
  */
 DE_EXPORT void split(const std::string& str, const std::string& sep, std::vector<std::string>& out);
 

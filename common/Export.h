@@ -7,5 +7,5 @@
  */
 #define DE_EXPORT __attribute__((visibility("default")))
 
-/** Marks a member of an exported class that is none of its operations. */
+/** Hides a member of an exported class: one that only the library itself calls. */
 #define DE_HIDDEN __attribute__((visibility("hidden")))

@@ -8,9 +8,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
+#include <string_view>
+#include <utility>
 
 #include "common/DisplayEngineCleanCommon.h"
 #include "common/Log.h"
+#include "common/NoThrow.h"
 
 // Nothing here depends on the process's locale. Bytes are compared unsigned, since plain char is
 // signed on some machines.
@@ -28,15 +32,18 @@ bool isTrailingBlank(unsigned char byte) {
 }
 
 /** Digits with at most one full stop, and at most a hyphen-minus in front. */
-bool isPlainNumber(const std::string& str) {
-    const std::string unsignedPart = str.substr(str.compare(0, 1, "-") == 0 ? 1 : 0);
-    return unsignedPart.find_first_not_of("0123456789.") == std::string::npos &&
+bool isPlainNumber(std::string_view str) {
+    const std::string_view unsignedPart = str.substr(str.compare(0, 1, "-") == 0 ? 1 : 0);
+    return unsignedPart.find_first_not_of("0123456789.") == std::string_view::npos &&
            std::count(unsignedPart.begin(), unsignedPart.end(), '.') <= 1;
 }
 
 /** False when `str` holds no digit or lies outside the float range. */
 bool parseFloat(const std::string& str, float* value) {
     static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
+    if (plain == nullptr) {
+        return false;
+    }
     char* end = nullptr;
     errno = 0;
     *value = strtof_l(str.c_str(), &end, plain);
@@ -47,13 +54,21 @@ bool parseFloat(const std::string& str, float* value) {
 
 void DisplayEngineCleanCommon::split(const std::string& str, const std::string& sep,
                                      std::vector<std::string>& out) {
-    // An empty separator occurs nowhere.
-    size_t start = 0;
-    for (size_t found = 0; !sep.empty() && (found = str.find(sep, start)) != std::string::npos;
-         start = found + sep.size()) {
-        out.push_back(str.substr(start, found - start));
-    }
-    out.push_back(str.substr(start));
+    // `str` may be one of the strings in `out`, so the fields are collected first.
+    noThrow(false, [&] {
+        std::vector<std::string> fields;
+        size_t start = 0;
+        size_t found = sep.empty() ? std::string::npos : str.find(sep);
+        while (found != std::string::npos) {
+            fields.push_back(str.substr(start, found - start));
+            start = found + sep.size();
+            found = str.find(sep, start);
+        }
+        fields.push_back(str.substr(start));
+        out.reserve(out.size() + fields.size());
+        std::move(fields.begin(), fields.end(), std::back_inserter(out));
+        return true;
+    });
 }
 
 int DisplayEngineCleanCommon::stringToInt(const std::string& str) {
@@ -84,9 +99,11 @@ void DisplayEngineCleanCommon::trim(std::string& str) {
 }
 
 std::string DisplayEngineCleanCommon::string16ToString(const android::String16& s16) {
-    std::string narrow;
-    for (size_t i = 0; i < s16.size(); ++i) {
-        narrow.push_back(static_cast<char>(s16.string()[i] & 0xFF));
-    }
-    return narrow;
+    return noThrow(std::string(), [&] {
+        std::string narrow;
+        for (size_t i = 0; i < s16.size(); ++i) {
+            narrow.push_back(static_cast<char>(s16.string()[i] & 0xFF));
+        }
+        return narrow;
+    });
 }

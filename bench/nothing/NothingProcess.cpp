@@ -9,6 +9,17 @@
 std::atomic<uint64_t> gNothingProcessed{0};
 std::atomic<int32_t> gNothingDelayMs{0};
 std::atomic<void (*)()> gNothingWork{nullptr};
+std::atomic<void (*)()> gNothingDeinitWork{nullptr};
+
+namespace {
+
+void call(const std::atomic<void (*)()>& function) {
+    if (void (*const work)() = function.load(std::memory_order_acquire); work != nullptr) {
+        work();
+    }
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -19,6 +30,7 @@ NOTHING_ENTRY int32_t AisrInit(void** context) {
 }
 
 NOTHING_ENTRY int32_t AisrDeinit(void** context) {
+    call(gNothingDeinitWork);
     *context = nullptr;
     return 0;
 }
@@ -29,9 +41,7 @@ NOTHING_ENTRY int32_t AisrProcess(void** /*context*/) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         ++waited;
     }
-    if (void (*const work)() = gNothingWork.load(std::memory_order_acquire); work != nullptr) {
-        work();
-    }
+    call(gNothingWork);
     gNothingProcessed.store(gNothingProcessed.load(std::memory_order_relaxed) + 1,
                             std::memory_order_release);
     return 0;

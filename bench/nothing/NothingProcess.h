@@ -12,6 +12,8 @@ extern NOTHING_ENTRY std::atomic<uint64_t> gNothingProcessed;
 extern NOTHING_ENTRY std::atomic<int32_t> gNothingDelayMs;
 /** Called for each frame, unless it is null, for other times than whole milliseconds. */
 extern NOTHING_ENTRY std::atomic<void (*)()> gNothingWork;
+/** Called by the deinit entry, unless it is null. */
+extern NOTHING_ENTRY std::atomic<void (*)()> gNothingDeinitWork;
 
 // The entries that a frame goes through.
 extern "C" {

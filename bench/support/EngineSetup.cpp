@@ -6,14 +6,12 @@
 #include <utils/String16.h>
 
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <mutex>
 #include <vector>
 
 #include "aidl/UnsupportedService.h"
 #include "common/DisplayEngineCleanCommon.h"
-#include "support/RuntimeDirectory.h"
+#include "support/Process.h"
 
 namespace bench {
 
@@ -76,11 +74,6 @@ void countWarning(const __android_log_message* message) {
     }
 }
 
-[[noreturn]] void giveUp(const char* reason) {
-    std::fprintf(stderr, "%s\n", reason);
-    std::exit(2);
-}
-
 }  // namespace
 
 void setUpService() {
@@ -88,10 +81,9 @@ void setUpService() {
     __android_log_set_logger(&countWarning);
     g_delogdEnable = g_delogiEnable = g_delogvEnable = false;
     configure({});
-    if (android::defaultServiceManager()->addService(android::String16("DisplayEngineService"),
-                                                     &service()) != android::OK) {
-        giveUp("the measurement's own service could not be registered");
-    }
+    require(android::defaultServiceManager()->addService(android::String16("DisplayEngineService"),
+                                                         &service()) == android::OK,
+            "registering the measurement's own service");
 }
 
 void configure(const EngineConfig& config) {
@@ -101,13 +93,9 @@ void configure(const EngineConfig& config) {
 std::unique_ptr<AisrEngine> startEngine(const EngineConfig& config) {
     configure(config);
     auto engine = std::make_unique<AisrEngine>();
-    if (!engine->initialize()) {
-        giveUp("the engine could not be initialised");
-    }
+    require(engine->initialize(), "initialising the engine");
     engine->onAppStart();
-    if (!engine->isReady()) {
-        giveUp("the engine's worker could not be started");
-    }
+    require(engine->isReady(), "starting the engine's worker");
     return engine;
 }
 

@@ -10,9 +10,7 @@
 #include <new>
 
 #include "ProcessSession.h"
-#include "aisr/AisrBuffer.h"
-
-#define AISR_ENTRY extern "C" __attribute__((visibility("default"))) int32_t
+#include "common/AisrProcess.h"
 
 #ifdef AISR_CONTROLLED
 // The controlled build asks the program that loads it before every entry: a status other than
@@ -70,7 +68,7 @@ ProcessSession* sessionOf(void** context) {
 
 #ifndef AISR_OMIT_INIT
 /** Makes the session and keeps it in the context slot; fatal when there is one already. */
-AISR_ENTRY AisrInit(void** context) {
+AISR_ENTRY int32_t AisrInit(void** context) {
     AISR_ASK_PROGRAM(context, 0, nullptr, 0);
     if (context == nullptr || *context != nullptr) {
         return AISR_ERR_FATAL;
@@ -91,7 +89,7 @@ AISR_ENTRY AisrInit(void** context) {
 #ifndef AISR_OMIT_DEINIT
 /** Ends the session; the slot is empty afterwards. Not while a process or set-parameter call runs.
  */
-AISR_ENTRY AisrDeinit(void** context) {
+AISR_ENTRY int32_t AisrDeinit(void** context) {
     AISR_ASK_PROGRAM(context, 0, nullptr, 0);
     ProcessSession* session = sessionOf(context);
     if (session == nullptr) {
@@ -108,7 +106,7 @@ AISR_ENTRY AisrDeinit(void** context) {
 
 #ifndef AISR_OMIT_PROCESS
 /** Sharpens the frames of the last buffer list in place. */
-AISR_ENTRY AisrProcess(void** context) {
+AISR_ENTRY int32_t AisrProcess(void** context) {
     AISR_ASK_PROGRAM(context, 0, nullptr, 0);
     ProcessSession* session = sessionOf(context);
     if (session == nullptr) {
@@ -132,7 +130,7 @@ AISR_ENTRY AisrProcess(void** context) {
 
 #ifndef AISR_OMIT_DOCLEAN
 /** Drops what was submitted and not yet processed. */
-AISR_ENTRY AisrDoClean(void** context) {
+AISR_ENTRY int32_t AisrDoClean(void** context) {
     AISR_ASK_PROGRAM(context, 0, nullptr, 0);
     ProcessSession* session = sessionOf(context);
     if (session == nullptr) {
@@ -145,7 +143,7 @@ AISR_ENTRY AisrDoClean(void** context) {
 
 #ifndef AISR_OMIT_GETPARAM
 /** Answers the log level; there is nothing else to ask for. */
-AISR_ENTRY AisrGetParam(void** context, int32_t tag, void* data, uint64_t size) {
+AISR_ENTRY int32_t AisrGetParam(void** context, int32_t tag, void* data, uint64_t size) {
     AISR_ASK_PROGRAM(context, tag, data, size);
     static_cast<void>(context);
     if (tag != AISR_TAG_SET_LOG_LEVEL || data == nullptr || size != sizeof(int32_t)) {
@@ -161,7 +159,7 @@ AISR_ENTRY AisrGetParam(void** context, int32_t tag, void* data, uint64_t size) 
  * The log level is taken at any time, frames and cancels only within a session. A cancel may come
  * while the process entry runs on another thread.
  */
-AISR_ENTRY AisrSetParam(void** context, int32_t tag, const void* data, uint64_t size) {
+AISR_ENTRY int32_t AisrSetParam(void** context, int32_t tag, const void* data, uint64_t size) {
     AISR_ASK_PROGRAM(context, tag, data, size);
     if (data == nullptr) {
         return AISR_ERR_FATAL;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "LumaSharpener.h"
-#include "aisr/AisrBuffer.h"
+#include "common/AisrProcess.h"
 #include "common/DeMutex.h"
 
 /**

@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <string>
+#include <cstring>
 
 #include "UniqueFd.h"
 
@@ -33,33 +33,17 @@ struct FlatBuffer {
     uint32_t fdCount;
     uint32_t unusedIntegerCount;
     uint32_t usageHigh;
-
-    uint64_t usage() const { return (uint64_t{usageHigh} << 32) | usageLow; }
 };
-static_assert(sizeof(FlatBuffer) == 13 * sizeof(uint32_t), "the flat form has no gaps");
 
-/** Bits that one pixel takes, 0 for a format that is not supported. */
-uint32_t bitsPerPixel(PixelFormat format) {
-    switch (format) {
-        case PIXEL_FORMAT_RGBA_8888:
-        case PIXEL_FORMAT_RGBX_8888:
-        case PIXEL_FORMAT_BGRA_8888:
-            return 32;
-        case PIXEL_FORMAT_RGB_565:
-            return 16;
-        case HAL_PIXEL_FORMAT_YCRCB_420_SP:
-        case HAL_PIXEL_FORMAT_YCBCR_420_888:
-            return 12;
-        default:
-            return 0;
-    }
-}
-
-/** 0, which no image has, for a width beyond every limit. */
-uint32_t alignedStride(uint32_t width) {
-    return width <= kMaxDimension
-               ? (width + kStrideAlignment - 1) / kStrideAlignment * kStrideAlignment
-               : 0;
+/**
+ * New memory of `bytes`, or -1. It is sealed, so that no process can cut it away under another one
+ * that has mapped it.
+ */
+int makeMemory(size_t bytes) {
+    transport::UniqueFd fd(memfd_create("GraphicBuffer", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    const bool made = fd.ok() && ftruncate(fd.get(), static_cast<off_t>(bytes)) == 0 &&
+                      fcntl(fd.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) == 0;
+    return made ? fd.release() : -1;
 }
 
 /**
@@ -75,73 +59,53 @@ bool isSharedMemory(int fd, size_t bytes) {
 
 }  // namespace
 
-GraphicBuffer::GraphicBuffer() = default;
-
 GraphicBuffer::GraphicBuffer(uint32_t width, uint32_t height, PixelFormat format,
-                             uint32_t layerCount, uint64_t usage,
-                             const std::string& requestorName) {
-    const Shape shape = {width, height, alignedStride(width), format, layerCount, usage};
-    size_t bytes = 0;
-    mInitCheck = memorySize(shape, &bytes) ? allocate(requestorName, bytes) : status_t{BAD_VALUE};
-    if (mInitCheck == OK) {
-        mShape = shape;
-    }
-}
-
-GraphicBuffer::~GraphicBuffer() {
-    release();
+                             uint32_t layerCount, uint64_t usage) {
+    // 0, which no image has, for a width beyond the limit.
+    const uint32_t stride = width <= kMaxDimension ? (width + kStrideAlignment - 1) /
+                                                         kStrideAlignment * kStrideAlignment
+                                                   : 0;
+    const Shape shape = {width, height, stride, format, layerCount, usage};
+    const size_t bytes = memorySize(shape);
+    mInitCheck = bytes > 0 ? adopt(makeMemory(bytes), shape) : status_t{BAD_VALUE};
 }
 
 void GraphicBuffer::release() {
     if (mAddress != nullptr) {
-        munmap(mAddress, mBytes);
-    }
-    if (mFd >= 0) {
+        munmap(mAddress, memorySize(mShape));
         close(mFd);
     }
     mShape = Shape();
     mFd = -1;
     mAddress = nullptr;
-    mBytes = 0;
     mInitCheck = NO_INIT;
 }
 
-/** Size of the memory that an image of `shape` needs; false for a shape that cannot be. */
-bool GraphicBuffer::memorySize(const Shape& shape, size_t* bytes) {
-    const uint32_t bits = bitsPerPixel(shape.format);
-    if (bits == 0 || shape.width == 0 || shape.height == 0 || shape.layerCount != 1 ||
-        shape.height > kMaxDimension || shape.stride > kMaxDimension ||
-        shape.stride < shape.width) {
-        return false;
+/** Bytes that an image of `shape` needs; 0 for a shape that cannot be. */
+size_t GraphicBuffer::memorySize(const Shape& shape) {
+    const bool subsampled = shape.format == HAL_PIXEL_FORMAT_YCRCB_420_SP;
+    if ((!subsampled && shape.format != PIXEL_FORMAT_RGBA_8888) || shape.width == 0 ||
+        shape.height == 0 || shape.height > kMaxDimension || shape.stride > kMaxDimension ||
+        shape.stride < shape.width || shape.layerCount != 1) {
+        return 0;
     }
     // Subsampled chroma takes whole rows: an odd height is rounded up. Nothing overflows 64 bits.
-    const uint64_t rows = bits == 12 ? (shape.height + 1u) / 2 * 2 : shape.height;
-    *bytes = static_cast<size_t>(rows * shape.stride * bits / 8);
-    return true;
-}
-
-status_t GraphicBuffer::allocate(const std::string& name, size_t bytes) {
-    constexpr size_t kLongestName = 200;
-    transport::UniqueFd fd(
-        memfd_create(name.substr(0, kLongestName).c_str(), MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    // Sealed, so that no process can cut the memory away under another one that has mapped it.
-    if (!fd.ok() || ftruncate(fd.get(), static_cast<off_t>(bytes)) != 0 ||
-        fcntl(fd.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
-        return NO_MEMORY;
-    }
-    return adopt(fd.release(), bytes);
+    const size_t rows = subsampled ? (shape.height + size_t{1}) / 2 * 2 : shape.height;
+    return rows * shape.stride * (subsampled ? 12 : 32) / 8;
 }
 
 /** Maps the memory behind `fd` and owns both from here on; closes `fd` when that fails. */
-status_t GraphicBuffer::adopt(int fd, size_t bytes) {
+status_t GraphicBuffer::adopt(int fd, const Shape& shape) {
     transport::UniqueFd owned(fd);
-    void* address = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, owned.get(), 0);
+    void* address =
+        mmap(nullptr, memorySize(shape), PROT_READ | PROT_WRITE, MAP_SHARED, owned.get(), 0);
     if (address == MAP_FAILED) {
         return NO_MEMORY;
     }
+    mShape = shape;
     mFd = owned.release();
     mAddress = address;
-    mBytes = bytes;
+    mInitCheck = OK;
     return OK;
 }
 
@@ -153,37 +117,25 @@ status_t GraphicBuffer::lock(uint32_t /*usage*/, void** address) {
     return OK;
 }
 
-status_t GraphicBuffer::unlock() {
-    return mAddress != nullptr ? OK : NO_INIT;
-}
-
-size_t GraphicBuffer::getFlattenedSize() const {
-    return sizeof(FlatBuffer);
-}
-
-size_t GraphicBuffer::getFdCount() const {
-    return mFd >= 0 ? 1 : 0;
-}
-
 status_t GraphicBuffer::flatten(void*& buffer, size_t& size, int*& fds, size_t& count) const {
-    const size_t fdCount = getFdCount();
-    if (size < sizeof(FlatBuffer) || count < fdCount) {
+    static_assert(sizeof(FlatBuffer) == kFlatWords * sizeof(uint32_t), "the flat form has no gaps");
+    if (size < sizeof(FlatBuffer) || count < getFdCount()) {
         return NO_MEMORY;
     }
-    const FlatBuffer flat = {kMagic,
-                             mShape.width,
-                             mShape.height,
-                             mShape.stride,
-                             mShape.format,
-                             mShape.layerCount,
-                             static_cast<uint32_t>(mShape.usage),
-                             {},
-                             0,
-                             static_cast<uint32_t>(fdCount),
-                             0,
-                             static_cast<uint32_t>(mShape.usage >> 32)};
-    FlattenableUtils::write(buffer, size, flat);
-    if (fdCount == 1) {
+    FlatBuffer flat{};
+    flat.magic = kMagic;
+    flat.width = mShape.width;
+    flat.height = mShape.height;
+    flat.stride = mShape.stride;
+    flat.format = mShape.format;
+    flat.layerCount = mShape.layerCount;
+    flat.usageLow = static_cast<uint32_t>(mShape.usage);
+    flat.fdCount = static_cast<uint32_t>(getFdCount());
+    flat.usageHigh = static_cast<uint32_t>(mShape.usage >> 32);
+    std::memcpy(buffer, &flat, sizeof flat);
+    buffer = static_cast<uint8_t*>(buffer) + sizeof flat;
+    size -= sizeof flat;
+    if (flat.fdCount == 1) {
         *fds++ = mFd;
         --count;
     }
@@ -197,7 +149,9 @@ status_t GraphicBuffer::unflatten(const void*& buffer, size_t& size, const int*&
         return NO_MEMORY;
     }
     FlatBuffer flat{};
-    FlattenableUtils::read(buffer, size, flat);
+    std::memcpy(&flat, buffer, sizeof flat);
+    buffer = static_cast<const uint8_t*>(buffer) + sizeof flat;
+    size -= sizeof flat;
     if (flat.magic != kMagic || flat.unusedIntegerCount != 0 || flat.fdCount > 1) {
         return BAD_VALUE;
     }
@@ -209,21 +163,14 @@ status_t GraphicBuffer::unflatten(const void*& buffer, size_t& size, const int*&
     }
     const int fd = *fds++;
     --count;
-
-    const Shape shape = {flat.width,  flat.height,     flat.stride,
-                         flat.format, flat.layerCount, flat.usage()};
-    size_t bytes = 0;
-    if (!memorySize(shape, &bytes) || !isSharedMemory(fd, bytes)) {
+    const Shape shape = {flat.width,      flat.height,
+                         flat.stride,     flat.format,
+                         flat.layerCount, uint64_t{flat.usageHigh} << 32 | flat.usageLow};
+    const size_t bytes = memorySize(shape);
+    if (bytes == 0 || !isSharedMemory(fd, bytes)) {
         return BAD_VALUE;
     }
-    const int duplicate = fcntl(fd, F_DUPFD_CLOEXEC, 0);
-    mInitCheck = duplicate >= 0 ? adopt(duplicate, bytes) : status_t{NO_MEMORY};
-    if (mInitCheck != OK) {
-        release();
-        return NO_MEMORY;
-    }
-    mShape = shape;
-    return OK;
+    return adopt(fcntl(fd, F_DUPFD_CLOEXEC, 0), shape);
 }
 
 }  // namespace android

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <string>
 
+#include "NoMemory.h"
+
 namespace {
 
 constexpr char kSystemLibraries[] = "/system/lib64/";
@@ -42,14 +44,7 @@ bool saysMissing(const std::string& text, const std::string& path) {
            text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-}  // namespace
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker chooses these names.
-extern "C" void* __wrap_dlopen(const char* name, int flags) {
-    tErrorPending = false;
-    if (name == nullptr) {
-        return dlopen(nullptr, flags);
-    }
+void* openLibrary(const char* name, int flags) {
     const std::string path = locate(name);
     void* handle = dlopen(path.c_str(), flags);
     if (handle == nullptr) {
@@ -59,8 +54,23 @@ extern "C" void* __wrap_dlopen(const char* name, int flags) {
         } else {
             std::snprintf(tError, sizeof tError, "%s", text != nullptr ? text : "dlopen failed");
         }
-        tErrorPending = true;
     }
+    return handle;
+}
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker chooses these names.
+extern "C" void* __wrap_dlopen(const char* name, int flags) {
+    void* handle = nullptr;
+    const android::status_t status = android::orNoMemory([&handle, name, flags] {
+        handle = name != nullptr ? openLibrary(name, flags) : dlopen(nullptr, flags);
+        return android::OK;
+    });
+    if (status != android::OK) {
+        std::snprintf(tError, sizeof tError, "dlopen failed: out of memory");
+    }
+    tErrorPending = handle == nullptr && name != nullptr;
     return handle;
 }
 

@@ -7,9 +7,12 @@
 #include <atomic>
 #include <cerrno>
 #include <clocale>
+#include <cstdarg>
 #include <cstdio>
 #include <ctime>
 #include <string>
+
+#include "NoMemory.h"
 
 namespace {
 
@@ -17,35 +20,29 @@ constexpr size_t kUsualLength = 1024;
 
 std::atomic<__android_logger_function> gLogger{__android_log_stderr_logger};
 
-/** Logging must not disturb the error number that its caller is about to look at. */
-class ErrnoKeeper {
+/**
+ * What a log call leaves as it was: the error number that its caller is about to look at, and the
+ * locale, which is "C" meanwhile as on the device, so that numbers always look the same.
+ */
+class Undisturbed {
 public:
-    ~ErrnoKeeper() { errno = mSaved; }
-
-private:
-    const int mSaved = errno;
-};
-
-/** The device knows no other locale: a number looks the same whatever the process has chosen. */
-class CLocale {
-public:
-    CLocale() : mPrevious(uselocale(plain())) {}
-    ~CLocale() { uselocale(mPrevious); }
+    ~Undisturbed() {
+        uselocale(mLocale);
+        errno = mErrno;
+    }
 
 private:
     static locale_t plain() {
         static const locale_t theLocale = newlocale(LC_ALL_MASK, "C", nullptr);
         return theLocale;
     }
-    const locale_t mPrevious;
+    const int mErrno = errno;
+    const locale_t mLocale = uselocale(plain());
 };
 
-char priorityLetter(int32_t priority) {
-    constexpr char kLetters[] = "??VDIWEFS";
-    return priority >= 0 && priority <= ANDROID_LOG_SILENT ? kLetters[priority] : '?';
-}
-
 std::string linePrefix(const __android_log_message& message) {
+    constexpr char kLetters[] = "??VDIWEFS";
+    const bool known = message.priority >= 0 && message.priority <= ANDROID_LOG_SILENT;
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     tm local{};
@@ -55,7 +52,7 @@ std::string linePrefix(const __android_log_message& message) {
     char text[96];
     std::snprintf(text, sizeof text, "%s.%03ld %5d %5ld %c ", date, now.tv_nsec / 1000000,
                   static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
-                  priorityLetter(message.priority));
+                  known ? kLetters[message.priority] : '?');
     return text;
 }
 
@@ -73,44 +70,34 @@ void writeAll(const std::string& line) {
 
 }  // namespace
 
-int __android_log_write(int priority, const char* tag, const char* text) {
-    const ErrnoKeeper keeper;
-    const __android_log_message message{sizeof message,
-                                        LOG_ID_MAIN,
-                                        priority,
-                                        tag != nullptr ? tag : "",
-                                        nullptr,
-                                        0,
-                                        text != nullptr ? text : ""};
-    gLogger.load(std::memory_order_acquire)(&message);
-    return 1;
-}
-
-int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments) {
-    const ErrnoKeeper keeper;
-    va_list again;
-    va_copy(again, arguments);
-    const CLocale locale;
-    char usual[kUsualLength];
-    const int length = std::vsnprintf(usual, sizeof usual, format, arguments);
-    int result = -EINVAL;
-    if (length >= 0 && static_cast<size_t>(length) < sizeof usual) {
-        result = __android_log_write(priority, tag, usual);
-    } else if (length >= 0) {
-        std::string text(static_cast<size_t>(length), '\0');
-        std::vsnprintf(text.data(), text.size() + 1, format, again);
-        result = __android_log_write(priority, tag, text.c_str());
-    }
-    va_end(again);
-    return result;
-}
-
 int __android_log_print(int priority, const char* tag, const char* format, ...) {
+    const Undisturbed undisturbed;
+    char usual[kUsualLength];
     va_list arguments;
     va_start(arguments, format);
-    const int result = __android_log_vprint(priority, tag, format, arguments);
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(usual, sizeof usual, format, arguments);
+    std::string whole;
+    if (length >= 0 && static_cast<size_t>(length) >= sizeof usual) {
+        android::orNoMemory([&] {
+            whole.resize(static_cast<size_t>(length));
+            std::vsnprintf(whole.data(), whole.size() + 1, format, again);
+            return android::OK;
+        });
+    }
+    va_end(again);
     va_end(arguments);
-    return result;
+    if (length < 0) {
+        return -EINVAL;
+    }
+    __android_log_message message{};
+    message.struct_size = sizeof message;
+    message.priority = priority;
+    message.tag = tag != nullptr ? tag : "";
+    message.message = whole.empty() ? usual : whole.c_str();
+    gLogger.load(std::memory_order_acquire)(&message);
+    return 1;
 }
 
 void __android_log_set_logger(__android_logger_function logger) {
@@ -124,10 +111,14 @@ void __android_log_stderr_logger(const __android_log_message* message) {
     if (fcntl(STDERR_FILENO, F_GETFD) != 0) {
         return;
     }
-    const std::string line = linePrefix(*message) + message->tag + ": " + message->message + "\n";
     // The stream's own lock: it lasts until the very end of the process, a child of fork finds it
     // free, and what the program itself prints there stays apart too.
-    flockfile(stderr);
-    writeAll(line);
-    funlockfile(stderr);
+    android::orNoMemory([message] {
+        const std::string line =
+            linePrefix(*message) + message->tag + ": " + message->message + "\n";
+        flockfile(stderr);
+        writeAll(line);
+        funlockfile(stderr);
+        return android::OK;
+    });
 }

@@ -4,8 +4,9 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <new>
 #include <utility>
+
+#include "NoMemory.h"
 
 namespace android {
 namespace {
@@ -20,12 +21,21 @@ constexpr size_t padded(size_t size) {
 
 }  // namespace
 
-Parcel::~Parcel() {
-    freeData();
+void Parcel::freeData() {
+    dropObjects(0, SIZE_MAX);
+    mData.clear();
+    mPosition = 0;
 }
 
 void Parcel::setDataPosition(size_t position) const {
     mPosition = std::min(position, mData.size());
+}
+
+status_t Parcel::resize(size_t size) {
+    return orNoMemory([this, size] {
+        mData.resize(size);
+        return OK;
+    });
 }
 
 status_t Parcel::setDataSize(size_t size) {
@@ -33,25 +43,10 @@ status_t Parcel::setDataSize(size_t size) {
         return BAD_VALUE;
     }
     dropObjects(size, SIZE_MAX);
-    try {
-        mData.resize(size);
-    } catch (const std::bad_alloc&) {
-        return NO_MEMORY;
-    }
+    const status_t status = resize(size);
     setDataPosition(mPosition);
-    return OK;
-}
-
-status_t Parcel::setData(const uint8_t* bytes, size_t size) {
-    freeData();
-    const status_t status = setDataSize(size);
-    if (status == OK && size > 0) {
-        std::memcpy(mData.data(), bytes, size);
-    }
     return status;
 }
-
-void Parcel::markForBinder(const sp<IBinder>& /*binder*/) {}
 
 status_t Parcel::writeInterfaceToken(const String16& interface) {
     for (const int32_t value : {kStrictModeGatherPenalty, kNoWorkSource, kInterfaceHeader}) {
@@ -63,35 +58,26 @@ status_t Parcel::writeInterfaceToken(const String16& interface) {
     return writeString16(interface);
 }
 
-bool Parcel::enforceInterface(const String16& interface) const {
+bool Parcel::checkInterface(IBinder* binder) const {
     int32_t policy = 0;
     int32_t workSource = 0;
     int32_t header = 0;
-    if (readInt32(&policy) != OK || readInt32(&workSource) != OK || readInt32(&header) != OK ||
-        header != kInterfaceHeader) {
-        return false;
-    }
     String16 name;
-    return readString16(&name) == OK && name == interface;
-}
-
-bool Parcel::checkInterface(IBinder* binder) const {
-    return enforceInterface(binder->getInterfaceDescriptor());
+    return readInt32(&policy) == OK && readInt32(&workSource) == OK && readInt32(&header) == OK &&
+           header == kInterfaceHeader && readString16(&name) == OK &&
+           name == binder->getInterfaceDescriptor();
 }
 
 // Plain values -----------------------------------------------------------------------------------
 
+/** Room for `size` bytes, padded, at the position; null when there is none. */
 void* Parcel::writeInplace(size_t size) {
     if (size > INT32_MAX || padded(size) > INT32_MAX - mPosition) {
         return nullptr;
     }
     const size_t end = mPosition + padded(size);
     dropObjects(mPosition, end);
-    try {
-        if (end > mData.size()) {
-            mData.resize(end);
-        }
-    } catch (const std::bad_alloc&) {
+    if (end > mData.size() && resize(end) != OK) {
         return nullptr;
     }
     uint8_t* start = mData.data() + mPosition;
@@ -104,14 +90,18 @@ status_t Parcel::write(const void* bytes, size_t size) {
     if (size == 0) {
         return OK;
     }
+    if (size > INT32_MAX) {
+        return BAD_VALUE;  // also for a count, written before, that does not fit an int32
+    }
     void* target = writeInplace(size);
     if (target == nullptr) {
-        return size > INT32_MAX ? BAD_VALUE : NO_MEMORY;
+        return NO_MEMORY;
     }
     std::memcpy(target, bytes, size);
     return OK;
 }
 
+/** The next `size` bytes, padded, inside the parcel; null when they are not there. */
 const void* Parcel::readInplace(size_t size) const {
     if (size > dataAvail() || padded(size) > dataAvail()) {
         return nullptr;
@@ -133,6 +123,12 @@ status_t Parcel::read(void* bytes, size_t size) const {
     return OK;
 }
 
+int32_t Parcel::readInt32() const {
+    int32_t value = 0;
+    readInt32(&value);
+    return value;
+}
+
 status_t Parcel::readBool(bool* value) const {
     int32_t number = 0;
     const status_t status = readInt32(&number);
@@ -144,6 +140,7 @@ status_t Parcel::readBool(bool* value) const {
 
 // Strings and vectors ----------------------------------------------------------------------------
 
+/** Reads a count of elements and checks that so many can follow. */
 status_t Parcel::readCount(size_t elementSize, size_t* count) const {
     int32_t number = 0;
     const status_t status = readInt32(&number);
@@ -158,9 +155,6 @@ status_t Parcel::readCount(size_t elementSize, size_t* count) const {
 }
 
 status_t Parcel::writeString16(const String16& value) {
-    if (value.size() >= INT32_MAX / sizeof(char16_t)) {
-        return BAD_VALUE;
-    }
     const status_t status = writeInt32(static_cast<int32_t>(value.size()));
     return status == OK ? write(value.c_str(), (value.size() + 1) * sizeof(char16_t)) : status;
 }
@@ -171,56 +165,51 @@ status_t Parcel::readString16(String16* value) const {
     if (status != OK) {
         return status;
     }
-    const void* text = readInplace((units + 1) * sizeof(char16_t));
+    const auto* text = static_cast<const char16_t*>(readInplace((units + 1) * sizeof(char16_t)));
     if (text == nullptr) {
         return NOT_ENOUGH_DATA;
     }
-    const auto* characters = static_cast<const char16_t*>(text);
-    if (characters[units] != 0) {
+    if (text[units] != 0) {
         return BAD_VALUE;
     }
-    *value = String16(characters, units);
-    return OK;
+    return orNoMemory([value, text, units] {
+        *value = String16(text, units);
+        return OK;
+    });
 }
 
-status_t Parcel::writeBoolVector(const std::vector<bool>& value) {
-    // Each one takes an int32, as a single bool does.
-    return writeInt32Vector(std::vector<int32_t>(value.begin(), value.end()));
-}
-status_t Parcel::writeString16Vector(const std::vector<String16>& value) {
-    status_t status = value.size() <= INT32_MAX ? writeInt32(static_cast<int32_t>(value.size()))
-                                                : status_t{BAD_VALUE};
-    for (size_t i = 0; i < value.size() && status == OK; ++i) {
-        status = writeString16(value[i]);
-    }
-    return status;
+String16 Parcel::readString16() const {
+    String16 value;
+    readString16(&value);
+    return value;
 }
 
-status_t Parcel::readBoolVector(std::vector<bool>* value) const {
-    std::vector<int32_t> numbers;
-    const status_t status = readInt32Vector(&numbers);
-    if (status == OK) {
-        value->resize(numbers.size());
-        std::transform(numbers.begin(), numbers.end(), value->begin(),
-                       [](int32_t number) { return number != 0; });
-    }
-    return status;
+template <typename T>
+status_t Parcel::writeVector(const std::vector<T>& value) {
+    const status_t status = writeInt32(static_cast<int32_t>(value.size()));
+    return status == OK ? write(value.data(), value.size() * sizeof(T)) : status;
 }
-status_t Parcel::readString16Vector(std::vector<String16>* value) const {
-    constexpr size_t kSmallestString = 2 * sizeof(int32_t);
+
+template <typename T>
+status_t Parcel::readVector(std::vector<T>* value) const {
     size_t count = 0;
-    status_t status = readCount(kSmallestString, &count);
+    const status_t status = readCount(sizeof(T), &count);
     if (status != OK) {
         return status;
     }
-    std::vector<String16> result(count);
-    for (size_t i = 0; i < count && status == OK; ++i) {
-        status = readString16(&result[i]);
-    }
-    if (status == OK) {
-        *value = std::move(result);
-    }
-    return status;
+    return orNoMemory([this, value, count] {
+        std::vector<T> result(count);
+        const status_t read = this->read(result.data(), count * sizeof(T));
+        if (read == OK) {
+            value->swap(result);
+        }
+        return read;
+    });
 }
+
+template status_t Parcel::writeVector(const std::vector<uint8_t>& value);
+template status_t Parcel::writeVector(const std::vector<int32_t>& value);
+template status_t Parcel::readVector(std::vector<uint8_t>* value) const;
+template status_t Parcel::readVector(std::vector<int32_t>* value) const;
 
 }  // namespace android

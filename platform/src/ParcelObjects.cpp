@@ -10,10 +10,9 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <iterator>
-#include <new>
 #include <utility>
 
+#include "NoMemory.h"
 #include "UniqueFd.h"
 
 namespace android {
@@ -28,26 +27,28 @@ struct FlatObject {
 };
 static_assert(sizeof(FlatObject) == 24, "the placeholder's layout is published");
 
-constexpr uint32_t packType(char c1, char c2, char c3) {
-    return (static_cast<uint32_t>(c1) << 24) | (static_cast<uint32_t>(c2) << 16) |
-           (static_cast<uint32_t>(c3) << 8) | 0x85;
-}
-
-constexpr uint32_t kLocalBinder = packType('s', 'b', '*');
-constexpr uint32_t kRemoteBinder = packType('s', 'h', '*');
-constexpr uint32_t kDescriptor = packType('f', 'd', '*');
-constexpr uint32_t kFlags = 0x17f;  // any priority, descriptors accepted
-
-constexpr size_t kMaxDescriptors = 1024;
+constexpr uint32_t kLocalBinder = 0x73622a85;   // "sb*" and 0x85
+constexpr uint32_t kRemoteBinder = 0x73682a85;  // "sh*"
+constexpr uint32_t kDescriptor = 0x66642a85;    // "fd*"
+constexpr uint32_t kFlags = 0x17f;              // any priority, descriptors accepted
 
 bool isBinder(uint32_t type) {
     return type == kLocalBinder || type == kRemoteBinder;
 }
 
-void closeAll(const std::vector<ParcelObject>& objects) {
-    for (const ParcelObject& object : objects) {
-        if (object.fd >= 0) {
-            close(object.fd);
+using ObjectPlace = std::vector<ParcelObject>::const_iterator;
+
+/** The first object at `offset` or behind it. */
+ObjectPlace firstFrom(const std::vector<ParcelObject>& objects, size_t offset) {
+    return std::lower_bound(
+        objects.begin(), objects.end(), offset,
+        [](const ParcelObject& object, size_t wanted) { return object.offset < wanted; });
+}
+
+void closeAll(ObjectPlace first, ObjectPlace last) {
+    for (; first != last; ++first) {
+        if (first->fd >= 0) {
+            close(first->fd);
         }
     }
 }
@@ -69,19 +70,12 @@ bool isPlausible(const std::vector<ParcelObject>& objects, size_t size) {
 
 // The table of objects ---------------------------------------------------------------------------
 
-void Parcel::freeData() {
-    closeAll(mObjects);
-    mObjects.clear();
-    mData.clear();
-    mPosition = 0;
-}
-
 status_t Parcel::ipcSetData(std::vector<uint8_t> data, std::vector<ParcelObject> objects) {
     freeData();
     std::sort(objects.begin(), objects.end(),
               [](const ParcelObject& a, const ParcelObject& b) { return a.offset < b.offset; });
     if (data.size() > INT32_MAX || !isPlausible(objects, data.size())) {
-        closeAll(objects);
+        closeAll(objects.begin(), objects.end());
         return BAD_VALUE;
     }
     mData = std::move(data);
@@ -89,16 +83,12 @@ status_t Parcel::ipcSetData(std::vector<uint8_t> data, std::vector<ParcelObject>
     return OK;
 }
 
+/** Removes the objects whose placeholders share bytes with [begin, end). */
 void Parcel::dropObjects(size_t begin, size_t end) {
-    const auto first = std::find_if(mObjects.begin(), mObjects.end(), [begin](const auto& object) {
-        return object.offset + sizeof(FlatObject) > begin;
-    });
-    const auto last = std::find_if(
-        first, mObjects.end(), [end](const ParcelObject& object) { return object.offset >= end; });
-    std::vector<ParcelObject> dropped(std::make_move_iterator(first),
-                                      std::make_move_iterator(last));
+    const ObjectPlace first = firstFrom(mObjects, begin - std::min(begin, sizeof(FlatObject) - 1));
+    const ObjectPlace last = firstFrom(mObjects, end);
+    closeAll(first, last);
     mObjects.erase(first, last);
-    closeAll(dropped);
 }
 
 status_t Parcel::writeObject(uint32_t type, ParcelObject object) {
@@ -109,14 +99,13 @@ status_t Parcel::writeObject(uint32_t type, ParcelObject object) {
     if (status != OK) {
         return status;
     }
-    // A null binder needs no entry: there is nothing to carry.
-    if (!isNull) {
-        const auto place = std::upper_bound(
-            mObjects.begin(), mObjects.end(), object.offset,
-            [](size_t offset, const ParcelObject& other) { return offset < other.offset; });
-        mObjects.insert(place, std::move(object));
+    if (isNull) {
+        return OK;  // nothing to carry
     }
-    return OK;
+    return orNoMemory([this, &object] {
+        mObjects.insert(firstFrom(mObjects, object.offset), std::move(object));
+        return OK;
+    });
 }
 
 status_t Parcel::readObject(uint32_t* type, const ParcelObject** object) const {
@@ -131,9 +120,7 @@ status_t Parcel::readObject(uint32_t* type, const ParcelObject** object) const {
     if (isBinder(flat.type) && flat.handle == 0 && flat.cookie == 0) {
         return OK;
     }
-    const auto found = std::lower_bound(
-        mObjects.begin(), mObjects.end(), offset,
-        [](const ParcelObject& other, size_t wanted) { return other.offset < wanted; });
+    const ObjectPlace found = firstFrom(mObjects, offset);
     if (found == mObjects.end() || found->offset != offset) {
         return BAD_TYPE;
     }
@@ -176,11 +163,8 @@ status_t Parcel::readNullableStrongBinder(sp<IBinder>* value) const {
 status_t Parcel::readStrongBinder(sp<IBinder>* value) const {
     sp<IBinder> binder;
     const status_t status = readNullableStrongBinder(&binder);
-    if (status != OK) {
-        return status;
-    }
-    if (binder == nullptr) {
-        return UNEXPECTED_NULL;
+    if (status != OK || binder == nullptr) {
+        return status != OK ? status : status_t{UNEXPECTED_NULL};
     }
     *value = binder;
     return OK;
@@ -229,48 +213,40 @@ status_t Parcel::readParcelable(Parcelable* value) const {
     return present != 0 ? value->readFromParcel(this) : status_t{UNEXPECTED_NULL};
 }
 
-status_t Parcel::write(const FlattenableHelperInterface& value) {
-    const size_t size = value.getFlattenedSize();
-    const size_t count = value.getFdCount();
-    if (size > INT32_MAX || count > kMaxDescriptors) {
+/** Writes what stands before the descriptors; `bytes` is where flatten() is to write. */
+status_t Parcel::writeFlatHead(size_t size, size_t fdCount, void** bytes) {
+    if (size > INT32_MAX || fdCount > kMaxDescriptors) {
         return BAD_VALUE;
     }
-    void* bytes = nullptr;
     if (writeInt32(static_cast<int32_t>(size)) != OK ||
-        writeInt32(static_cast<int32_t>(count)) != OK ||
-        ((bytes = writeInplace(size)) == nullptr && size > 0)) {
+        writeInt32(static_cast<int32_t>(fdCount)) != OK) {
         return NO_MEMORY;
     }
-    std::vector<int> fds(count, -1);
-    status_t status = value.flatten(bytes, size, fds.data(), count);
-    for (size_t i = 0; i < count && status == OK; ++i) {
-        status = writeDupFileDescriptor(fds[i]);
-    }
-    return status;
+    *bytes = writeInplace(size);
+    return *bytes != nullptr ? OK : NO_MEMORY;
 }
 
-status_t Parcel::read(FlattenableHelperInterface& value) const {
-    size_t size = 0;
+status_t Parcel::readFlat(const void** bytes, size_t* size, int* fds, size_t* fdCount) const {
     int32_t count = 0;
-    status_t status = readCount(1, &size);
+    status_t status = readCount(1, size);
     if (status != OK || (status = readInt32(&count)) != OK) {
         return status;
     }
-    if (count < 0 || static_cast<size_t>(count) > kMaxDescriptors) {
+    *fdCount = static_cast<size_t>(count);
+    if (count < 0 || *fdCount > kMaxDescriptors) {
         return BAD_VALUE;
     }
-    const void* bytes = readInplace(size);
-    if ((bytes == nullptr && size > 0) ||
-        static_cast<size_t>(count) > dataAvail() / sizeof(FlatObject)) {
+    *bytes = readInplace(*size);
+    if (*bytes == nullptr || *fdCount > dataAvail() / sizeof(FlatObject)) {
         return NOT_ENOUGH_DATA;
     }
-    std::vector<int> fds(static_cast<size_t>(count));
-    for (int& fd : fds) {
-        if ((fd = readFileDescriptor()) < 0) {
+    for (size_t i = 0; i < *fdCount; ++i) {
+        fds[i] = readFileDescriptor();
+        if (fds[i] < 0) {
             return BAD_TYPE;
         }
     }
-    return value.unflatten(bytes, size, fds.data(), fds.size());
+    return OK;
 }
 
 }  // namespace android

@@ -3,7 +3,11 @@
 #include <binder/PersistableBundle.h>
 
 #include <climits>
-#include <type_traits>
+#include <iterator>
+#include <utility>
+#include <vector>
+
+#include "NoMemory.h"
 
 namespace android {
 namespace os {
@@ -12,61 +16,21 @@ namespace {
 constexpr int32_t kMagic = 0x4C444E42;  // 'LDNB'
 
 enum ValueType : int32_t {
-    kString = 0,
-    kInt = 1,
-    kLong = 6,
-    kDouble = 8,
-    kBoolean = 9,
-    kStringArray = 14,
-    kIntArray = 18,
-    kLongArray = 19,
-    kBooleanArray = 23,
-    kBundle = 25,
-    kDoubleArray = 28,
+    TYPE_STRING = 0,
+    TYPE_INT = 1,
+    TYPE_LONG = 6,
+    TYPE_DOUBLE = 8,
+    TYPE_BOOLEAN = 9,
+    TYPE_BUNDLE = 25,
 };
 
-// The number that goes in front of each type of value, and the parcel's operations for it.
-template <typename T>
-struct ValueCodec;
-
-#define VALUE_CODEC(type, number, name)                            \
-    template <>                                                    \
-    struct ValueCodec<type> {                                      \
-        static constexpr ValueType kType = number;                 \
-        static status_t write(Parcel* parcel, const type& value) { \
-            return parcel->write##name(value);                     \
-        }                                                          \
-        static status_t read(const Parcel* parcel, type* value) {  \
-            return parcel->read##name(value);                      \
-        }                                                          \
-    }
-VALUE_CODEC(String16, kString, String16);
-VALUE_CODEC(int32_t, kInt, Int32);
-VALUE_CODEC(int64_t, kLong, Int64);
-VALUE_CODEC(double, kDouble, Double);
-VALUE_CODEC(bool, kBoolean, Bool);
-VALUE_CODEC(std::vector<String16>, kStringArray, String16Vector);
-VALUE_CODEC(std::vector<int32_t>, kIntArray, Int32Vector);
-VALUE_CODEC(std::vector<int64_t>, kLongArray, Int64Vector);
-VALUE_CODEC(std::vector<bool>, kBooleanArray, BoolVector);
-VALUE_CODEC(std::vector<double>, kDoubleArray, DoubleVector);
-#undef VALUE_CODEC
-
-/** Reads a `T` into the variant when `type` is its number; false when it is another's. */
-template <typename T, typename Variant>
-bool readAs(int32_t type, const Parcel* parcel, Variant* value, status_t* status) {
-    if (type != ValueCodec<T>::kType) {
-        return false;
-    }
+/** Reads a `T` with the parcel's operation for it into a variant. */
+template <typename T, typename VALUE>
+status_t readInto(VALUE* value, const Parcel* parcel, status_t (Parcel::*read)(T*) const) {
     T plain{};
-    *status = ValueCodec<T>::read(parcel, &plain);
+    const status_t status = (parcel->*read)(&plain);
     *value = std::move(plain);
-    return true;
-}
-
-template <typename... Ts, typename Variant>
-bool readAsOneOf(int32_t type, const Parcel* parcel, Variant* value, status_t* status) {
-    return (readAs<Ts>(type, parcel, value, status) || ...);
+    return status;
 }
 
 }  // namespace
@@ -74,35 +38,45 @@ bool readAsOneOf(int32_t type, const Parcel* parcel, Variant* value, status_t* s
 // The entries ------------------------------------------------------------------------------------
 
 void PersistableBundle::put(const String16& key, Value value) {
-    const auto [place, added] = mIndex.emplace(key, mEntries.size());
-    if (added) {
-        mEntries.emplace_back(key, std::move(value));
-    } else {
-        mEntries[place->second].second = std::move(value);
-    }
+    mEntries.try_emplace(key, Entry{mEntries.size(), {}}).first->second.value = std::move(value);
 }
 
 void PersistableBundle::putPersistableBundle(const String16& key, const PersistableBundle& value) {
     put(key, std::make_shared<const PersistableBundle>(value));
 }
 
+template <typename T>
+bool PersistableBundle::get(const String16& key, T* out) const {
+    const auto entry = mEntries.find(key);
+    const T* value = entry != mEntries.end() ? std::get_if<T>(&entry->second.value) : nullptr;
+    return value != nullptr && orNoMemory([out, value] {
+                                   *out = T(*value);
+                                   return OK;
+                               }) == OK;
+}
+
+template bool PersistableBundle::get(const String16& key, String16* out) const;
+template bool PersistableBundle::get(const String16& key, int32_t* out) const;
+template bool PersistableBundle::get(const String16& key, int64_t* out) const;
+template bool PersistableBundle::get(const String16& key, double* out) const;
+template bool PersistableBundle::get(const String16& key, bool* out) const;
+
 bool PersistableBundle::getPersistableBundle(const String16& key, PersistableBundle* out) const {
     Nested nested;
-    if (!get(key, &nested)) {
-        return false;
-    }
-    *out = *nested;
-    return true;
+    return get(key, &nested) && orNoMemory([out, &nested] {
+                                    *out = PersistableBundle(*nested);
+                                    return OK;
+                                }) == OK;
 }
 
 // The flat form ----------------------------------------------------------------------------------
 
 status_t PersistableBundle::writeToParcel(Parcel* parcel) const {
-    return writeNested(parcel, 1);
+    return orNoMemory([this, parcel] { return writeNested(parcel, 1); });
 }
 
 status_t PersistableBundle::readFromParcel(const Parcel* parcel) {
-    return readNested(parcel, 1);
+    return orNoMemory([this, parcel] { return readNested(parcel, 1); });
 }
 
 status_t PersistableBundle::writeNested(Parcel* parcel, int depth) const {
@@ -112,6 +86,10 @@ status_t PersistableBundle::writeNested(Parcel* parcel, int depth) const {
     if (depth > kMaxDepth || mEntries.size() > INT32_MAX) {
         return BAD_VALUE;
     }
+    std::vector<const Entries::value_type*> ordered(mEntries.size());
+    for (const auto& entry : mEntries) {
+        ordered[entry.second.place] = &entry;
+    }
     const size_t lengthPosition = parcel->dataPosition();
     status_t status = OK;
     for (const int32_t head : {0, kMagic, static_cast<int32_t>(mEntries.size())}) {
@@ -119,9 +97,9 @@ status_t PersistableBundle::writeNested(Parcel* parcel, int depth) const {
             return status;
         }
     }
-    for (const auto& [key, value] : mEntries) {
-        if ((status = parcel->writeString16(key)) != OK ||
-            (status = writeValue(parcel, value, depth)) != OK) {
+    for (const auto* entry : ordered) {
+        if ((status = parcel->writeString16(entry->first)) != OK ||
+            (status = writeValue(parcel, entry->second.value, depth)) != OK) {
             return status;
         }
     }
@@ -134,23 +112,29 @@ status_t PersistableBundle::writeNested(Parcel* parcel, int depth) const {
 }
 
 status_t PersistableBundle::writeValue(Parcel* parcel, const Value& value, int depth) {
-    return std::visit(
-        [parcel, depth](const auto& plain) {
-            using T = std::decay_t<decltype(plain)>;
-            if constexpr (std::is_same_v<T, Nested>) {
-                const status_t status = parcel->writeInt32(kBundle);
-                return status == OK ? plain->writeNested(parcel, depth + 1) : status;
-            } else {
-                const status_t status = parcel->writeInt32(ValueCodec<T>::kType);
-                return status == OK ? ValueCodec<T>::write(parcel, plain) : status;
-            }
-        },
-        value);
+    struct Writer {
+        Parcel* parcel;
+        int depth;
+        status_t operator()(const String16& plain) const { return parcel->writeString16(plain); }
+        status_t operator()(int32_t plain) const { return parcel->writeInt32(plain); }
+        status_t operator()(int64_t plain) const { return parcel->writeInt64(plain); }
+        status_t operator()(double plain) const { return parcel->writeDouble(plain); }
+        status_t operator()(bool plain) const { return parcel->writeBool(plain); }
+        status_t operator()(const Nested& nested) const {
+            return nested->writeNested(parcel, depth + 1);
+        }
+    };
+    // In the order of the variant's alternatives.
+    constexpr ValueType kTypes[] = {TYPE_STRING, TYPE_INT,     TYPE_LONG,
+                                    TYPE_DOUBLE, TYPE_BOOLEAN, TYPE_BUNDLE};
+    static_assert(std::size(kTypes) == std::variant_size_v<Value>, "each alternative has a number");
+    const status_t status = parcel->writeInt32(kTypes[value.index()]);
+    return status == OK ? std::visit(Writer{parcel, depth}, value) : status;
 }
 
 status_t PersistableBundle::readNested(const Parcel* parcel, int depth) {
     int32_t length = 0;
-    const status_t status = parcel->readInt32(&length);
+    status_t status = parcel->readInt32(&length);
     if (status != OK) {
         return status;
     }
@@ -168,8 +152,9 @@ status_t PersistableBundle::readNested(const Parcel* parcel, int depth) {
         for (int32_t i = 0; i < count; ++i) {
             String16 key;
             Value value;
-            if (parcel->readString16(&key) != OK || readValue(parcel, &value, depth) != OK) {
-                return BAD_VALUE;
+            if ((status = parcel->readString16(&key)) != OK ||
+                (status = readValue(parcel, &value, depth)) != OK) {
+                return status == NO_MEMORY ? NO_MEMORY : BAD_VALUE;
             }
             result.put(key, std::move(value));
         }
@@ -178,27 +163,32 @@ status_t PersistableBundle::readNested(const Parcel* parcel, int depth) {
         }
     }
     mEntries.swap(result.mEntries);
-    mIndex.swap(result.mIndex);
     return OK;
 }
 
 status_t PersistableBundle::readValue(const Parcel* parcel, Value* value, int depth) {
-    int32_t type = 0;
-    status_t status = parcel->readInt32(&type);
-    if (status != OK) {
-        return status;
+    int32_t type = -1;  // no type at all
+    parcel->readInt32(&type);
+    switch (type) {
+        case TYPE_STRING:
+            return readInto<String16>(value, parcel, &Parcel::readString16);
+        case TYPE_INT:
+            return readInto<int32_t>(value, parcel, &Parcel::readInt32);
+        case TYPE_LONG:
+            return readInto<int64_t>(value, parcel, &Parcel::readInt64);
+        case TYPE_DOUBLE:
+            return readInto<double>(value, parcel, &Parcel::readDouble);
+        case TYPE_BOOLEAN:
+            return readInto<bool>(value, parcel, &Parcel::readBool);
+        case TYPE_BUNDLE: {
+            PersistableBundle nested;
+            const status_t status = nested.readNested(parcel, depth + 1);
+            *value = std::make_shared<const PersistableBundle>(std::move(nested));
+            return status;
+        }
+        default:
+            return BAD_VALUE;
     }
-    if (type == kBundle) {
-        PersistableBundle nested;
-        status = nested.readNested(parcel, depth + 1);
-        *value = std::make_shared<const PersistableBundle>(std::move(nested));
-        return status;
-    }
-    return readAsOneOf<String16, int32_t, int64_t, double, bool, std::vector<String16>,
-                       std::vector<int32_t>, std::vector<int64_t>, std::vector<bool>,
-                       std::vector<double>>(type, parcel, value, &status)
-               ? status
-               : status_t{BAD_VALUE};
 }
 
 }  // namespace os

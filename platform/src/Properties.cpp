@@ -3,13 +3,17 @@
 #include <cutils/properties.h>
 #include <utils/Mutex.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <initializer_list>
 #include <map>
 #include <string>
+
+#include "NoMemory.h"
 
 namespace {
 
@@ -71,24 +75,28 @@ std::string find(const std::string& key) {
 }  // namespace
 
 int8_t property_get_bool(const char* key, int8_t default_value) {
-    const std::string text = key != nullptr ? find(key) : std::string();
-    for (const char* yes : {"1", "y", "yes", "on", "true"}) {
-        if (text == yes)
-            return 1;
+    std::string text;  // stays empty without memory
+    android::orNoMemory([&text, key] {
+        text = find(key);
+        return android::OK;
+    });
+    const auto isOneOf = [&text](std::initializer_list<const char*> words) {
+        return std::find(words.begin(), words.end(), text) != words.end();
+    };
+    if (isOneOf({"1", "y", "yes", "on", "true"})) {
+        return 1;
     }
-    for (const char* no : {"0", "n", "no", "off", "false"}) {
-        if (text == no)
-            return 0;
-    }
-    return default_value;
+    return isOneOf({"0", "n", "no", "off", "false"}) ? int8_t{0} : default_value;
 }
 
 int property_set(const char* key, const char* value) {
-    const std::string text = value != nullptr ? value : "";
-    if (key == nullptr || *key == '\0' || text.size() >= PROPERTY_VALUE_MAX) {
+    if (*key == '\0' || std::strlen(value) >= PROPERTY_VALUE_MAX) {
         return -1;
     }
-    const android::Mutex::Autolock lock(properties().mutex);
-    properties().values[key] = text;
-    return 0;
+    const android::status_t status = android::orNoMemory([key, value] {
+        const android::Mutex::Autolock lock(properties().mutex);
+        properties().values[key] = value;
+        return android::OK;
+    });
+    return status == android::OK ? 0 : -1;
 }

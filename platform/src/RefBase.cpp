@@ -13,12 +13,11 @@ RefBase::~RefBase() {
 }
 
 void RefBase::incStrong(const void* /*id*/) const {
-    mRefs->countStrong();
+    mRefs->noteFirst(mRefs->mStrong.fetch_add(1, std::memory_order_relaxed));
 }
 
-void RefBase::decStrong(const void* id) const {
+void RefBase::decStrong(const void* /*id*/) const {
     if (mRefs->mStrong.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        const_cast<RefBase*>(this)->onLastStrongRef(id);
         delete this;
     }
 }
@@ -33,8 +32,8 @@ RefBase::weakref_type* RefBase::createWeak(const void* id) const {
     return mRefs;
 }
 
-void RefBase::weakref_type::countStrong() {
-    if (mStrong.fetch_add(1, std::memory_order_relaxed) == kNeverHeld) {
+void RefBase::weakref_type::noteFirst(int32_t previous) {
+    if (previous == kNeverHeld) {
         mStrong.fetch_sub(kNeverHeld, std::memory_order_relaxed);
         mObject->onFirstRef();
     }
@@ -54,10 +53,7 @@ bool RefBase::weakref_type::attemptIncStrong(const void* /*id*/) {
     int32_t count = mStrong.load(std::memory_order_relaxed);
     while (count > 0) {
         if (mStrong.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel)) {
-            if (count == kNeverHeld) {
-                mStrong.fetch_sub(kNeverHeld, std::memory_order_relaxed);
-                mObject->onFirstRef();
-            }
+            noteFirst(count);
             return true;
         }
     }

@@ -14,62 +14,41 @@ bool isSurrogate(char32_t code) {
     return code >= 0xD800 && code <= 0xDFFF;
 }
 
-/** Bytes of the sequence that `lead` opens, 0 when it opens none. */
-size_t sequenceLength(uint8_t lead) {
-    if (lead < 0x80)
-        return 1;
-    if (lead >= 0xC2 && lead <= 0xDF)
-        return 2;
-    if (lead >= 0xE0 && lead <= 0xEF)
-        return 3;
-    if (lead >= 0xF0 && lead <= 0xF4)
-        return 4;
-    return 0;
-}
+/** A sequence of UTF-8 by its length: the bits of its first byte, and the codes that need it. */
+struct Utf8Form {
+    uint8_t mask;
+    uint8_t lead;
+    char32_t first;
+    char32_t last;
+};
+constexpr Utf8Form kForms[] = {{0x80, 0x00, 0, 0x7F},
+                               {0xE0, 0xC0, 0x80, 0x7FF},
+                               {0xF0, 0xE0, 0x800, 0xFFFF},
+                               {0xF8, 0xF0, 0x10000, 0x10FFFF}};
 
 /**
- * Whether `next` may follow `lead` directly; rules out overlong forms, surrogates and codes past
- * the last plane, which the lead byte alone lets through.
- */
-bool isSecondByte(uint8_t lead, uint8_t next) {
-    switch (lead) {
-        case 0xE0:
-            return next >= 0xA0 && next <= 0xBF;
-        case 0xED:
-            return next >= 0x80 && next <= 0x9F;
-        case 0xF0:
-            return next >= 0x90 && next <= 0xBF;
-        case 0xF4:
-            return next >= 0x80 && next <= 0x8F;
-        default:
-            return next >= 0x80 && next <= 0xBF;
-    }
-}
-
-/**
- * Decodes the code point at `position` and moves past it, or past the malformed bytes that can
- * start no character, for which it answers U+FFFD.
+ * Decodes the code point at `position` and moves past it. Gives U+FFFD for a sequence that is
+ * broken (past the bytes that are there), overlong, a surrogate or beyond the last code point.
  */
 char32_t decodeUtf8(const char* text, size_t size, size_t* position) {
     const auto byteAt = [text](size_t index) { return static_cast<uint8_t>(text[index]); };
     const uint8_t lead = byteAt((*position)++);
-    const size_t length = sequenceLength(lead);
-    if (length <= 1) {
-        return length == 1 ? lead : kReplacement;
+    size_t following = 0;
+    while (following < 4 && (lead & kForms[following].mask) != kForms[following].lead) {
+        ++following;
     }
-    char32_t code = lead & (0xFFu >> (length + 1));
-    for (size_t i = 1; i < length; ++i) {
-        if (*position >= size) {
+    if (following == 4) {
+        return kReplacement;
+    }
+    const Utf8Form& form = kForms[following];
+    char32_t code = lead & ~form.mask & 0xFFu;
+    for (; following > 0; --following) {
+        if (*position >= size || (byteAt(*position) & 0xC0) != 0x80) {
             return kReplacement;
         }
-        const uint8_t next = byteAt(*position);
-        if (i == 1 ? !isSecondByte(lead, next) : (next & 0xC0) != 0x80) {
-            return kReplacement;
-        }
-        code = (code << 6) | (next & 0x3Fu);
-        ++*position;
+        code = (code << 6) | (byteAt((*position)++) & 0x3Fu);
     }
-    return code;
+    return code < form.first || code > form.last || isSurrogate(code) ? kReplacement : code;
 }
 
 char32_t decodeUtf16(const char16_t* text, size_t size, size_t* position) {
@@ -101,61 +80,35 @@ std::u16string toUtf16(const char* text, size_t size) {
     return result;
 }
 
-void appendUtf8(std::string* result, char32_t code) {
-    const auto continuation = [code](int shift) {
-        return static_cast<char>(0x80 | ((code >> shift) & 0x3F));
-    };
-    if (code < 0x80) {
-        result->push_back(static_cast<char>(code));
-    } else if (code < 0x800) {
-        result->push_back(static_cast<char>(0xC0 | (code >> 6)));
-        result->push_back(continuation(0));
-    } else if (code < 0x10000) {
-        result->push_back(static_cast<char>(0xE0 | (code >> 12)));
-        result->push_back(continuation(6));
-        result->push_back(continuation(0));
-    } else {
-        result->push_back(static_cast<char>(0xF0 | (code >> 18)));
-        result->push_back(continuation(12));
-        result->push_back(continuation(6));
-        result->push_back(continuation(0));
-    }
-}
-
 std::string toUtf8(const char16_t* text, size_t size) {
     std::string result;
     result.reserve(size);
     for (size_t position = 0; position < size;) {
-        appendUtf8(&result, decodeUtf16(text, size, &position));
+        const char32_t code = decodeUtf16(text, size, &position);
+        unsigned following = 0;
+        while (code > kForms[following].last) {
+            ++following;
+        }
+        result.push_back(static_cast<char>(kForms[following].lead | (code >> (6 * following))));
+        for (; following > 0; --following) {
+            result.push_back(static_cast<char>(0x80 | ((code >> (6 * (following - 1))) & 0x3F)));
+        }
     }
     return result;
 }
 
 }  // namespace
 
-String16::String16(const char16_t* text) : mText(text != nullptr ? text : u"") {}
+String16::String16(const char16_t* text, size_t units) : mText(text, units) {}
 
-String16::String16(const char16_t* text, size_t units)
-    : mText(text != nullptr ? std::u16string(text, units) : std::u16string()) {}
-
-String16::String16(const String8& text) : mText(toUtf16(text.c_str(), text.size())) {}
+String16::String16(const String8& text) : String16(text.c_str(), text.size()) {}
 
 String16::String16(const char* utf8) : String16(utf8, utf8 != nullptr ? std::strlen(utf8) : 0) {}
 
-String16::String16(const char* utf8, size_t bytes)
-    : mText(utf8 != nullptr ? toUtf16(utf8, bytes) : std::u16string()) {}
+String16::String16(const char* utf8, size_t bytes) : mText(toUtf16(utf8, bytes)) {}
 
 String8::String8(const char* text) : mText(text != nullptr ? text : "") {}
 
-String8::String8(const char* text, size_t bytes)
-    : mText(text != nullptr ? std::string(text, bytes) : std::string()) {}
-
 String8::String8(const String16& text) : mText(toUtf8(text.c_str(), text.size())) {}
-
-String8::String8(const char16_t* text)
-    : String8(text, text != nullptr ? std::char_traits<char16_t>::length(text) : 0) {}
-
-String8::String8(const char16_t* text, size_t units)
-    : mText(text != nullptr ? toUtf8(text, units) : std::string()) {}
 
 }  // namespace android

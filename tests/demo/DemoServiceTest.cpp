@@ -14,7 +14,7 @@
 #include "ProgramRun.h"
 #include "aidl/IDisplayEngineService.h"
 #include "client/ServiceConnection.h"
-#include "support/ProtocolPeerObjects.h"
+#include "support/Recording.h"
 
 using android::String16;
 using protocol::RecordingCallback;

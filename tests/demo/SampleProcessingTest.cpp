@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "aisr/AisrBuffer.h"
+#include "common/AisrProcess.h"
 
 extern "C" {
 int32_t AisrInit(void** context);

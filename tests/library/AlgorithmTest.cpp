@@ -19,26 +19,20 @@ using Texts = std::vector<std::string>;
 
 namespace {
 
-class Algorithm : public testing::Test {
+class AlgorithmTest : public testing::Test {
 protected:
-    Algorithm() {
+    AlgorithmTest() {
         processing::use("without_nothing");
         property_set("persist.sys.tivora.debug.on", "false");
     }
-    ~Algorithm() override { processing::setHook(nullptr); }
-
-    /** Holds calls of an entry at `gate`. */
-    static void hold(const std::string& text, Gate* gate) {
-        processing::setHook(
-            [=](const Call& call) { return call.text() == text ? (gate->pass(), 0) : 0; });
-    }
+    ~AlgorithmTest() override { processing::setHook(nullptr); }
 
     LogCapture log;
     Frame frame;
     AisrAlgorithm algorithm;
 };
 
-TEST(AlgorithmTexts, DescribeFrames) {
+TEST_F(AlgorithmTest, DescribesFrames) {
     const auto pointer = [](uintptr_t address) { return reinterpret_cast<void*>(address); };
     const Aisr::BufferInfo usual = {0x7b3f, pointer(0xa00), pointer(0xc00), 640, 360, 704, 3};
     EXPECT_EQ(AisrAlgorithm::rectToString(usual), "640(704)x360");
@@ -53,7 +47,7 @@ TEST(AlgorithmTexts, DescribeFrames) {
     EXPECT_EQ(AisrAlgorithm::toString(0UL), "0");
 }
 
-TEST_F(Algorithm, NamesStatusesAndTags) {
+TEST_F(AlgorithmTest, NamesStatusesAndTags) {
     const struct {
         int value;
         std::string status;
@@ -73,7 +67,7 @@ TEST_F(Algorithm, NamesStatusesAndTags) {
     }
 }
 
-TEST_F(Algorithm, SubmitsAFrameAsAListOfOneNode) {
+TEST_F(AlgorithmTest, SubmitsAFrameAsAListOfOneNode) {
     Aisr::BufferInfo info = frame.info(0x7b3f);
     info.idx = 9;
     std::vector<uint8_t> node;
@@ -119,7 +113,7 @@ TEST_F(Algorithm, SubmitsAFrameAsAListOfOneNode) {
               "4 DE N AISRAlgo cancel:#: " + AisrAlgorithm::toString(info) + " -- success.");
 }
 
-TEST_F(Algorithm, InitialisesOnFirstUseAndAgainAfterDeinit) {
+TEST_F(AlgorithmTest, InitialisesOnFirstUseAndAgainAfterDeinit) {
     EXPECT_EQ(algorithm.deinit(), 0)
         << "nothing was initialised; the library is loaded all the same";
     EXPECT_TRUE(log.contains("4 DE N AISRAlgo loadLibrary:#: Load library successfully."));
@@ -145,7 +139,7 @@ TEST_F(Algorithm, InitialisesOnFirstUseAndAgainAfterDeinit) {
     EXPECT_EQ(log.count("Load library successfully."), 1U);
 }
 
-TEST_F(Algorithm, SendsTheLogLevelTheProductAsksFor) {
+TEST_F(AlgorithmTest, SendsTheLogLevelTheProductAsksFor) {
     for (const uint8_t level : {uint8_t{1}, uint8_t{3}}) {
         property_set("persist.sys.tivora.debug.on", level == 3 ? "true" : "false");
         ASSERT_EQ(algorithm.init(), 0);
@@ -156,21 +150,9 @@ TEST_F(Algorithm, SendsTheLogLevelTheProductAsksFor) {
     EXPECT_TRUE(log.contains("init:#: setParam(AISR_TAG_SET_LOG_LEVEL,3) return 1"));
 }
 
-/** Runs `operation` on a thread of its own and returns once that thread sleeps. */
-template <typename OPERATION>
-std::future<int> startAndWaitUntilAsleep(OPERATION operation) {
-    std::promise<pid_t> thread;
-    std::future<int> result = std::async(std::launch::async, [&thread, operation] {
-        thread.set_value(ownThread());
-        return operation();
-    });
-    waitUntilAsleep(thread.get_future().get());
-    return result;
-}
-
-TEST_F(Algorithm, KeepsDeinitAwayFromProcessingButNeverACancel) {
+TEST_F(AlgorithmTest, KeepsDeinitAwayFromProcessingButNeverACancel) {
     Gate inProcess;
-    hold("AisrProcess", &inProcess);
+    processing::hold("AisrProcess", &inProcess);
     const Aisr::BufferInfo info = frame.info(1);
     auto enhanced = std::async(std::launch::async, [&] { return algorithm.enhance(info); });
     processing::waitFor("AisrProcess");
@@ -186,11 +168,11 @@ TEST_F(Algorithm, KeepsDeinitAwayFromProcessingButNeverACancel) {
     EXPECT_EQ(processing::calls().back().text(), "AisrDeinit");
 }
 
-TEST_F(Algorithm, InitialisesAgainWhenADeinitCameBetween) {
+TEST_F(AlgorithmTest, InitialisesAgainWhenADeinitCameBetween) {
     ASSERT_EQ(algorithm.init(), 0);
     processing::takeTexts();
     Gate inCancel;
-    hold("AisrSetParam(3)", &inCancel);
+    processing::hold("AisrSetParam(3)", &inCancel);
     auto cancelled = std::async(std::launch::async, [this] { algorithm.cancel(frame.info(9)); });
     processing::waitFor("AisrSetParam(3)");
     // The deinit waits for the cancel, and the frame, which has seen the flag still set, for it.

@@ -13,20 +13,15 @@
 #include "common/DisplayEngineCleanCommon.h"
 #include "support/ChildProcess.h"
 #include "support/LogCapture.h"
-#include "support/ProtocolPeer.h"
-#include "support/ProtocolPeerObjects.h"
+#include "support/Recording.h"
+#include "support/TestMain.h"
 
 using android::sp;
-using android::String16;
-using android::binder::Status;
-using protocol::call;
 using Manager = DisplayEngineManager;
-using Texts = std::vector<std::string>;
 
 namespace {
 
 constexpr char kServiceArgument[] = "--service";
-constexpr char kName[] = "DisplayEngineService";
 
 /** The service's state, and so which of a method's outcomes holds. */
 enum Mode { ANSWERS, ERRORS, REFUSES, NONE, SHORT };
@@ -35,63 +30,48 @@ class QueriedService : public protocol::RecordingService {
 public:
     Mode mode = ANSWERS;
 
-    Status getSupported(int32_t feature, int32_t* result) override {
-        return answer(call("getSupported", feature), result, mode == ERRORS ? -3 : 1);
-    }
-    Status setScene(int32_t scene, int32_t value, int32_t* result) override {
-        return answer(call("setScene", scene, value), result, mode == ERRORS ? 5 : 7);
-    }
-    Status setData(int32_t type, const Bundle& data, int32_t* result) override {
-        const auto size = static_cast<int32_t>(data.size());
-        return answer(call("setData", type, data, size), result, mode == ERRORS ? 5 : 7);
-    }
-    Status getEffect(int32_t feature, int32_t type, std::vector<uint8_t>* buffer, int32_t length,
-                     int32_t* result) override {
-        const auto size = static_cast<int32_t>(buffer->size());
-        const std::map<int32_t, std::string> answers = {
-            {14, "  PANEL01"}, {33, std::string("\x10\x02\xff\xff", 4)}, {25, "\x80"}};
-        const std::string& text = answers.at(feature);
-        std::copy(text.begin(), text.end(), buffer->begin());
-        buffer->resize(mode != SHORT ? buffer->size() : size == 255 ? 0 : buffer->size() - 1);
-        return answer(call("getEffect", feature, type, size, length), result,
-                      mode == ERRORS ? 5 : 0);
-    }
-    Status registerCallback(const Callback&) override { return answer("registerCallback"); }
-    Status unregisterCallback(const Callback&) override { return answer("unregisterCallback"); }
-
-private:
-    Status answer(const std::string& call, int32_t* result = nullptr, int32_t value = 0) {
-        journal.add(call);
+protected:
+    Status respond(const std::string& call, const protocol::Answer& to) override {
         if (mode == REFUSES) {
             return Status::fromExceptionCode(Status::EX_SECURITY);
         }
-        return result != nullptr ? (*result = value, Status::ok()) : Status::ok();
+        const std::string name = call.substr(0, call.find(' '));
+        if (name == "getSupported") {
+            *to.result = mode == ERRORS ? -3 : 1;
+        } else if (name == "getEffect") {
+            *to.result = mode == ERRORS ? 5 : 0;
+            setBytes(call, to.bytes);
+        } else if (to.result != nullptr) {
+            *to.result = mode == ERRORS ? 5 : 7;
+        }
+        return Status::ok();
+    }
+
+private:
+    void setBytes(const std::string& call, std::vector<uint8_t>* bytes) const {
+        const std::map<std::string, std::string> answers = {
+            {"getEffect 14 0 [255] 255", "  PANEL01" + std::string(246, '\0')},
+            {"getEffect 33 14 [ 0 0 0 0 ] 4", std::string("\x10\x02\xff\xff")},
+            {"getEffect 25 16 [ 0 ] 1", "\x80"}};
+        const std::string& answer = answers.at(call);
+        const auto size = static_cast<ptrdiff_t>(mode == SHORT ? answer.size() - 1 : answer.size());
+        bytes->assign(answer.begin(), answer.begin() + size);
     }
 };
 
 std::string gPanelName;
 
-/** A method with its outcome in each mode. */
+/** What a method returns and its last message, if any. */
+struct Outcome {
+    int result;
+    std::string message = "";
+};
+
 struct Method {
     const char* name;
     std::function<int(Manager&)> call;
-    const char* calls; /**< What the service sees, each with a ";" behind. */
-    int answer, error, refusal, missing;
-    // What it leaves in the log in each mode, if anything.
-    std::string refused = "";
-    std::string failed = "";
-    std::string answered = "";
-    std::string absent = "Failed to get displayengineserver binder!";
-
-    int result(Mode mode) const {
-        return mode == ANSWERS ? answer : mode == ERRORS ? error : mode == NONE ? missing : refusal;
-    }
-    std::string message(Mode mode) const {
-        return mode == ANSWERS  ? answered
-               : mode == ERRORS ? failed
-               : mode == NONE   ? absent
-                                : refused;
-    }
+    const char* calls;   /**< What the service sees, each with a ";" behind. */
+    Outcome outcomes[4]; /**< When the service answers, errs, refuses, and is not there. */
 };
 
 int getName(Manager& it) {
@@ -100,56 +80,104 @@ int getName(Manager& it) {
 }
 
 const sp<protocol::RecordingCallback> kCallback = new protocol::RecordingCallback;
+
+int registerIt(Manager& it) {
+    it.registerCallback(kCallback);
+    return 0;
+}
+
+int unregisterIt(Manager& it) {
+    it.unregisterCallback(kCallback);
+    return 0;
+}
+
+const std::string kNoBinder = "Failed to get displayengineserver binder!";
 const std::string kNoService = "service is nullptr!";
 const std::string kClosed = "RgLed closed. mSupportRgLedPrinted=1";
+const std::string kBadLevel = "INVALID BrightnessLevel=-1.";
 const std::string kNoName = "getPanelName() failded ret= ";
 const std::string kNoFolding = "Failed to getSupported(DE_FEATURE_FOLDINGCOMPENSATION)";
 const std::string kNoAlpha =
     "Failed to getEffect(DE_FEATURE_FOLDINGCOMPENSATION, DE_DATA_TYPE_ALPHA)";
-const std::string kNoCwb = "Failed to setData(DE_DATA_TYPE_CWB_FORCE_ENABLE, 1)!";
+const std::string kNoCwb = "Failed to setData(DE_DATA_TYPE_CWB_FORCE_ENABLE, ";
 const std::string kBadCwb = "input enable should be 1 or 0, but the real input value is ";
 
 const Method kMethods[] = {
-    {"displayengineSetBrightness", [](auto& it) { return it.displayengineSetBrightness(100); },
-     "getSupported 19;setScene 20 100;", 1, -3, 0, -1, kClosed, kClosed, "mSupportRgLed=1",
-     kNoService},
-    {"displayengineSetBrightness", [](auto& it) { return it.displayengineSetBrightness(-1); }, "",
-     -1, -1, -1, -1, "INVALID BrightnessLevel=-1.", "INVALID BrightnessLevel=-1.",
-     "INVALID BrightnessLevel=-1.", "INVALID BrightnessLevel=-1."},
-    {"getPanelName", getName, "getEffect 14 0 255 255;", 0, 5, -1, -1, kNoName + "-1",
-     kNoName + "5", "", kNoService},
-    {"getReadingSupport", &Manager::getReadingSupport, "getSupported 26;", 1, -3, 0, 0},
-    {"getGlobalReadingSupport", &Manager::getGlobalReadingSupport, "getSupported 34;", 1, -3, 0, 0},
-    {"getFoldingCompensationSupported", &Manager::getFoldingCompensationSupported,
-     "getSupported 33;", 1, -3, 0, 0, kNoFolding},
-    {"getFoldingCompensationAlpha", &Manager::getFoldingCompensationAlpha, "getEffect 33 14 4 4;",
-     -65008, 1023, 1023, 1023, kNoAlpha, kNoAlpha + ", return 5", "alpha=-65008"},
-    {"getLocalHBMSupport", &Manager::getLocalHBMSupport, "getEffect 25 16 1 1;", 1, 0, 0, 0,
-     "Displayengineserver binder failed!"},
-    {"setScene", [](auto& it) { return it.setScene(3, -4); }, "setScene 3 -4;", 7, 5, -22, -22,
-     "Failed to setScene(3, -4)!"},
-    {"setFrameRate", [](auto& it) { return it.setFrameRate(std::string("60\0x", 4)); },
-     "setData 15 FPS=60 1;", 7, 5, -22, -22, "Failed to setData(DE_DATA_TYPE_FRAMERATE, 60)!"},
-    {"registerCallback", [](auto& it) { return it.registerCallback(kCallback), 0; },
-     "registerCallback;", 0, 0, 0, 0, "Failed to registerCallback()"},
-    {"unregisterCallback", [](auto& it) { return it.unregisterCallback(kCallback), 0; },
-     "unregisterCallback;", 0, 0, 0, 0, "Failed to unregisterCallback()"},
-    {"setCwbForceEnable", [](auto&) { return setCwbForceEnable(1); }, "setData 24 forceEnable=1 1;",
-     0, 0, -22, -22, kNoCwb, "input enable is 1", "input enable is 1"},
-    {"setCwbForceEnable", [](auto&) { return setCwbForceEnable(0); }, "setData 24 forceEnable=0 1;",
-     0, 0, -22, -22, "Failed to setData(DE_DATA_TYPE_CWB_FORCE_ENABLE, 0)!", "input enable is 0",
-     "input enable is 0"},
-    {"setCwbForceEnable", [](auto&) { return setCwbForceEnable(2); }, "", -22, -22, -22, -22,
-     kBadCwb + "2", kBadCwb + "2", kBadCwb + "2"},
-    {"setCwbForceEnable", [](auto&) { return setCwbForceEnable(-1); }, "", -22, -22, -22, -22,
-     kBadCwb + "-1", kBadCwb + "-1", kBadCwb + "-1"},
+    {"displayengineSetBrightness",
+     [](auto& it) { return it.displayengineSetBrightness(100); },
+     "getSupported 19;setScene 20 100;",
+     {{1, "mSupportRgLed=1"}, {-3, kClosed}, {0, kClosed}, {-1, kNoService}}},
+    {"displayengineSetBrightness",
+     [](auto& it) { return it.displayengineSetBrightness(-1); },
+     "",
+     {{-1, kBadLevel}, {-1, kBadLevel}, {-1, kBadLevel}, {-1, kBadLevel}}},
+    {"getPanelName",
+     getName,
+     "getEffect 14 0 [255] 255;",
+     {{0}, {5, kNoName + "5"}, {-1, kNoName + "-1"}, {-1, kNoService}}},
+    {"getReadingSupport",
+     &Manager::getReadingSupport,
+     "getSupported 26;",
+     {{1}, {-3}, {0}, {0, kNoBinder}}},
+    {"getGlobalReadingSupport",
+     &Manager::getGlobalReadingSupport,
+     "getSupported 34;",
+     {{1}, {-3}, {0}, {0, kNoBinder}}},
+    {"getFoldingCompensationSupported",
+     &Manager::getFoldingCompensationSupported,
+     "getSupported 33;",
+     {{1}, {-3}, {0, kNoFolding}, {0, kNoBinder}}},
+    {"getFoldingCompensationAlpha",
+     &Manager::getFoldingCompensationAlpha,
+     "getEffect 33 14 [ 0 0 0 0 ] 4;",
+     {{-65008, "alpha=-65008"},
+      {1023, kNoAlpha + ", return 5"},
+      {1023, kNoAlpha},
+      {1023, kNoBinder}}},
+    {"getLocalHBMSupport",
+     &Manager::getLocalHBMSupport,
+     "getEffect 25 16 [ 0 ] 1;",
+     {{1}, {0}, {0, "Displayengineserver binder failed!"}, {0, kNoBinder}}},
+    {"setScene",
+     [](auto& it) { return it.setScene(3, -4); },
+     "setScene 3 -4;",
+     {{7}, {5}, {-22, "Failed to setScene(3, -4)!"}, {-22, kNoBinder}}},
+    {"setFrameRate",
+     [](auto& it) { return it.setFrameRate(std::string("60\0x", 4)); },
+     "setData 15 FPS=60;",
+     {{7}, {5}, {-22, "Failed to setData(DE_DATA_TYPE_FRAMERATE, 60)!"}, {-22, kNoBinder}}},
+    {"registerCallback",
+     registerIt,
+     "registerCallback told;",
+     {{0}, {0}, {0, "Failed to registerCallback()"}, {0, kNoBinder}}},
+    {"unregisterCallback",
+     unregisterIt,
+     "unregisterCallback;",
+     {{0}, {0}, {0, "Failed to unregisterCallback()"}, {0, kNoBinder}}},
+    {"setCwbForceEnable",
+     [](auto&) { return setCwbForceEnable(1); },
+     "setData 24 forceEnable=1;",
+     {{0, "input enable is 1"}, {0, "input enable is 1"}, {-22, kNoCwb + "1)!"}, {-22, kNoBinder}}},
+    {"setCwbForceEnable",
+     [](auto&) { return setCwbForceEnable(0); },
+     "setData 24 forceEnable=0;",
+     {{0, "input enable is 0"}, {0, "input enable is 0"}, {-22, kNoCwb + "0)!"}, {-22, kNoBinder}}},
+    {"setCwbForceEnable",
+     [](auto&) { return setCwbForceEnable(2); },
+     "",
+     {{-22, kBadCwb + "2"}, {-22, kBadCwb + "2"}, {-22, kBadCwb + "2"}, {-22, kNoBinder}}},
+    {"setCwbForceEnable",
+     [](auto&) { return setCwbForceEnable(-1); },
+     "",
+     {{-22, kBadCwb + "-1"}, {-22, kBadCwb + "-1"}, {-22, kBadCwb + "-1"}, {-22, kNoBinder}}},
 };
 
-class DisplayQueries : public testing::Test {
+class DisplayQueriesTest : public testing::Test {
 protected:
     void install(Mode mode) {
         service->mode = mode;
-        EXPECT_EQ(android::defaultServiceManager()->addService(String16(kName), service),
+        EXPECT_EQ(android::defaultServiceManager()->addService(
+                      android::String16("DisplayEngineService"), service),
                   android::OK);
     }
     /** A manager of a client that wants to read the log. */
@@ -160,12 +188,14 @@ protected:
     }
     /** Calls the method: its result, and its last message or none, are those of the mode. */
     void expect(const Method& method, Manager& manager, Mode mode) {
+        const Outcome& expected = method.outcomes[mode];
         log.take();
-        EXPECT_EQ(method.call(manager), method.result(mode));
-        const std::string message = method.message(mode);
+        EXPECT_EQ(method.call(manager), expected.result);
         const std::string line = log.last("DE N DEM ");
         EXPECT_EQ(line.substr(std::min(line.size(), size_t{2})),
-                  message.empty() ? "" : std::string("DE N DEM ") + method.name + ":#: " + message);
+                  expected.message.empty()
+                      ? ""
+                      : std::string("DE N DEM ") + method.name + ":#: " + expected.message);
     }
     std::string takeCalls() {
         std::string calls;
@@ -179,7 +209,7 @@ protected:
     const sp<QueriedService> service = new QueriedService;
 };
 
-TEST_F(DisplayQueries, PassAnswersAndErrorsOnAndMeetARefusalWithTheirFailureValues) {
+TEST_F(DisplayQueriesTest, PassAnswersAndErrorsOnAndMeetARefusalWithTheirFailureValues) {
     for (const Mode mode : {ANSWERS, ERRORS, REFUSES}) {
         install(mode);
         for (const Method& method : kMethods) {
@@ -193,16 +223,16 @@ TEST_F(DisplayQueries, PassAnswersAndErrorsOnAndMeetARefusalWithTheirFailureValu
     }
 }
 
-TEST_F(DisplayQueries, ReadNothingBehindAShortReply) {
+TEST_F(DisplayQueriesTest, ReadNothingBehindAShortReply) {
     install(SHORT);
     const sp<Manager> manager = newManager();
     EXPECT_EQ(manager->getFoldingCompensationAlpha(), 1023);
     EXPECT_EQ(manager->getLocalHBMSupport(), 0);
     EXPECT_EQ(manager->getPanelName(gPanelName), 0);
-    EXPECT_EQ(gPanelName, "");
+    EXPECT_EQ(gPanelName, "PANEL01") << "the padding was cut off";
 }
 
-TEST_F(DisplayQueries, AnswerADeadServiceAndNoneWithTheirFailureValues) {
+TEST_F(DisplayQueriesTest, AnswerADeadServiceAndNoneWithTheirFailureValues) {
     const sp<Manager> manager = newManager();
     ChildProcess program(ChildProcess::ownPath(), {kServiceArgument});
     ASSERT_TRUE(program.waitForLine("ready"));
@@ -219,10 +249,10 @@ TEST_F(DisplayQueries, AnswerADeadServiceAndNoneWithTheirFailureValues) {
     for (size_t i = 0; i < kCount; ++i) {
         SCOPED_TRACE(kMethods[i].name);
         threads[i].join();
-        EXPECT_EQ(results[i], kMethods[i].missing);
-        EXPECT_GE(
-            log.count(std::string("6 DE N DEM ") + kMethods[i].name + ":#: " + kMethods[i].absent),
-            1U);
+        const Outcome& expected = kMethods[i].outcomes[NONE];
+        EXPECT_EQ(results[i], expected.result);
+        EXPECT_TRUE(log.contains(std::string("6 DE N DEM ") + kMethods[i].name +
+                                 ":#: " + expected.message));
     }
     for (const Method& method : kMethods) {
         SCOPED_TRACE(method.name);
@@ -234,7 +264,7 @@ TEST_F(DisplayQueries, AnswerADeadServiceAndNoneWithTheirFailureValues) {
     }
 }
 
-TEST_F(DisplayQueries, SendABrightnessOnce) {
+TEST_F(DisplayQueriesTest, SendABrightnessOnce) {
     install(ANSWERS);
     sp<Manager> manager = newManager();
     for (const int level : {100, 100, 101, 0, 0}) {
@@ -255,8 +285,6 @@ TEST_F(DisplayQueries, SendABrightnessOnce) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const auto serve = [](const std::string&) {
-        return protocol::serve({{kName, new QueriedService}});
-    };
-    return protocol::testMain(argc, argv, {{kServiceArgument, serve}});
+    const auto run = [](const std::string&) { return serve(new QueriedService); };
+    return testMain(argc, argv, {{kServiceArgument, run}});
 }

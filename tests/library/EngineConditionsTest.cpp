@@ -17,9 +17,9 @@ namespace {
 
 using Config = EngineService::Config;
 
-class EngineConditions : public testing::Test {
+class EngineConditionsTest : public testing::Test {
 protected:
-    EngineConditions() : service(EngineService::install()) {
+    EngineConditionsTest() : service(EngineService::install()) {
         processing::use("");
         engine.emplace();
     }
@@ -29,107 +29,106 @@ protected:
     std::optional<AisrEngine> engine;
 };
 
-TEST_F(EngineConditions, TakesOrRefusesAConfiguration) {
+TEST_F(EngineConditionsTest, TakesOrRefusesAConfiguration) {
     const std::string summary = "4 DE N AISR getConfig:#: enable:";
-    const std::string invalid = "3x4 } maxFps:";  // a part of the refusal's text
+    const std::string invalid = "6 DE N AISR getConfig:#: Invalid input: ";
     const struct {
         const char* name;
-        Config config;
+        void (*change)(Config&); /**< from the usual one */
         std::string message;
         bool isAccepted;
         bool isEnabled;
     } cases[] = {
-        {"as it is",
-         {1, 10, 20, 30, 40, 30, 38, 2, 3, 50, 40, 6, 9000},
-         summary + "1 rect:{ min:10x20 max:30x40 } maxFps:30 monitor:{ maxFps:38 tolerance:2 "
+        {"as it is", [](auto& it) { it = {1, 10, 20, 30, 40, 31, 42, 2, 3, 50, 40, 6, 9000}; },
+         summary + "1 rect:{ min:10x20 max:30x40 } maxFps:31 monitor:{ maxFps:42 tolerance:2 "
                    "restore:3 } timeout:{ abort:50ms overload:40ms tolerance:6/9000ms }",
-         true,
-         true},
-        {"everything derived",
-         {2, 0, 0, 1, 1, 60, 60, -1, -7, 40, 1, 1, 1},
+         true, true},
+        {"everything derived", [](auto& it) { it = {2, 0, 0, 1, 1, 60, 60, -1, -7, 40, 1, 1, 1}; },
          summary + "0 rect:{ min:0x0 max:1x1 } maxFps:60 monitor:{ maxFps:70 tolerance:1 "
                    "restore:-7 } timeout:{ abort:17ms overload:16ms tolerance:5/10000ms }",
-         true,
-         false},
-        {"at the edges",
-         {0, 1, 1, 2, 2, 2, 3, 0, 0, 2, 2, 2, 2},
+         true, false},
+        {"at the edges", [](auto& it) { it = {0, 1, 1, 2, 2, 2, 3, 0, 0, 2, 2, 2, 2}; },
          summary + "0 rect:{ min:1x1 max:2x2 } maxFps:2 monitor:{ maxFps:3 tolerance:0 restore:0 } "
                    "timeout:{ abort:2ms overload:2ms tolerance:2/2ms }",
-         true,
+         true, false},
+        {"overload above abort", [](auto& it) { it.overloadMs = it.abortMs + 1; },
+         "timeout:{ abort:34ms overload:33ms tolerance:5/10000ms }", true, true},
+        {"the largest rate", [](auto& it) { it.maxFps = it.monitorMaxFps = INT32_MAX; },
+         "maxFps:2147483647 monitor:{ maxFps:2147483647 ", true, true},
+        {"no time between frames",
+         [](auto& it) {
+             it.maxFps = INT32_MAX;
+             it.overloadMs = 0;
+         },
+         "timeout:{ abort:1ms overload:0ms ", true, true},
+        {"width range empty", [](auto& it) { it.minWidth = it.maxWidth; },
+         invalid + "rect:{ min:720x512 max:720x1280 } maxFps:30", false, false},
+        {"height range empty", [](auto& it) { it.minHeight = it.maxHeight; }, invalid, false,
          false},
-        {"overload above abort",
-         {1, 1, 1, 2, 2, 30, 0, 0, 0, 40, 41, 0, 0},
-         "monitor:{ maxFps:40 tolerance:0 restore:0 } timeout:{ abort:34ms overload:33ms",
-         true,
-         true},
-        {"the largest values",
-         {1, 1, 1, INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX, 0, 0, 0, 0, 0, 0},
-         "maxFps:2147483647 monitor:{ maxFps:2147483647 tolerance:0 restore:0 } timeout:{ "
-         "abort:1ms overload:0ms",
-         true,
-         true},
-        {"width range empty",
-         {1, 3, 1, 3, 4, 30, 0, 0, 0, 0, 0, 0, 0},
-         "6 DE N AISR getConfig:#: Invalid input: rect:{ min:3x1 max:3x4 } maxFps:30",
-         false,
-         false},
-        {"height range empty", {1, 1, 4, 3, 4, 30, 0, 0, 0, 0, 0, 0, 0}, invalid, false, false},
-        {"negative width", {1, -1, 1, 3, 4, 30, 0, 0, 0, 0, 0, 0, 0}, invalid, false, false},
-        {"negative height", {1, 1, -1, 3, 4, 30, 0, 0, 0, 0, 0, 0, 0}, invalid, false, false},
-        {"too low a rate", {1, 1, 1, 3, 4, 1, 0, 0, 0, 0, 0, 0, 0}, invalid + "1", false, false},
-        {"too short", Config(12, 1), "Invalid input: status(size=12)", false, false},
-        {"nothing", {}, "Invalid input: status(size=0)", false, false},
+        {"negative width", [](auto& it) { it.minWidth = -1; }, invalid, false, false},
+        {"negative height", [](auto& it) { it.minHeight = -1; }, invalid, false, false},
+        {"too low a rate", [](auto& it) { it.maxFps = 1; }, "} maxFps:1", false, false},
+        {"too short", [](auto& it) { it.size = 12; }, invalid + "status(size=12)", false, false},
+        {"nothing", [](auto& it) { it.size = 0; }, invalid + "status(size=0)", false, false},
     };
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.name);
-        service->config = expected.config;
-        service->takeCalls();
+        service->config = {};
+        expected.change(service->config);
+        service->journal.take();
         log.take();
         AisrEngine fresh;
         EXPECT_EQ(fresh.initialize(), expected.isAccepted);
         EXPECT_EQ(fresh.getAppConfig(), expected.isEnabled);
         EXPECT_TRUE(log.contains(expected.message)) << log.last("getConfig:#: ");
-        EXPECT_EQ(service->count("registerCallbackEx"), expected.isAccepted ? 1U : 0U);
+        EXPECT_EQ(service->journal.count("registerCallbackEx"), expected.isAccepted ? 1U : 0U);
     }
 }
 
-TEST_F(EngineConditions, AcceptsSizesWithinTheRangeInEitherOrientation) {
-    struct Range {
-        int32_t minWidth, minHeight, maxWidth, maxHeight;
-    };
-    const Range usual{512, 512, 720, 1280};
-    const Range mixed{512, 600, 1280, 720};
-    const Range wide{1, 1, INT32_MAX, INT32_MAX};
-    const struct {
-        Range range;
+TEST_F(EngineConditionsTest, AcceptsSizesWithinTheRangeInEitherOrientation) {
+    struct Size {
         int width;
         int height;
+    };
+    struct Range {
+        Size min;
+        Size max;
+    };
+    const Range usual{{512, 512}, {720, 1280}};
+    const Range mixed{{512, 600}, {1280, 720}};
+    const Range flat{{10, 30}, {720, 1280}};
+    const Range wide{{1, 1}, {INT32_MAX, INT32_MAX}};
+    const struct {
+        Range range;
+        Size size;
         bool isAccepted;
     } cases[] = {
-        {usual, 513, 513, true},    {usual, 512, 1280, false},  {usual, 1280, 512, false},
-        {usual, 600, 1281, false},  {usual, 720, 1280, true},   {usual, 1280, 720, true},
-        {usual, 721, 1280, false},  {usual, 960, 540, true},    {usual, 854, 480, false},
-        {usual, 1920, 1080, false}, {usual, 960, 960, true},    {usual, 961, 960, false},
-        {mixed, 700, 601, true},    {mixed, 512, 800, false},   {mixed, 513, 599, true},
-        {mixed, 513, 598, false},   {wide, 65536, 65536, true}, {wide, 1, 1, false},
+        {usual, {513, 513}, true},    {usual, {512, 1280}, false}, {usual, {1280, 512}, false},
+        {usual, {600, 1281}, false},  {usual, {720, 1280}, true},  {usual, {1280, 720}, true},
+        {usual, {721, 1280}, false},  {usual, {960, 540}, true},   {usual, {854, 480}, false},
+        {usual, {1920, 1080}, false}, {usual, {960, 960}, true},   {usual, {961, 960}, false},
+        {mixed, {700, 601}, true},    {mixed, {512, 800}, false},  {mixed, {513, 599}, true},
+        {mixed, {513, 598}, false},   {flat, {15, 20}, false},     {flat, {15, 21}, true},
+        {wide, {65536, 65536}, true}, {wide, {1, 1}, false},
     };
     for (const auto& expected : cases) {
-        SCOPED_TRACE(std::to_string(expected.width) + "x" + std::to_string(expected.height));
-        service->config = EngineService::defaultConfig();
-        service->config[1] = expected.range.minWidth;
-        service->config[2] = expected.range.minHeight;
-        service->config[3] = expected.range.maxWidth;
-        service->config[4] = expected.range.maxHeight;
+        SCOPED_TRACE(std::to_string(expected.size.width) + "x" +
+                     std::to_string(expected.size.height));
+        service->config = {};
+        service->config.minWidth = expected.range.min.width;
+        service->config.minHeight = expected.range.min.height;
+        service->config.maxWidth = expected.range.max.width;
+        service->config.maxHeight = expected.range.max.height;
         AisrEngine fresh;
         ASSERT_TRUE(fresh.initialize());
         fresh.setFrameRate(1);
         EXPECT_FALSE(fresh.needEnhance());
-        fresh.setRect(expected.width, expected.height);
+        fresh.setRect(expected.size.width, expected.size.height);
         EXPECT_EQ(fresh.needEnhance(), expected.isAccepted);
     }
 }
 
-TEST_F(EngineConditions, CountsVerdictsAndTellsWhy) {
+TEST_F(EngineConditionsTest, CountsVerdictsAndTellsWhy) {
     g_delogvEnable = true;
     ASSERT_TRUE(engine->initialize());
     // Each step: the report, the last line that it logs ("#" for the process's name), and whether
@@ -187,21 +186,30 @@ TEST_F(EngineConditions, CountsVerdictsAndTellsWhy) {
     }
 }
 
-TEST_F(EngineConditions, CountForNothingWhenTheRegistrationFailed) {
+TEST_F(EngineConditionsTest, CountForNothingWhenTheRegistrationFailed) {
     service->registerResult = false;
     EXPECT_FALSE(engine->initialize());
     EXPECT_TRUE(log.contains("mIsEnhance[EN_COND_ENABLE]:1 mEnhanceCount:1 for "));
     EXPECT_FALSE(engine->getAppConfig());
 }
 
-TEST_F(EngineConditions, AreFetchedOnce) {
-    EXPECT_TRUE(engine->initialize());
-    service->takeCalls();
-    EXPECT_TRUE(engine->initialize());
-    EXPECT_TRUE(service->takeCalls().empty());
+TEST_F(EngineConditionsTest, EndWithTheEngineThoughItsWithdrawalFails) {
+    ASSERT_TRUE(engine->initialize());
+    service->outcomes["unregisterCallbackEx"] = EngineService::Status::fromExceptionCode(-1);
+    engine.reset();
+    EXPECT_EQ(service->journal.count("unregisterCallbackEx"), 1U);
+    EXPECT_NE(log.last("unregisterCallbackEx(data:{ key:").find(" feature:44 }) failed!"),
+              std::string::npos);
 }
 
-TEST_F(EngineConditions, AreCountedRightWhenManyReport) {
+TEST_F(EngineConditionsTest, AreFetchedOnce) {
+    EXPECT_TRUE(engine->initialize());
+    service->journal.take();
+    EXPECT_TRUE(engine->initialize());
+    EXPECT_TRUE(service->journal.take().empty());
+}
+
+TEST_F(EngineConditionsTest, AreCountedRightWhenManyReport) {
     ASSERT_TRUE(engine->initialize());
     engine->setRect(1280, 720);
     engine->setFrameRate(30);
@@ -223,7 +231,7 @@ TEST_F(EngineConditions, AreCountedRightWhenManyReport) {
     g_delogdEnable = g_delogiEnable = true;
 }
 
-TEST_F(EngineConditions, IgnoreReportsBeforeInitialisation) {
+TEST_F(EngineConditionsTest, IgnoreReportsBeforeInitialisation) {
     engine->setEnable(true);
     engine->setRect(1280, 720);
     engine->setRect(-1, -1);

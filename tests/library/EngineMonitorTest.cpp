@@ -19,15 +19,15 @@ constexpr uint64_t kStream = 0x7f3a;
 constexpr uint64_t kOther = 0x1234;
 constexpr int kFramesPerInterval = 39;
 
-class EngineMonitor : public testing::Test {
+class EngineMonitorTest : public testing::Test {
 protected:
-    EngineMonitor() : service(EngineService::install()) { processing::use("without_nothing"); }
+    EngineMonitorTest() : service(EngineService::install()) { processing::use("without_nothing"); }
 
     void start(int maxFps, int tolerance, int restore) {
-        service->config[6] = maxFps;
-        service->config[7] = tolerance;
-        service->config[8] = restore;
-        service->config[9] = 60'000;  // No frame expires here, however busy the machine.
+        service->config.monitorMaxFps = maxFps;
+        service->config.monitorTolerance = tolerance;
+        service->config.monitorRestore = restore;
+        service->config.abortMs = EngineService::kPatientMs;
         ASSERT_TRUE(engine.initialize());
         engine.onAppStart();
     }
@@ -58,7 +58,7 @@ protected:
 constexpr microseconds kFast{16'666};    // 60 frames per second
 constexpr microseconds kNormal{33'333};  // 30 frames per second
 
-TEST_F(EngineMonitor, RefusesAFastStreamAndRestoresItWhenItCalmsDown) {
+TEST_F(EngineMonitorTest, RefusesAFastStreamAndRestoresItWhenItCalmsDown) {
     start(38, 2, 3);
     EXPECT_TRUE(interval(kStream, kFast, true));
     EXPECT_EQ(log.last("monitor"),
@@ -81,7 +81,7 @@ TEST_F(EngineMonitor, RefusesAFastStreamAndRestoresItWhenItCalmsDown) {
     EXPECT_NE(log.last("monitor").find("monitor healthy"), std::string::npos);
 }
 
-TEST_F(EngineMonitor, CountsOnlyConsecutiveIntervalsAndTakesASecondForNormal) {
+TEST_F(EngineMonitorTest, CountsOnlyConsecutiveIntervalsAndTakesASecondForNormal) {
     start(38, 1, 3);
     const nanoseconds exactly{1'000'000'000 / 38 +
                               1};  // 38 gaps just above 1000 ms, 1000.0 as float
@@ -96,7 +96,7 @@ TEST_F(EngineMonitor, CountsOnlyConsecutiveIntervalsAndTakesASecondForNormal) {
     EXPECT_EQ(log.count("UNHEALTHY"), 0U);
 }
 
-TEST_F(EngineMonitor, LiftsTheVerdictWhenAnIntervalClosesOnAnotherStream) {
+TEST_F(EngineMonitorTest, LiftsTheVerdictWhenAnIntervalClosesOnAnotherStream) {
     start(38, 0, -1);
     EXPECT_FALSE(interval(kStream, kFast, true));
     EXPECT_FALSE(interval(kStream, kNormal, false));
@@ -117,13 +117,13 @@ TEST_F(EngineMonitor, LiftsTheVerdictWhenAnIntervalClosesOnAnotherStream) {
     EXPECT_TRUE(interval(kStream, kNormal, false)) << "it is the other one that is unhealthy now";
 }
 
-TEST_F(EngineMonitor, RestoresAtTheFirstNormalIntervalWhenToldTo) {
+TEST_F(EngineMonitorTest, RestoresAtTheFirstNormalIntervalWhenToldTo) {
     start(38, 0, 0);
     EXPECT_FALSE(interval(kStream, kFast, true));
     EXPECT_TRUE(interval(kStream, kNormal, false));
 }
 
-TEST_F(EngineMonitor, PrintsTheRateInNoLocale) {
+TEST_F(EngineMonitorTest, PrintsTheRateInNoLocale) {
     class Comma : public std::numpunct<char> {
         char do_decimal_point() const override { return ','; }
     };

@@ -19,6 +19,7 @@
 #include "common/DisplayEngineCleanCommon.h"
 #include "support/ChildProcess.h"
 #include "support/ProcessingLibrary.h"
+#include "support/TestMain.h"
 #include "support/ThreadState.h"
 
 using android::sp;
@@ -117,9 +118,9 @@ std::string servicePath() {
     return (tests.parent_path() / "demo/service/displayengine-service").string();
 }
 
-class Exit : public testing::Test {
+class ExitTest : public testing::Test {
 protected:
-    Exit() { EXPECT_TRUE(service.waitForLine("ready")); }
+    ExitTest() { EXPECT_TRUE(service.waitForLine("ready")); }
 
     /** Runs the client to its end; between its two frames, `meanwhile` is called. */
     template <typename ACTION>
@@ -151,7 +152,7 @@ protected:
     std::string log;
 };
 
-TEST_F(Exit, WithdrawsThenJoinsThenUnloads) {
+TEST_F(ExitTest, WithdrawsThenJoinsThenUnloads) {
     run("idle", [] {});
     EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
     expectOrder({"unregisterCallback:", "success.", "mIsEnhanceAlive=false", "join",
@@ -160,21 +161,21 @@ TEST_F(Exit, WithdrawsThenJoinsThenUnloads) {
     EXPECT_LT(log.find("enhance died."), log.find("~AisrAlgorithm:"));
 }
 
-TEST_F(Exit, WaitsForTheFrameInProcessing) {
+TEST_F(ExitTest, WaitsForTheFrameInProcessing) {
     run("busy", [] {});
     EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
     expectOrder({"expired", "unregisterCallback:", "join", "the frame is done", "enhance died.",
                  "~AisrAlgorithm:", "Unload library."});
 }
 
-TEST_F(Exit, WaitsForThoseWhoAreInTheEngine) {
+TEST_F(ExitTest, WaitsForThoseWhoAreInTheEngine) {
     run("visited", [] {});
     EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
     expectOrder({"expired", "the frame is done", "~AisrEngine:", "unregisterCallback:", "join",
                  "Unload library."});
 }
 
-TEST_F(Exit, GoesOnWhenTheServiceHasDied) {
+TEST_F(ExitTest, GoesOnWhenTheServiceHasDied) {
     run("idle", [this] {
         service.kill(SIGKILL);
         EXPECT_EQ(service.wait(), -SIGKILL);
@@ -186,9 +187,5 @@ TEST_F(Exit, GoesOnWhenTheServiceHasDied) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 3 && argv[1] == std::string(kClientArgument)) {
-        return runClient(argv[2]);
-    }
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return testMain(argc, argv, {{kClientArgument, runClient}});
 }

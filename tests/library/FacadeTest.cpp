@@ -24,28 +24,30 @@ using Texts = std::vector<std::string>;
 
 namespace {
 
-class Facade : public testing::Test {
+class FacadeTest : public testing::Test {
 protected:
-    Facade() : manager(new DisplayEngineManager) {
+    FacadeTest() : manager(new DisplayEngineManager) {
         processing::use("without_nothing");
         g_delogdEnable = g_delogiEnable = true;  // The manager has switched them off.
     }
+
+    void race(int32_t secondAnswer);
 
     LogCapture log;
     processing::Frame frame;
     sp<DisplayEngineManager> manager;
 };
 
-TEST_F(Facade, BringsTheEngineUpAndEnhances) {
+TEST_F(FacadeTest, BringsTheEngineUpAndEnhances) {
     const sp<EngineService> service = EngineService::install();
-    service->config[9] = 60'000;  // No frame expires here, however busy the machine.
+    service->config.abortMs = EngineService::kPatientMs;
     EXPECT_TRUE(manager->isVideoEngineSupported());
     const std::string start = "4 DE N AISR updateAppName:#: ";
     const std::string name = log.last(start).substr(start.size());
     EXPECT_NE(name.find("FacadeTest"), std::string::npos);
     EXPECT_EQ(name.find("--gtest"), std::string::npos) << "the arguments are no part of the name";
-    EXPECT_EQ(service->takeCalls(),
-              (Texts{"getSupported 44", "getEffectExByData 44 Key=" + name + " Type=26 size=13",
+    EXPECT_EQ(service->journal.take(),
+              (Texts{"getSupported 44", "getEffectExByData 44 Key=" + name + " Type=26 [13]",
                      "registerCallbackEx Key=" + name + " Feature=44"}));
     EXPECT_TRUE(
         log.contains("4 DE N AISR registerCallback:#: key:" + name + " feature:44 success."));
@@ -70,13 +72,11 @@ TEST_F(Facade, BringsTheEngineUpAndEnhances) {
     manager->onVideoStop();
     manager->onVideoAppStop();
     EXPECT_EQ(processing::calls().back().text(), "AisrDeinit");
-    EXPECT_EQ(service->takeCalls(), Texts{}) << "frames and reports do not trouble the service";
+    EXPECT_EQ(service->journal.take(), Texts{}) << "frames and reports do not trouble the service";
 }
 
-/** Two first callers at once, and what the service answers to the second. */
-class FacadeRace : public Facade, public testing::WithParamInterface<int> {};
-
-TEST_P(FacadeRace, CreatesOneEngineAndTakesTheLastAnswerForGood) {
+// Two first callers at once: the service is asked for both, and its second answer counts.
+void FacadeTest::race(int32_t secondAnswer) {
     const sp<EngineService> service = EngineService::install();
     processing::Gate gate;
     std::promise<void> isAsked;
@@ -85,46 +85,44 @@ TEST_P(FacadeRace, CreatesOneEngineAndTakesTheLastAnswerForGood) {
             isAsked.set_value();
             gate.pass();
         } else {
-            service->support = GetParam();
+            service->support = secondAnswer;
         }
     };
     auto first = std::async(std::launch::async, [&] { return manager->isVideoEngineSupported(); });
     isAsked.get_future().get();
-    std::promise<pid_t> thread;
-    auto second = std::async(std::launch::async, [&] {
-        thread.set_value(ownThread());
-        return manager->isVideoEngineSupported();
-    });
-    waitUntilAsleep(thread.get_future().get());
+    auto second = startAndWaitUntilAsleep([&] { return manager->isVideoEngineSupported(); });
     gate.open();
     EXPECT_TRUE(first.get());
-    EXPECT_EQ(second.get(), GetParam() == 1);
-    EXPECT_EQ(service->count("getSupported"), 2U);
-    EXPECT_EQ(service->count("registerCallbackEx"), 1U);
+    EXPECT_EQ(second.get(), secondAnswer == 1);
+    EXPECT_EQ(service->journal.count("getSupported"), 2U);
+    EXPECT_EQ(service->journal.count("registerCallbackEx"), 1U);
     EXPECT_EQ(log.count("Start to load AISR......"), 1U);
-    EXPECT_EQ(manager->getVideoAppConfig(), GetParam() == 1);
+    EXPECT_EQ(manager->getVideoAppConfig(), secondAnswer == 1);
     EXPECT_FALSE(log.contains("~AisrEngine")) << "the engine stays until the process exits";
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FacadeRace, testing::Values(0, 1));
+TEST_F(FacadeTest, CreatesOneEngineForTwoFirstCallers) {
+    race(1);
+}
 
-TEST_F(Facade, MakesAnEventWaitForTheEngine) {
+TEST_F(FacadeTest, TakesTheLastAnswerForGood) {
+    race(0);
+}
+
+TEST_F(FacadeTest, MakesAnEventWaitForTheEngine) {
     const sp<EngineService> service = EngineService::install();
     std::future<void> event;
     service->whenRegistered = [&](const EngineService::Callback& callback) {
-        std::promise<pid_t> thread;
-        event = std::async(std::launch::async, [&thread, callback] {
-            thread.set_value(ownThread());
+        event = startAndWaitUntilAsleep([callback] {
             EXPECT_TRUE(callback->onEventWithData(3, protocol::enable(false)).isOk());
         });
-        waitUntilAsleep(thread.get_future().get());
     };
     EXPECT_TRUE(manager->isVideoEngineSupported());
     event.get();
     EXPECT_FALSE(manager->getVideoAppConfig()) << "it came while the engine was registering";
 }
 
-TEST_F(Facade, ObeysItsEventsAndNoOthers) {
+TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
     const sp<EngineService> service = EngineService::install();
     ASSERT_TRUE(manager->getVideoAppConfig());
     const EngineService::Callback callback = service->callback();

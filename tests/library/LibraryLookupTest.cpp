@@ -41,7 +41,7 @@ extern "C" char* __wrap_dlerror() {
 
 namespace {
 
-TEST(LibraryLookup, TriesTheSystemFolderOnlyForALibraryThatIsNotFound) {
+TEST(LibraryLookupTest, TriesTheSystemFolderOnlyForALibraryThatIsNotFound) {
     const struct {
         const char* bare;
         const char* full;

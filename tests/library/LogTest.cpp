@@ -20,7 +20,7 @@ void setProperties(bool debuggable, bool debugOn, bool log) {
     property_set("persist.displayengine.log", log ? "on" : "false");
 }
 
-TEST(Log, SwitchesFollowTheProperties) {
+TEST(LogTest, SwitchesFollowTheProperties) {
     ASSERT_TRUE(g_delogdEnable && g_delogiEnable && !g_delogvEnable) << "as loaded";
     const struct {
         bool debuggable, debugOn, log;
@@ -51,7 +51,7 @@ TEST(Log, SwitchesFollowTheProperties) {
 
 int gLoggedLine = 0;
 
-TEST(Log, MessagesNameTheirSourceLine) {
+TEST(LogTest, MessagesNameTheirSourceLine) {
     __android_log_set_logger([](const struct __android_log_message* message) {
         const std::string text = message->message;
         gLoggedLine = std::stoi(text.substr(text.find(':') + 1));
@@ -61,7 +61,7 @@ TEST(Log, MessagesNameTheirSourceLine) {
     __android_log_set_logger(nullptr);
 }
 
-TEST(Log, SuppressedMessagesComputeNothing) {
+TEST(LogTest, SuppressedMessagesComputeNothing) {
     int computed = 0;
     const auto argument = [&computed] { return ++computed; };
     const auto logAll = [&] {

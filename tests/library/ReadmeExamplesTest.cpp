@@ -8,6 +8,7 @@
 #include "support/ChildProcess.h"
 #include "support/EngineService.h"
 #include "support/ProcessingLibrary.h"
+#include "support/TestMain.h"
 
 using android::sp;
 
@@ -42,7 +43,7 @@ bool setBacklight(int32_t level) {
     return true;
 }
 
-TEST(ReadmeExamples, MediaClientHasItsFramesEnhanced) {
+TEST(ReadmeExamplesTest, MediaClientHasItsFramesEnhanced) {
     const sp<EngineService> service = EngineService::install();
     processing::use("without_nothing");
     processing::Frame frame;
@@ -54,7 +55,7 @@ TEST(ReadmeExamples, MediaClientHasItsFramesEnhanced) {
     EXPECT_EQ(processing::takeTexts().back(), "AisrDeinit");
 }
 
-TEST(ReadmeExamples, ServiceAnswersItsClients) {
+TEST(ReadmeExamplesTest, ServiceAnswersItsClients) {
     ChildProcess service(ChildProcess::ownPath(), {"--serve"});
     const sp<DisplayEngineManager> display = new DisplayEngineManager();
     EXPECT_EQ(display->displayengineSetBrightness(100), 1);
@@ -63,9 +64,5 @@ TEST(ReadmeExamples, ServiceAnswersItsClients) {
 }
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::string(argv[1]) == "--serve") {
-        return serve();
-    }
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return testMain(argc, argv, {{"--serve", [](const std::string&) { return serve(); }}});
 }

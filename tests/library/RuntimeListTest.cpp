@@ -12,7 +12,7 @@
 
 namespace {
 
-TEST(RuntimeList, CarriesTheFrameToTheProcessingLibrary) {
+TEST(RuntimeListTest, CarriesTheFrameToTheProcessingLibrary) {
     using Frames = std::list<AisrBuffer>;
     const Frames* frames = nullptr;
     std::vector<AisrBuffer> found;

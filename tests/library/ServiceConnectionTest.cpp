@@ -14,7 +14,7 @@ using android::String16;
 
 namespace {
 
-TEST(ServiceConnection, LooksAgainUntilTheServiceIsFoundAndThenNeverMore) {
+TEST(ServiceConnectionTest, LooksAgainUntilTheServiceIsFoundAndThenNeverMore) {
     LogCapture log;
     const sp<DisplayEngineManager> manager = new DisplayEngineManager;
     EXPECT_EQ(checkDisplayEngineService(), nullptr);

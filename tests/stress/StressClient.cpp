@@ -22,9 +22,9 @@
 #include <vector>
 
 #include "aidl/BnDisplayEngineCallback.h"
-#include "aisr/AisrBuffer.h"
 #include "client/DisplayEngineManager.h"
 #include "client/ServiceConnection.h"
+#include "common/AisrProcess.h"
 
 using android::sp;
 using android::binder::Status;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "support/ProtocolPeerObjects.h"
+#include "support/Recording.h"
 
 /**
  * A display engine service inside the test's own process, for the tests of the engine: it answers
@@ -13,42 +13,49 @@
  */
 class EngineService : public protocol::RecordingService {
 public:
-    using Config = std::vector<int32_t>;
+    /** An abort timeout that no frame outlasts, however busy the machine. */
+    static constexpr int32_t kPatientMs = 10'000;
 
-    /** The 13 values of a service that admits 513x513 to 1280x720 at up to 30 frames per second. */
-    static Config defaultConfig();
+    /** The configuration: sizes of 513x513 to 1280x720, at up to 30 frames per second. */
+    struct Config {
+        Int enable = 1;
+        Int minWidth = 512;
+        Int minHeight = 512;
+        Int maxWidth = 720;
+        Int maxHeight = 1280;
+        Int maxFps = 30;
+        Int monitorMaxFps = 38;
+        Int monitorTolerance = 2;
+        Int monitorRestore = 3;
+        Int abortMs = 40;
+        Int overloadMs = 33;
+        Int toleranceCount = 5;
+        Int toleranceMs = 10'000;
+        size_t size = 13; /**< How many of these the service answers with. */
+    };
 
-    /** The process's one service, registered on first use; it answers as at the start again. */
+    /** A new one, registered in place of an earlier one of this process. */
     static android::sp<EngineService> install();
 
-    // What to answer; set while no call is under way.
-    int32_t support;
+    // What to answer beside the outcomes; set while no call is under way.
+    Int support = 1;
     Config config;
-    Status supportStatus;
-    Status configStatus;
-    Status registerStatus;
-    bool registerResult;
+    bool registerResult = true;
     std::function<void()> whenAsked; /**< Called for each getSupported, on the caller's thread. */
     std::function<void(const Callback&)> whenRegistered; /**< Likewise for registerCallbackEx. */
 
-    /** How often an operation of this name was called. */
-    size_t count(const std::string& operation) const { return journal.count(operation); }
-    /** The calls in order, with their bundles' entries; forgets them. */
-    std::vector<std::string> takeCalls() { return journal.take(); }
     /** The callback registered last, or null. */
     Callback callback() const {
         const std::lock_guard<std::mutex> lock(mMutex);
         return mCallback;
     }
 
-    Status getSupported(int32_t feature, int32_t* result) override;
-    Status getEffectExByData(int32_t feature, const Bundle& data, std::vector<int32_t>* status,
-                             int32_t* result) override;
     Status registerCallbackEx(const Callback& callback, const Bundle& data, bool* result) override;
 
-private:
-    void reset();
+protected:
+    Status respond(const std::string& call, const protocol::Answer& to) override;
 
+private:
     mutable std::mutex mMutex;
     Callback mCallback;  // guarded by mMutex
 };

@@ -67,7 +67,6 @@ std::string takeComplaints(LogCapture* log) {
         {std::regex("/proc/[0-9]+/"), "/proc/PID/"},
         {std::regex("idx=[0-9]+"), "idx=#"},
         {std::regex("=0x[0-9a-f]+"), "=0x#"},
-        {std::regex("worker! .*"), "worker! #"},
         {std::regex("[-+.0-9e]+([(][0-9]+[)])?ms"), "#$1ms"},
         {std::regex("([:,])/[^ }]*Test"), "$1NAME"},
         {std::regex(" - /[^ ]*/system/lib64/"), " - ROOT/system/lib64/"}};

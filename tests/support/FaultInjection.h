@@ -51,23 +51,14 @@ private:
     pthread_attr_t mUsual;
 };
 
-/** How the calls behave that move the binder's bytes, and those that wait for them. */
-enum class Io {
-    USUAL,
-    SHORT,       /**< Each moves one byte. */
-    INTERRUPTED, /**< Every other one is interrupted by a signal. */
-    BOTH,
-};
-void setIo(Io io);
+/**
+ * While on, every other one of the calls that move the binder's bytes, and of those that wait for
+ * them, is interrupted by a signal.
+ */
+void setInterrupting(bool on);
 
-/** What becomes of the next bytes that this process sends to a peer. */
-enum class Send {
-    USUAL,
-    HALF,  /**< Half of them go out, and the process ends. */
-    WHOLE, /**< All go out, and the process ends. */
-    WRONG, /**< The first of them is another one. */
-};
-void setNextSend(Send send);
+/** The next message that this process sends goes out whole, and the process ends. */
+void exitAfterNextSend();
 
 /** While set, read() fails with this error. */
 void setReadError(int error);

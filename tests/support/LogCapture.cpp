@@ -5,6 +5,8 @@
 #include <regex>
 #include <utility>
 
+#include "support/ThreadState.h"
+
 namespace {
 
 std::mutex gCurrentMutex;
@@ -62,7 +64,8 @@ std::string LogCapture::last(const std::string& text) const {
 
 void LogCapture::waitFor(const std::string& text, size_t times) const {
     std::unique_lock<std::mutex> lock(mMutex);
-    mArrived.wait(lock, [&] { return countLocked(text) >= times; });
+    waitUntil(mArrived, lock, "the log line \"" + text + "\"",
+              [&] { return countLocked(text) >= times; });
 }
 
 size_t LogCapture::countLocked(const std::string& text) const {

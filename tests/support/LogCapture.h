@@ -28,7 +28,7 @@ public:
     bool contains(const std::string& text) const { return count(text) != 0; }
     /** The last line that contains `text`, or an empty one. */
     std::string last(const std::string& text) const;
-    /** Blocks until `times` lines contain `text`. */
+    /** Blocks until `times` lines contain `text`; fails the test when they do not come. */
     void waitFor(const std::string& text, size_t times = 1) const;
 
 private:

@@ -10,6 +10,8 @@
 #include <mutex>
 #include <utility>
 
+#include "support/ThreadState.h"
+
 namespace processing {
 
 namespace {
@@ -67,6 +69,15 @@ void setHook(Hook hook) {
     recorder().hook = std::move(hook);
 }
 
+void hold(const std::string& text, Gate* gate) {
+    setHook([=](const Call& call) {
+        if (call.text() == text) {
+            gate->pass();
+        }
+        return 0;
+    });
+}
+
 std::vector<Call> calls() {
     const std::lock_guard<std::mutex> lock(recorder().mutex);
     return recorder().calls;
@@ -88,7 +99,8 @@ size_t count(const std::string& text) {
 
 void waitFor(const std::string& text, size_t times) {
     std::unique_lock<std::mutex> lock(recorder().mutex);
-    recorder().changed.wait(lock, [&] { return countLocked(text) >= times; });
+    waitUntil(recorder().changed, lock, "call " + std::to_string(times) + " of " + text,
+              [&] { return countLocked(text) >= times; });
 }
 
 void endSession() {
@@ -108,7 +120,7 @@ void Gate::open() {
 
 void Gate::pass() {
     std::unique_lock<std::mutex> lock(recorder().mutex);
-    recorder().changed.wait(lock, [this] { return mIsOpen; });
+    waitUntil(recorder().changed, lock, "a gate to be opened", [this] { return mIsOpen; });
 }
 
 Frame::Frame() : mPlanes(static_cast<size_t>(kStride * kHeight * 3 / 2), 0x80) {}

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "aisr/AisrBuffer.h"
+#include "common/AisrProcess.h"
 #include "common/BufferInfo.h"
 
 /**
@@ -38,22 +38,7 @@ void use(const std::string& build);
 using Hook = std::function<int32_t(const Call&)>;
 void setHook(Hook hook);
 
-/** The calls so far. */
-std::vector<Call> calls();
-/** Their texts; forgets the calls. */
-std::vector<std::string> takeTexts();
-/** How many calls have this text. */
-size_t count(const std::string& text);
-/** Blocks until that many calls have this text. */
-void waitFor(const std::string& text, size_t times = 1);
-
-/**
- * De-initialises the library itself, after a hook has made its deinit entry fail and the adapter
- * has therefore given its session up.
- */
-void endSession();
-
-/** A gate that stays shut until it is opened, for holding an entry up. */
+/** A gate that stays shut until it is opened. */
 class Gate {
 public:
     void open();
@@ -62,6 +47,24 @@ public:
 private:
     bool mIsOpen = false;
 };
+
+/** Holds the calls of this text up at the gate. */
+void hold(const std::string& text, Gate* gate);
+
+/** The calls so far. */
+std::vector<Call> calls();
+/** Their texts; forgets the calls. */
+std::vector<std::string> takeTexts();
+/** How many calls have this text. */
+size_t count(const std::string& text);
+/** Blocks until so many calls have this text; fails the test when they do not come. */
+void waitFor(const std::string& text, size_t times = 1);
+
+/**
+ * De-initialises the library itself, after a hook has made its deinit entry fail and the adapter
+ * has therefore given its session up.
+ */
+void endSession();
 
 /** Planes of a small frame, and records that point to them. */
 class Frame {

@@ -4,14 +4,10 @@
 #include <binder/PersistableBundle.h>
 #include <utils/String16.h>
 
-#include "support/ProtocolPeerObjects.h"
+#include "support/Recording.h"
 
-using android::sp;
 using android::String16;
-using android::binder::Status;
 using android::os::PersistableBundle;
-using com::tivora::displayengine::IDisplayEngineCallback;
-using com::tivora::displayengine::IDisplayEngineService;
 
 namespace protocol {
 namespace {
@@ -38,6 +34,25 @@ PersistableBundle frameRate() {
     return data;
 }
 
+// Present, a bundle of 68 bytes, "BNDL", two entries: "Key", string, "player"; "Feature", int, 44.
+const std::string kRegistration =
+    " 01000000 44000000 424e444c 02000000 03000000 4b006500 79000000 00000000 06000000 70006c00 "
+    "61007900 65007200 00000000 07000000 46006500 61007400 75007200 65000000 01000000 2c000000";
+
+// Present, a bundle of 32 bytes, "BNDL", one entry: "FPS", string, "60".
+const std::string kFrameRate =
+    " 01000000 20000000 424e444c 01000000 03000000 46005000 53000000 00000000 02000000 36003000 "
+    "00000000";
+
+// No binder, no stability.
+const std::string kNoCallback = " 852a6273 7f010000 00000000 00000000 00000000 00000000 00000000";
+
+const std::string kValues = " 03000000 01000000 02000000 03000000";
+const std::string kReversed = " 04000000 03000000 02000000 01000000 4d000000";
+const std::string kOk = "00000000";
+/** EX_NULL_POINTER, no message, no remote trace. */
+const std::string kNullPointer = "fcffffff 00000000 00000000 00000000";
+
 }  // namespace
 
 std::string Results::text() const {
@@ -46,48 +61,48 @@ std::string Results::text() const {
 }
 
 const Operation kOperations[] = {
-    {1, "getSupported 44", "1001 no 1,2,3 4,5,6,7,8 none"},
-    {2, "setScene 20 -100", "1002 no 1,2,3 4,5,6,7,8 none"},
-    {3, "setData 15 FPS=60", "1003 no 1,2,3 4,5,6,7,8 none"},
-    {4, "getEffectEx 25 16 [ 1 2 3 ] 7", "1004 no 3,2,1,77 4,5,6,7,8 none"},
-    {5, "getEffect 33 14 [ 4 5 6 7 8 ] 9", "1005 no 1,2,3 8,7,6,5,4,77 none"},
-    {6, "getEffectExByData 44 Key=player Feature=44 [ 1 2 3 ]", "1006 no 3,2,1,77 4,5,6,7,8 none"},
-    {7, "setEffect 25 16 FPS=60", "1007 no 1,2,3 4,5,6,7,8 none"},
-    {8, "registerCallback told", kUntouched},
-    {9, "registerCallbackEx Key=player Feature=44", "-5 yes 1,2,3 4,5,6,7,8 none"},
-    {10, "unregisterCallback", kUntouched},
-    {11, "unregisterCallbackEx Key=player Feature=44", kUntouched},
-    {12, "processGraphicBuffer 1 2 none none", "1012 no 1,2,3 4,5,6,7,8 4x2"},
+    {"getSupported 44", "1001 no 1,2,3 4,5,6,7,8 none", " 2c000000", kOk + " e9030000",
+     [](auto& it, auto* out, auto&) { return it.getSupported(44, &out->result); }},
+    {"setScene 20 -100", "1002 no 1,2,3 4,5,6,7,8 none", " 14000000 9cffffff", kOk + " ea030000",
+     [](auto& it, auto* out, auto&) { return it.setScene(20, -100, &out->result); }},
+    {"setData 15 FPS=60", "1003 no 1,2,3 4,5,6,7,8 none", " 0f000000" + kFrameRate,
+     kOk + " eb030000",
+     [](auto& it, auto* out, auto&) { return it.setData(15, frameRate(), &out->result); }},
+    {"getEffectEx 25 16 [ 1 2 3 ] 7", "1004 no 3,2,1,77 4,5,6,7,8 none",
+     " 19000000 10000000" + kValues + " 07000000", kOk + " ec030000" + kReversed,
+     [](auto& it, auto* out, auto&) {
+         return it.getEffectEx(25, 16, &out->values, 7, &out->result);
+     }},
+    // Five bytes fill up eight.
+    {"getEffect 33 14 [ 4 5 6 7 8 ] 9", "1005 no 1,2,3 8,7,6,5,4,77 none",
+     " 21000000 0e000000 05000000 04050607 08000000 09000000",
+     kOk + " ed030000 06000000 08070605 044d0000",
+     [](auto& it, auto* out, auto&) { return it.getEffect(33, 14, &out->bytes, 9, &out->result); }},
+    {"getEffectExByData 44 Key=player Feature=44 [ 1 2 3 ]", "1006 no 3,2,1,77 4,5,6,7,8 none",
+     " 2c000000" + kRegistration + kValues, kOk + " ee030000" + kReversed,
+     [](auto& it, auto* out, auto&) {
+         return it.getEffectExByData(44, registration(), &out->values, &out->result);
+     }},
+    {"setEffect 25 16 FPS=60", "1007 no 1,2,3 4,5,6,7,8 none", " 19000000 10000000" + kFrameRate,
+     kOk + " ef030000",
+     [](auto& it, auto* out, auto&) { return it.setEffect(25, 16, frameRate(), &out->result); }},
+    {"registerCallback told", kUntouched, kNoCallback, kNullPointer,
+     [](auto& it, auto*, auto& callback) { return it.registerCallback(callback); }},
+    {"registerCallbackEx Key=player Feature=44", "-5 yes 1,2,3 4,5,6,7,8 none",
+     kNoCallback + kRegistration, kNullPointer,
+     [](auto& it, auto* out, auto& callback) {
+         return it.registerCallbackEx(callback, registration(), &out->accepted);
+     }},
+    {"unregisterCallback", kUntouched, kNoCallback, kNullPointer,
+     [](auto& it, auto*, auto& callback) { return it.unregisterCallback(callback); }},
+    {"unregisterCallbackEx Key=player Feature=44", kUntouched, kRegistration, kOk,
+     [](auto& it, auto*, auto&) { return it.unregisterCallbackEx(registration()); }},
+    // Two parcelables, present, without a buffer.
+    {"processGraphicBuffer 1 2 none none", "1012 no 1,2,3 4,5,6,7,8 4x2",
+     " 01000000 02000000 01000000 00000000 01000000 00000000", "",
+     [](auto& it, auto* out, auto&) {
+         return it.processGraphicBuffer(1, 2, &out->input, &out->output, &out->result);
+     }},
 };
-
-Status callOperation(IDisplayEngineService& service, uint32_t code, Results* out,
-                     const sp<IDisplayEngineCallback>& callback) {
-    switch (code) {
-        case 1:
-            return service.getSupported(44, &out->result);
-        case 2:
-            return service.setScene(20, -100, &out->result);
-        case 3:
-            return service.setData(15, frameRate(), &out->result);
-        case 4:
-            return service.getEffectEx(25, 16, &out->values, 7, &out->result);
-        case 5:
-            return service.getEffect(33, 14, &out->bytes, 9, &out->result);
-        case 6:
-            return service.getEffectExByData(44, registration(), &out->values, &out->result);
-        case 7:
-            return service.setEffect(25, 16, frameRate(), &out->result);
-        case 8:
-            return service.registerCallback(callback);
-        case 9:
-            return service.registerCallbackEx(callback, registration(), &out->accepted);
-        case 10:
-            return service.unregisterCallback(callback);
-        case 11:
-            return service.unregisterCallbackEx(registration());
-        default:
-            return service.processGraphicBuffer(1, 2, &out->input, &out->output, &out->result);
-    }
-}
 
 }  // namespace protocol

@@ -6,8 +6,14 @@
 #include <vector>
 
 #include "aidl/IDisplayEngineService.h"
+#include "aidl/TransactionCodes.h"
 
 namespace protocol {
+
+using com::tivora::displayengine::DeGraphicBuffer;
+using com::tivora::displayengine::IDisplayEngineCallback;
+using com::tivora::displayengine::IDisplayEngineService;
+using com::tivora::displayengine::kServiceCodeCount;
 
 /** The results of one operation, set beforehand to values that no service answers. */
 struct Results {
@@ -15,8 +21,8 @@ struct Results {
     bool accepted = false;
     std::vector<int32_t> values = {1, 2, 3};
     std::vector<uint8_t> bytes = {4, 5, 6, 7, 8};
-    com::tivora::displayengine::DeGraphicBuffer input;
-    com::tivora::displayengine::DeGraphicBuffer output;
+    DeGraphicBuffer input;
+    DeGraphicBuffer output;
 
     /** Result, acceptance, values, bytes and output: "-5 no 1,2,3 4,5,6,7,8 none" at the start. */
     std::string text() const;
@@ -24,18 +30,19 @@ struct Results {
 
 constexpr char kUntouched[] = "-5 no 1,2,3 4,5,6,7,8 none";
 
-/** The operations as a RecordingService sees them, and what its answers do to the results. */
+/** An operation of the service; its arguments differ from each other. */
 struct Operation {
-    uint32_t code;
-    const char* call;
-    const char* results;
-};
-constexpr uint32_t kOperationCount = 12;
-extern const Operation kOperations[kOperationCount];
+    std::string call;    /**< as a RecordingService sees it */
+    std::string results; /**< what the answer of that service makes of the Results */
+    std::string request; /**< the bytes behind the token; a callback is null here */
+    std::string reply;   /**< that service's; empty where it carries descriptors */
+    android::binder::Status (*run)(IDisplayEngineService&, Results*,
+                                   const android::sp<IDisplayEngineCallback>&);
 
-/** Calls the operation of `code` with arguments that differ from each other. */
-android::binder::Status callOperation(
-    com::tivora::displayengine::IDisplayEngineService& service, uint32_t code, Results* out,
-    const android::sp<com::tivora::displayengine::IDisplayEngineCallback>& callback = nullptr);
+    std::string name() const { return call.substr(0, call.find(' ')); }
+};
+
+/** All of them, in the order of their codes, which is that of the virtual operations as well. */
+extern const Operation kOperations[kServiceCodeCount];
 
 }  // namespace protocol

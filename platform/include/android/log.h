@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 
@@ -19,11 +18,6 @@ enum android_LogPriority {
     ANDROID_LOG_SILENT,
 };
 
-enum log_id {
-    LOG_ID_DEFAULT = -1,
-    LOG_ID_MAIN = 0,
-};
-
 /** One message as a logger receives it. The texts are valid only during the call. */
 struct __android_log_message {
     size_t struct_size;
@@ -39,14 +33,12 @@ struct __android_log_message {
 typedef void (*__android_logger_function)(const struct __android_log_message* message);
 
 /**
- * Formats a message and hands it to the logger in use, whatever its length. Leaves errno alone.
- * Returns 1, or a negative error number when the text cannot be formatted.
+ * Formats a message and hands it to the logger in use. Only without memory is a text of more than
+ * 1023 bytes cut to that length. Leaves errno unchanged. Returns 1, or a negative error number when
+ * the text cannot be formatted.
  */
 int __android_log_print(int priority, const char* tag, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
-int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments)
-    __attribute__((format(printf, 3, 0)));
-int __android_log_write(int priority, const char* tag, const char* text);
 
 /**
  * Replaces the logger; null puts the standard-error logger back. A call that is under way may
@@ -56,7 +48,7 @@ void __android_log_set_logger(__android_logger_function logger);
 
 /**
  * The logger in use at first: writes "date time pid tid P tag: text" as one line to standard
- * error, never mixed with another line of this process.
+ * error, never mixed with another line of this process. Without memory the line is lost.
  */
 void __android_log_stderr_logger(const struct __android_log_message* message);
 }

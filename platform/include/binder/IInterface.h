@@ -13,21 +13,10 @@ public:
     static sp<IBinder> asBinder(const sp<IInterface>& iface);
 
 protected:
-    IInterface() = default;
     ~IInterface() override = default;
 
     virtual IBinder* onAsBinder() = 0;
-
-private:
-    IInterface(const IInterface&) = delete;
-    IInterface& operator=(const IInterface&) = delete;
 };
-
-/** The interface of `obj`: the object itself when it lives in this process, else a proxy. */
-template <typename INTERFACE>
-inline sp<INTERFACE> interface_cast(const sp<IBinder>& obj) {
-    return INTERFACE::asInterface(obj);
-}
 
 /** Base of the side that implements INTERFACE. */
 template <typename INTERFACE>

@@ -14,9 +14,6 @@ public:
     enum class Stability : int32_t { STABILITY_LOCAL, STABILITY_VINTF };
 
     virtual ~Parcelable() = default;
-    Parcelable() = default;
-    Parcelable(const Parcelable&) = default;
-    Parcelable& operator=(const Parcelable&) = default;
 
     virtual status_t writeToParcel(Parcel* parcel) const = 0;
     virtual status_t readFromParcel(const Parcel* parcel) = 0;

@@ -24,9 +24,6 @@ public:
 
     /** Sets the mark, as a parcel does with the one that came with a proxy. */
     static void setStability(IBinder* binder, int32_t level);
-
-private:
-    Stability() = delete;
 };
 
 }  // namespace internal

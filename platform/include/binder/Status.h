@@ -25,7 +25,6 @@ public:
         EX_ILLEGAL_ARGUMENT = -3,
         EX_NULL_POINTER = -4,
         EX_ILLEGAL_STATE = -5,
-        EX_NETWORK_MAIN_THREAD = -6,
         EX_UNSUPPORTED_OPERATION = -7,
         EX_SERVICE_SPECIFIC = -8,
         EX_TRANSACTION_FAILED = -129,
@@ -33,8 +32,7 @@ public:
 
     Status() = default;
     static Status ok() { return {}; }
-    static Status fromExceptionCode(int32_t exception) { return {exception, OK, String8()}; }
-    static Status fromExceptionCode(int32_t exception, const String8& message) {
+    static Status fromExceptionCode(int32_t exception, const String8& message = String8()) {
         return {exception, OK, message};
     }
     static Status fromExceptionCode(int32_t exception, const char* message) {
@@ -46,14 +44,11 @@ public:
     static Status fromServiceSpecificError(int32_t code, const char* message) {
         return {EX_SERVICE_SPECIFIC, code, String8(message)};
     }
-    static Status fromStatusT(status_t status);
-    /** Name of an exception code ("EX_NULL_POINTER"), otherwise its number. */
-    static String8 exceptionToString(int32_t exception);
-
-    void setException(int32_t exception, const String8& message);
-    void setServiceSpecificError(int32_t code, const String8& message);
+    static Status fromStatusT(status_t status) {
+        return {status == OK ? EX_NONE : EX_TRANSACTION_FAILED, status, String8()};
+    }
     /** OK makes it ok, anything else a transport error. */
-    void setFromStatusT(status_t status);
+    void setFromStatusT(status_t status) { *this = fromStatusT(status); }
 
     bool isOk() const { return mException == EX_NONE; }
     int32_t exceptionCode() const { return mException; }
@@ -66,9 +61,6 @@ public:
     int32_t serviceSpecificErrorCode() const {
         return mException == EX_SERVICE_SPECIFIC ? mErrorCode : 0;
     }
-
-    /** For log lines and test failures. */
-    String8 toString8() const;
 
     /**
      * Reads what the remote side wrote. A failed read is returned and also becomes the content.

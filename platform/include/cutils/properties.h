@@ -10,7 +10,7 @@ extern "C" {
 
 /**
  * True (1) for "1", "y", "yes", "on" and "true", false (0) for "0", "n", "no", "off" and "false",
- * otherwise `default_value`.
+ * otherwise, and without memory, `default_value`.
  *
  * A value set in this process counts before one in the file that the environment variable
  * DISPLAYENGINE_PROPERTIES names. The file has one key=value a line, '#' begins a comment line, the
@@ -19,9 +19,8 @@ extern "C" {
 int8_t property_get_bool(const char* key, int8_t default_value);
 
 /**
- * Sets `key` for this process; null means the empty value. Returns 0, or -1 for an empty key or a
- * value too long. Values of read-only names ("ro.") can be set too: no system image fixes them
- * here.
+ * Sets `key` for this process. Returns 0, or -1 for an empty key, a value too long, or without
+ * memory. Values of read-only names ("ro.") can be set too: no system image fixes them here.
  */
 int property_set(const char* key, const char* value);
 }

@@ -7,20 +7,16 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
 namespace android {
 
 using PixelFormat = int32_t;
 
+/** The formats that the stand-in has; a device has more. */
 enum : PixelFormat {
     PIXEL_FORMAT_NONE = 0,
     PIXEL_FORMAT_RGBA_8888 = 1,
-    PIXEL_FORMAT_RGBX_8888 = 2,
-    PIXEL_FORMAT_RGB_565 = 4,
-    PIXEL_FORMAT_BGRA_8888 = 5,
     HAL_PIXEL_FORMAT_YCRCB_420_SP = 0x11,
-    HAL_PIXEL_FORMAT_YCBCR_420_888 = 0x23,
 };
 
 /**
@@ -34,10 +30,10 @@ public:
     static constexpr uint64_t USAGE_SW_WRITE_OFTEN = 0x30;
 
     /** A buffer without memory, to be filled by unflatten(). */
-    GraphicBuffer();
+    GraphicBuffer() = default;
     /** Allocates memory for one image, filled with zeros. initCheck() tells the outcome. */
     GraphicBuffer(uint32_t width, uint32_t height, PixelFormat format, uint32_t layerCount,
-                  uint64_t usage, const std::string& requestorName = "<Unknown>");
+                  uint64_t usage);
 
     /**
      * OK with memory, NO_INIT without; BAD_VALUE for dimensions or a format that cannot be,
@@ -50,15 +46,13 @@ public:
     /** Pixels from one row to the next. */
     uint32_t getStride() const { return mShape.stride; }
     PixelFormat getPixelFormat() const { return mShape.format; }
-    uint32_t getLayerCount() const { return mShape.layerCount; }
-    uint64_t getUsage() const { return mShape.usage; }
 
     /** Gives access to the pixels until unlock(); NO_INIT without memory. */
     status_t lock(uint32_t usage, void** address);
-    status_t unlock();
+    status_t unlock() { return mAddress != nullptr ? OK : NO_INIT; }
 
-    size_t getFlattenedSize() const;
-    size_t getFdCount() const;
+    size_t getFlattenedSize() const { return kFlatWords * sizeof(uint32_t); }
+    size_t getFdCount() const { return mFd >= 0 ? 1 : 0; }
     status_t flatten(void*& buffer, size_t& size, int*& fds, size_t& count) const;
     /**
      * Maps the memory of another process's buffer in place of the present one. Everything is
@@ -67,9 +61,11 @@ public:
     status_t unflatten(const void*& buffer, size_t& size, const int*& fds, size_t& count);
 
 protected:
-    ~GraphicBuffer() override;
+    ~GraphicBuffer() override { release(); }
 
 private:
+    static constexpr size_t kFlatWords = 13;
+
     struct Shape {
         uint32_t width = 0;
         uint32_t height = 0;
@@ -79,15 +75,13 @@ private:
         uint64_t usage = 0;
     };
 
-    static bool memorySize(const Shape& shape, size_t* bytes);
-    status_t allocate(const std::string& name, size_t bytes);
-    status_t adopt(int fd, size_t bytes);
+    static size_t memorySize(const Shape& shape);
+    status_t adopt(int fd, const Shape& shape);
     void release();
 
     Shape mShape;
     int mFd = -1;
     void* mAddress = nullptr;
-    size_t mBytes = 0;
     status_t mInitCheck = NO_INIT;
 };
 

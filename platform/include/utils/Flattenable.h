@@ -2,31 +2,10 @@
 #pragma once
 
 #include <cstddef>
-#include <cstring>
-#include <type_traits>
 
 #include <utils/Errors.h>
 
 namespace android {
-
-/** Helpers with which a Flattenable walks its byte range. */
-class FlattenableUtils {
-public:
-    template <typename T>
-    static void write(void*& buffer, size_t& size, const T& value) {
-        static_assert(std::is_trivially_copyable<T>::value, "only plain values are flattened");
-        std::memcpy(buffer, &value, sizeof(T));
-        buffer = static_cast<char*>(buffer) + sizeof(T);
-        size -= sizeof(T);
-    }
-    template <typename T>
-    static void read(const void*& buffer, size_t& size, T& value) {
-        static_assert(std::is_trivially_copyable<T>::value, "only plain values are flattened");
-        std::memcpy(&value, buffer, sizeof(T));
-        buffer = static_cast<const char*>(buffer) + sizeof(T);
-        size -= sizeof(T);
-    }
-};
 
 /**
  * An object that can be turned into bytes and file descriptors and back. `T` derives from

@@ -41,8 +41,6 @@ protected:
 
     /** Called once, on the thread that takes the first strong reference. */
     virtual void onFirstRef() {}
-    /** Called on the thread that drops the last strong reference, before the destructor. */
-    virtual void onLastStrongRef(const void* /*id*/) {}
 
 private:
     weakref_type* const mRefs;
@@ -61,7 +59,8 @@ private:
 
     explicit weakref_type(RefBase* object) : mObject(object) {}
     ~weakref_type() = default;
-    void countStrong();
+    /** Goes on from a count of `previous` strong references, to which one was added. */
+    void noteFirst(int32_t previous);
 
     // Before the first strong reference the count stands at this value, so that a weak reference
     // tells "not yet held" from "gone".
@@ -77,10 +76,8 @@ template <typename T>
 class wp {
 public:
     wp() = default;
-    wp(std::nullptr_t) {}
     wp(T* object)
         : mPointer(object), mRefs(object != nullptr ? object->createWeak(this) : nullptr) {}
-    wp(const sp<T>& object) : wp(object.get()) {}
     template <typename U>
     wp(const sp<U>& object) : wp(static_cast<T*>(object.get())) {}
     wp(const wp& other) : mPointer(other.mPointer), mRefs(other.mRefs) {
@@ -88,10 +85,11 @@ public:
             mRefs->incWeak(this);
         }
     }
-    wp(wp&& other) noexcept
-        : mPointer(std::exchange(other.mPointer, nullptr)),
-          mRefs(std::exchange(other.mRefs, nullptr)) {}
-    ~wp() { clear(); }
+    ~wp() {
+        if (mRefs != nullptr) {
+            mRefs->decWeak(this);
+        }
+    }
 
     wp& operator=(wp other) {
         std::swap(mPointer, other.mPointer);
@@ -107,24 +105,8 @@ public:
         }
         return result;
     }
-    void clear() {
-        mPointer = nullptr;
-        if (RefBase::weakref_type* refs = std::exchange(mRefs, nullptr)) {
-            refs->decWeak(this);
-        }
-    }
     /** The address, for comparison only: the object may be gone. */
     T* unsafe_get() const { return mPointer; }
-
-    // The counts differ for two objects of which the later was built at the earlier's address, so
-    // they take part in the order; a pointer alone would confuse the two.
-    bool operator==(const wp& other) const {
-        return mPointer == other.mPointer && mRefs == other.mRefs;
-    }
-    bool operator!=(const wp& other) const { return !(*this == other); }
-    bool operator<(const wp& other) const {
-        return mPointer != other.mPointer ? mPointer < other.mPointer : mRefs < other.mRefs;
-    }
 
 private:
     T* mPointer = nullptr;

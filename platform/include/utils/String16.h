@@ -10,15 +10,15 @@ class String8;
 
 /**
  * UTF-16 text. Conversions from UTF-8 replace each malformed sequence by U+FFFD and read only the
- * bytes given. Copies may be used from different threads.
+ * bytes given. Constructors and copies throw std::bad_alloc without memory. Copies may be used from
+ * different threads.
  */
 class String16 {
 public:
     String16() = default;
-    /** A null pointer gives the empty text, here and below. */
-    explicit String16(const char16_t* text);
     String16(const char16_t* text, size_t units);
     explicit String16(const String8& text);
+    /** A null pointer gives the empty text. */
     explicit String16(const char* utf8);
     String16(const char* utf8, size_t bytes);
 

@@ -19,26 +19,10 @@ public:
     sp(const sp& other) : mPointer(other.mPointer) { acquire(); }
     sp(sp&& other) noexcept : mPointer(std::exchange(other.mPointer, nullptr)) {}
     template <typename U>
-    sp(U* object) : mPointer(object) {
-        acquire();
-    }
-    template <typename U>
     sp(const sp<U>& other) : mPointer(other.get()) {
         acquire();
     }
-    template <typename U>
-    sp(sp<U>&& other) : mPointer(other.mPointer) {
-        other.mPointer = nullptr;
-    }
     ~sp() { clear(); }
-
-    /** Creates an object and the first reference to it. */
-    template <typename... Args>
-    static sp make(Args&&... args) {
-        return sp(new T(std::forward<Args>(args)...));
-    }
-    /** Adds a reference to an object that is already held elsewhere. */
-    static sp fromExisting(T* object) { return sp(object); }
 
     // By value: the previous object is released only after the new one is held, and after this
     // pointer already names it, so that a destructor that looks back finds no stale pointer.
@@ -61,8 +45,6 @@ public:
 
 private:
     template <typename U>
-    friend class sp;
-    template <typename U>
     friend class wp;
 
     void acquire() const {
@@ -82,14 +64,6 @@ template <typename T, typename U>
 bool operator!=(const sp<T>& left, const sp<U>& right) {
     return left.get() != right.get();
 }
-template <typename T, typename U>
-bool operator==(const sp<T>& left, const U* right) {
-    return left.get() == right;
-}
-template <typename T, typename U>
-bool operator!=(const sp<T>& left, const U* right) {
-    return left.get() != right;
-}
 template <typename T>
 bool operator==(const sp<T>& left, std::nullptr_t) {
     return left.get() == nullptr;
@@ -97,10 +71,6 @@ bool operator==(const sp<T>& left, std::nullptr_t) {
 template <typename T>
 bool operator!=(const sp<T>& left, std::nullptr_t) {
     return left.get() != nullptr;
-}
-template <typename T>
-bool operator<(const sp<T>& left, const sp<T>& right) {
-    return left.get() < right.get();
 }
 
 }  // namespace android

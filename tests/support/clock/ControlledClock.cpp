@@ -12,6 +12,8 @@
 #include <set>
 #include <utility>
 
+#include "support/ThreadState.h"
+
 namespace controlled_clock {
 
 namespace {
@@ -64,7 +66,8 @@ void misreadWallClockOnce(std::chrono::nanoseconds error) {
 
 void waitForSleeper() {
     std::unique_lock<std::mutex> lock(state().mutex);
-    state().slept.wait(lock, [] { return !state().sleepers.empty(); });
+    waitUntil(state().slept, lock, "a thread to wait for a point of the steady clock",
+              [] { return !state().sleepers.empty(); });
 }
 
 }  // namespace controlled_clock

@@ -15,8 +15,8 @@
 
 namespace {
 
-std::atomic<fault::Io> gIo{fault::Io::USUAL};
-std::atomic<fault::Send> gNextSend{fault::Send::USUAL};
+std::atomic<bool> gIsInterrupting{false};
+std::atomic<bool> gIsLastSend{false};
 std::atomic<int> gReadError{0};
 thread_local int tFailing = 0;
 [[maybe_unused]] thread_local bool tCounting = false;
@@ -25,33 +25,12 @@ thread_local int tFailing = 0;
 template <char FUNCTION>
 bool isInterrupted() {
     static thread_local bool tInterrupted = false;
-    const fault::Io io = gIo;
-    tInterrupted = !tInterrupted && (io == fault::Io::INTERRUPTED || io == fault::Io::BOTH);
-    errno = tInterrupted ? EINTR : errno;
+    tInterrupted = !tInterrupted && gIsInterrupting;
+    if (tInterrupted) {
+        errno = EINTR;
+    }
     return tInterrupted;
 }
-
-size_t limited(size_t size) {
-    const fault::Io io = gIo;
-    return size > 1 && (io == fault::Io::SHORT || io == fault::Io::BOTH) ? 1 : size;
-}
-
-/** The message or, if it is to have fewer bytes, one with a record of its own for them. */
-class Shortened {
-public:
-    Shortened(const msghdr* message, size_t size) : mMessage(*message), mPart(*message->msg_iov) {
-        if (size < mPart.iov_len) {
-            mPart.iov_len = size;
-            mMessage.msg_iov = &mPart;
-            mMessage.msg_iovlen = 1;
-        }
-    }
-    msghdr* get() { return &mMessage; }
-
-private:
-    msghdr mMessage;
-    iovec mPart;
-};
 
 }  // namespace
 
@@ -67,45 +46,23 @@ static FUNC* real(FUNC* interceptor, const char* name) {
 
 WEAK_INTERCEPTOR(ssize_t, sendmsg, int, const msghdr*, int);
 WEAK_INTERCEPTOR(ssize_t, recvmsg, int, msghdr*, int);
-WEAK_INTERCEPTOR(ssize_t, send, int, const void*, size_t, int);
-WEAK_INTERCEPTOR(ssize_t, recv, int, void*, size_t, int);
 WEAK_INTERCEPTOR(ssize_t, read, int, void*, size_t);
 WEAK_INTERCEPTOR(int, poll, pollfd*, nfds_t, int);
 WEAK_INTERCEPTOR(int, epoll_wait, int, epoll_event*, int, int);
 
 extern "C" ssize_t sendmsg(int socket, const msghdr* message, int flags) {
-    const fault::Send send = gNextSend.exchange(fault::Send::USUAL);
     if (isInterrupted<'s'>()) {
         return -1;
     }
-    const size_t size = message->msg_iov->iov_len;
-    auto* const first = static_cast<char*>(message->msg_iov->iov_base);
-    *first = static_cast<char>(*first ^ (send == fault::Send::WRONG ? 1 : 0));
-    Shortened shortened(message, send == fault::Send::HALF ? size / 2 : limited(size));
-    const ssize_t count = REAL(sendmsg)(socket, shortened.get(), flags);
-    if (send == fault::Send::HALF || send == fault::Send::WHOLE) {
+    const ssize_t count = REAL(sendmsg)(socket, message, flags);
+    if (gIsLastSend) {
         _exit(0);
     }
     return count;
 }
 
 extern "C" ssize_t recvmsg(int socket, msghdr* message, int flags) {
-    if (isInterrupted<'r'>()) {
-        return -1;
-    }
-    Shortened shortened(message, limited(message->msg_iov->iov_len));
-    const ssize_t count = REAL(recvmsg)(socket, shortened.get(), flags);
-    message->msg_controllen = shortened.get()->msg_controllen;
-    message->msg_flags = shortened.get()->msg_flags;
-    return count;
-}
-
-extern "C" ssize_t send(int socket, const void* bytes, size_t size, int flags) {
-    return isInterrupted<'S'>() ? -1 : REAL(send)(socket, bytes, limited(size), flags);
-}
-
-extern "C" ssize_t recv(int socket, void* bytes, size_t size, int flags) {
-    return isInterrupted<'R'>() ? -1 : REAL(recv)(socket, bytes, limited(size), flags);
+    return isInterrupted<'r'>() ? -1 : REAL(recvmsg)(socket, message, flags);
 }
 
 extern "C" ssize_t read(int file, void* bytes, size_t size) {
@@ -145,12 +102,12 @@ void* operator new(size_t size, const std::nothrow_t&) noexcept {
 
 namespace fault {
 
-void setIo(Io io) {
-    gIo = io;
+void setInterrupting(bool on) {
+    gIsInterrupting = on;
 }
 
-void setNextSend(Send send) {
-    gNextSend = send;
+void exitAfterNextSend() {
+    gIsLastSend = true;
 }
 
 void setReadError(int error) {

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cinttypes>
-#include <cstdio>
 #include <string>
 #include <unordered_map>
 
 #include "aisr/AisrAlgorithm.h"
-#include "aisr/AisrBuffer.h"
+#include "common/AisrProcess.h"
+#include "common/FrameText.h"
+#include "common/NoThrow.h"
+
+// None of these operations can report a failure: when memory is short, the text is empty.
 
 namespace {
 
@@ -27,22 +29,13 @@ const NameTable& kTagNames = *new NameTable{
 };
 
 std::string nameOf(const NameTable& names, int value, const char* unknown) {
-    const auto found = names.find(value);
-    if (found == names.end()) {
-        return unknown + std::to_string(value);
-    }
-    return std::string(found->second) + "(" + std::to_string(value) + ")";
-}
-
-// "%p" and streams disagree on null; this form does not.
-std::string addressToString(const void* address) {
-    char text[2 + 16 + 1];
-    std::snprintf(text, sizeof(text), "0x%" PRIxPTR, reinterpret_cast<uintptr_t>(address));
-    return text;
-}
-
-std::string identity(const Aisr::BufferInfo& info) {
-    return "data:{ id=" + AisrAlgorithm::toString(info.id) + " idx=" + std::to_string(info.idx);
+    return noThrow(std::string(), [&] {
+        const auto found = names.find(value);
+        if (found == names.end()) {
+            return unknown + std::to_string(value);
+        }
+        return std::string(found->second) + "(" + std::to_string(value) + ")";
+    });
 }
 
 }  // namespace
@@ -56,21 +49,17 @@ std::string AisrAlgorithm::getTagName(int tag) const {
 }
 
 std::string AisrAlgorithm::toString(unsigned long value) {
-    char text[16 + 1];
-    std::snprintf(text, sizeof(text), "%lx", value);
-    return text;
+    return noThrow(std::string(), [&] { return Aisr::toString(value); });
 }
 
 std::string AisrAlgorithm::rectToString(const Aisr::BufferInfo& info) {
-    return std::to_string(info.width) + "(" + std::to_string(info.stride) + ")x" +
-           std::to_string(info.height);
+    return noThrow(std::string(), [&] { return Aisr::rectToString(info); });
 }
 
 std::string AisrAlgorithm::toString(const Aisr::BufferInfo& info) {
-    return identity(info) + " y=" + addressToString(info.y) + " uv=" + addressToString(info.uv) +
-           " " + rectToString(info) + " }";
+    return noThrow(std::string(), [&] { return Aisr::toString(info); });
 }
 
 std::string AisrAlgorithm::toStringSafe(const Aisr::BufferInfo& info) {
-    return identity(info) + " " + rectToString(info) + " }";
+    return noThrow(std::string(), [&] { return Aisr::toStringSafe(info); });
 }

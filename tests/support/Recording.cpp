@@ -1,22 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/ProtocolPeerObjects.h"
+#include "support/Recording.h"
 
 #include <utils/String8.h>
 
-#include <chrono>
-#include <cstring>
+#include <algorithm>
+#include <utility>
+
+#include "support/ThreadState.h"
 
 using android::GraphicBuffer;
 using android::OK;
-using android::Parcel;
 using android::sp;
-using android::status_t;
 using android::String16;
-using android::String8;
 using android::binder::Status;
 using android::os::PersistableBundle;
 
 namespace protocol {
+
+std::string hex(const android::Parcel& parcel) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (size_t i = 0; i < parcel.dataSize(); ++i) {
+        const uint8_t byte = parcel.data()[i];
+        text += i > 0 && i % 4 == 0 ? " " : "";
+        text += {kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+    return text;
+}
 
 std::string text(int32_t value) {
     return " " + std::to_string(value);
@@ -30,7 +40,7 @@ std::string text(const PersistableBundle& data) {
         int32_t number = 0;
         bool flag = false;
         if (data.getString(String16(key), &string)) {
-            result += start + String8(string).string();
+            result += start + android::String8(string).string();
         } else if (data.getInt(String16(key), &number)) {
             result += start + std::to_string(number);
         } else if (data.getBoolean(String16(key), &flag)) {
@@ -47,15 +57,16 @@ std::string text(const RecordingService::Buffer& buffer) {
                : " " + std::to_string(held->getWidth()) + "x" + std::to_string(held->getHeight());
 }
 
-void Journal::add(std::string call) {
+void Journal::add(const std::string& call) {
     const std::lock_guard<std::mutex> lock(mMutex);
-    mCalls.push_back(std::move(call));
+    mCalls.push_back(call);
     mAdded.notify_all();
 }
 
 std::vector<std::string> Journal::take(size_t count) {
     std::unique_lock<std::mutex> lock(mMutex);
-    mAdded.wait_for(lock, std::chrono::seconds(10), [&] { return mCalls.size() >= count; });
+    waitUntil(mAdded, lock, std::to_string(count) + " calls",
+              [&] { return mCalls.size() >= count; });
     return std::exchange(mCalls, {});
 }
 
@@ -66,29 +77,28 @@ size_t Journal::count(const std::string& operation) const {
         [&](const std::string& call) { return call.substr(0, call.find(' ')) == operation; }));
 }
 
-status_t Journal::take(const Parcel& data, Parcel* reply) {
-    std::vector<String16> calls;
-    for (const std::string& entry : take(static_cast<size_t>(data.readInt32()))) {
-        calls.push_back(String16(entry.c_str()));
-    }
-    return reply->writeString16Vector(calls);
+Status RecordingService::finish(const std::string& call, const Answer& to) {
+    journal.add(call);
+    return respond(call, to);
 }
 
-status_t RecordingService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
-                                      uint32_t flags) {
-    if (code == CONTROL_TAKE_CALLS) {
-        return journal.take(data, reply);
+Status RecordingService::respond(const std::string& call, const Answer& to) {
+    const auto outcome = outcomes.find(call.substr(0, call.find(' ')));
+    if (outcome != outcomes.end()) {
+        return outcome->second;
     }
-    if (code == CONTROL_RAISE) {
-        const int32_t exception = data.readInt32();
-        const String8 message(data.readString16());
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mNext = exception == Status::EX_SERVICE_SPECIFIC
-                    ? Status::fromServiceSpecificError(data.readInt32(), message)
-                    : Status::fromExceptionCode(exception, message);
-        return OK;
+    if (to.result != nullptr) {
+        *to.result = to.value;
     }
-    return BnDisplayEngineService::onTransact(code, data, reply, flags);
+    if (to.values != nullptr) {
+        std::reverse(to.values->begin(), to.values->end());
+        to.values->push_back(77);
+    }
+    if (to.bytes != nullptr) {
+        std::reverse(to.bytes->begin(), to.bytes->end());
+        to.bytes->push_back(77);
+    }
+    return Status::ok();
 }
 
 Status RecordingService::registerCallback(const Callback& callback) {
@@ -97,8 +107,8 @@ Status RecordingService::registerCallback(const Callback& callback) {
     return finish(std::string("registerCallback ") + (told ? "told" : "lost"));
 }
 
-Status RecordingService::processGraphicBuffer(int32_t feature, int32_t type, Buffer* input,
-                                              Buffer* output, int32_t* result) {
+Status RecordingService::processGraphicBuffer(Int feature, Int type, Buffer* input, Buffer* output,
+                                              Int* result) {
     const std::string entry = call("processGraphicBuffer", feature, type, *input, *output);
     constexpr uint64_t kUsage = GraphicBuffer::USAGE_SW_WRITE_OFTEN;
     void* pixels = nullptr;
@@ -108,14 +118,8 @@ Status RecordingService::processGraphicBuffer(int32_t feature, int32_t type, Buf
         std::for_each(bytes, bytes + in->getStride(), [](uint8_t& byte) { ++byte; });
         in->unlock();
     }
-    const sp<GraphicBuffer> made =
-        new GraphicBuffer(4, 2, android::PIXEL_FORMAT_RGBA_8888, 1, kUsage);
-    if (made->lock(kUsage, &pixels) == OK) {
-        std::memset(pixels, 9, size_t{made->getStride()} * 2 * 4);
-        made->unlock();
-    }
-    output->setGraphicBuffer(made);
-    return finish(entry, 1012, result);
+    output->setGraphicBuffer(new GraphicBuffer(4, 2, android::PIXEL_FORMAT_RGBA_8888, 1, kUsage));
+    return finish(entry, {1012, result});
 }
 
 Status RecordingCallback::onEvent(int32_t event, int32_t value) {

@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: Apache-2.0
+// What goes wrong while the engine comes up, one fault at a time: the promised messages, no
+// registration left behind, and everything but enhancement works.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+#include "aisr/AisrEngine.h"
+#include "client/DisplayEngineManager.h"
+#include "common/DisplayEngineCleanCommon.h"
+#include "support/ChildProcess.h"
+#include "support/EngineService.h"
+#include "support/FaultInjection.h"
+#include "support/LogCapture.h"
+#include "support/ProcessingLibrary.h"
+#include "support/TestMain.h"
+
+using android::sp;
+using android::binder::Status;
+
+namespace {
+
+constexpr char kServiceArgument[] = "--service";
+
+/** Supports enhancement, and is gone for those who look it up again. */
+class LeavingService : public EngineService {
+protected:
+    Status respond(const std::string& call, const protocol::Answer& to) override {
+        const std::string directory = getenv("DISPLAYENGINE_RUNTIME_DIR");
+        std::filesystem::remove(directory + "/DisplayEngineService.sock");
+        return EngineService::respond(call, to);
+    }
+};
+
+using Guard = std::shared_ptr<void>;
+
+/** A fault that leaves the process without an engine: what is logged, and what is called. */
+struct Fault {
+    const char* name;
+    std::function<Guard(EngineService*)> begin; /**< The fault lasts as long as what it returns. */
+    std::string complaints;
+    std::string operations = ""; /**< None: there is no service in this process. */
+
+    friend void PrintTo(const Fault& it, std::ostream* text) { *text << it.name; }
+};
+
+/** A service that answers otherwise from now on. */
+std::function<Guard(EngineService*)> answering(const std::function<void(EngineService&)>& change) {
+    return [change](EngineService* service) {
+        change(*service);
+        return Guard();
+    };
+}
+
+/** An operation of the service that has this outcome. */
+std::function<Guard(EngineService*)> failing(const std::string& operation, const Status& outcome) {
+    return answering([=](EngineService& it) { it.outcomes[operation] = outcome; });
+}
+
+/** A fault of the system, which is switched on with 1 and off with 0. */
+std::function<Guard(EngineService*)> during(void (*change)(int)) {
+    return [change](EngineService*) {
+        change(1);
+        return Guard(nullptr, [change](auto) { change(0); });
+    };
+}
+
+Guard startLeavingService(EngineService* /*none*/) {
+    auto program = std::make_shared<ChildProcess>(ChildProcess::ownPath(),
+                                                  std::vector<std::string>{kServiceArgument});
+    EXPECT_TRUE(program->waitForLine("ready"));
+    return program;
+}
+
+const char kAsked[] = "getSupported ";
+const char kConfigured[] = "getSupported getEffectExByData ";
+const char kRegistered[] = "getSupported getEffectExByData registerCallbackEx ";
+const std::string kEngine = "6 DE N AISR ";
+const std::string kFacade = "5 DE N VideoEngine ";
+const std::string kNotSupported = kFacade + "isAisrValid:#: AisrProcessor is NOT supported!\n";
+const std::string kFailed = kFacade + "isAisrValid:#: AisrEngine initialize() failed!\n";
+const std::string kNoBinder = "6 DE N DEM checkDisplayEngineService:#: binder is nullptr!\n";
+const std::string kNoLookup = ":#: Failed to get displayengineserver binder(#ms)!\n";
+const std::string kNoCallback = kEngine + "registerCallback:#: new ClientCallback() failed!\n";
+const Status kLost = Status::fromStatusT(android::DEAD_OBJECT);
+
+const Fault kFaults[] = {
+    {"NoService", [](EngineService*) { return Guard(); },
+     kNoBinder + kFacade + "isAisrProcessorSupported" + kNoLookup + kNotSupported},
+    {"ServiceThatLeaves", startLeavingService,
+     kNoBinder + kEngine + "initialize" + kNoLookup + kFailed},
+    {"AnswerTwo", answering([](auto& it) { it.support = 2; }), kNotSupported, kAsked},
+    {"AnswerNegative", answering([](auto& it) { it.support = -1; }), kNotSupported, kAsked},
+    {"NoAnswer", failing("getSupported", kLost),
+     kFacade + "isAisrProcessorSupported:#: getSupported(DE_FEATURE_AISR, &support) failed!\n" +
+         kNotSupported,
+     kAsked},
+    {"NoDescriptor",
+     [](EngineService*) { return Guard(std::make_shared<fault::FullDescriptorTable>()); },
+     "5 DE N AISR updateAppName:#: Failed to open /proc/PID/cmdline! Too many open files\n" +
+         kFailed +
+         "5 DE N AISRAlgo openLibrary:#: Can't open library 'libAISRProcess_interface.so' - "
+         "libAISRProcess_interface.so: cannot open shared object file: Too many open files\n",
+     kAsked},
+    {"NoName", during([](int on) { fault::setReadError(on * EIO); }),
+     "5 DE N AISR updateAppName:#: Failed to read /proc/PID/cmdline! Input/output error\n" +
+         kFailed,
+     kAsked},
+    {"NoConfig", failing("getEffectExByData", Status::fromExceptionCode(Status::EX_SECURITY)),
+     kEngine +
+         "getConfig:#: Failed to getEffectEx(DE_FEATURE_AISR, "
+         "data:{DE_EFFECT_TYPE_CONFIG,NAME},&status(size=13),&ret)\n" +
+         kFailed,
+     kConfigured},
+    {"NoCallback", during([](int on) { fault::setFailingAllocation(on * 1); }),
+     kNoCallback + kFailed, kConfigured},
+    {"HalfACallback", during([](int on) { fault::setFailingAllocation(on * 2); }),
+     kNoCallback + kFailed, kConfigured},
+    {"Lost", failing("registerCallbackEx", kLost),
+     kEngine +
+         "registerCallback:#: registerCallbackEx(callback, data:{ key:NAME feature:44 }) "
+         "failed!\n" +
+         kFailed,
+     kRegistered},
+    {"Refused", answering([](auto& it) { it.registerResult = false; }), kFailed, kRegistered},
+};
+
+class FaultBringUpTest : public testing::TestWithParam<Fault> {
+protected:
+    FaultBringUpTest() : manager(new DisplayEngineManager) {
+        processing::use("without_nothing");
+        g_delogdEnable = g_delogiEnable = true;  // The manager has switched them off.
+    }
+
+    /** Every video method, in a client's order; none may have an effect without an engine. */
+    void expectNothing() {
+        Aisr::BufferInfo info = frame.info(1);
+        info.idx = 77;
+        EXPECT_FALSE(manager->isVideoEngineSupported());
+        manager->onVideoAppStart();
+        manager->onVideoStart();
+        manager->setVideoRect(1280, 720);
+        manager->setVideoFrameRate(30);
+        manager->setAisrEnable(true);
+        EXPECT_FALSE(manager->needVideoEnhance());
+        EXPECT_FALSE(manager->getVideoAppConfig());
+        manager->doVideoEnhance(info);
+        manager->onVideoStop();
+        manager->onVideoAppStop();
+        EXPECT_EQ(info.idx, 77U);
+        EXPECT_TRUE(processing::calls().empty());
+    }
+
+    LogCapture log;
+    processing::Frame frame;
+    sp<DisplayEngineManager> manager;
+};
+
+TEST_P(FaultBringUpTest, IsFinalAndLeavesNoRegistration) {
+#ifdef FAULT_NO_FULL_TABLE
+    if (GetParam().name == std::string("NoDescriptor")) {
+        GTEST_SKIP() << "the sanitizer's runtime needs descriptors";
+    }
+#endif
+#ifdef FAULT_REAL_ALLOCATIONS
+    if (GetParam().complaints.find(kNoCallback) == 0) {
+        GTEST_SKIP() << "the allocator is the sanitizer's";
+    }
+#endif
+    const bool isHere = !GetParam().operations.empty();
+    sp<EngineService> service = isHere ? EngineService::install() : nullptr;
+    const std::string before = fault::holdings();
+    Guard guard = GetParam().begin(service.get());
+    expectNothing();
+    guard.reset();
+    EXPECT_EQ(fault::takeComplaints(&log), GetParam().complaints);
+    if (isHere) {
+        EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
+        const EngineService::Callback held = service->callback();
+        EXPECT_TRUE(held == nullptr || held->getStrongCount() == 2) << "the service's and this one";
+    } else {
+        service = EngineService::install();
+    }
+    expectNothing();
+    EXPECT_EQ(fault::takeComplaints(&log), "") << "the outcome holds for the process";
+    std::string operations;
+    for (const std::string& call : service->journal.take()) {
+        operations += call.substr(0, call.find(' ')) + " ";
+    }
+    EXPECT_EQ(operations, GetParam().operations);
+    service->support = 1;
+    service->outcomes.clear();
+    EXPECT_EQ(manager->getReadingSupport(), 1) << "everything but enhancement works";
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FaultBringUpTest, testing::ValuesIn(kFaults),
+                         [](const auto& fault) { return std::string(fault.param.name); });
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const auto run = [](const std::string&) { return serve(new LeavingService); };
+    return testMain(argc, argv, {{kServiceArgument, run}});
+}

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/TestMain.h"
+
+#include <binder/IPCThreadState.h>
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+#include <gtest/gtest.h>
+#include <utils/String16.h>
+
+#include <iostream>
+
+int testMain(int argc, char** argv, const std::map<std::string, Role>& roles) {
+    const auto role = roles.find(argc > 1 ? argv[1] : "");
+    if (role != roles.end()) {
+        return role->second(argc > 2 ? argv[2] : "");
+    }
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
+
+int serve(const android::sp<android::IBinder>& service) {
+    if (android::defaultServiceManager()->addService(android::String16("DisplayEngineService"),
+                                                     service) != android::OK) {
+        return 1;
+    }
+    android::ProcessState::self()->startThreadPool();
+    std::cout << "ready" << std::endl;
+    android::IPCThreadState::self()->joinThreadPool();
+    return 0;
+}
