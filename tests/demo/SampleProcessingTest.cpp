@@ -10,13 +10,6 @@
 
 #include "common/AisrProcess.h"
 
-extern "C" {
-int32_t AisrInit(void** context);
-int32_t AisrDeinit(void** context);
-int32_t AisrProcess(void** context);
-int32_t AisrSetParam(void** context, int32_t tag, const void* data, uint64_t size);
-}
-
 namespace {
 
 class SampleProcessingTest : public testing::Test {
