@@ -30,7 +30,7 @@ uint32_t rowChange(const uint8_t* a, const uint8_t* b, int width) {
     return sum;
 }
 
-// A light line with dark edges, so that it stands out from any picture.
+/** A light line with dark edges, so that it stands out from any picture. */
 void drawSeam(uint8_t* luma, uint8_t* chroma, int width, int height, int stride) {
     const int middle = width / 4 * 2;  // even, since two pixels share their chroma
     const int first = std::max(middle - kSeamHalfWidth, 0);

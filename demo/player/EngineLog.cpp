@@ -11,7 +11,7 @@
 namespace player {
 namespace {
 
-// The engine's own tag, which its adapter's tag extends, and the facade's.
+/** The engine's own tag, which its adapter's tag extends, and the facade's. */
 constexpr char kEngineTag[] = "DE N AISR";
 constexpr char kFacadeTag[] = "DE N VideoEngine";
 constexpr char kTransportTag[] = "binder";
@@ -29,7 +29,7 @@ struct Message {
     std::string text;
 };
 
-// A message reads "function:line: text"; a verbose one has "LOGV " in front.
+/** A message reads "function:line: text"; a verbose one has "LOGV " in front. */
 Message split(const std::string& message) {
     const size_t begin = startsWith(message, "LOGV ") ? 5 : 0;
     const size_t colon = message.find(':', begin);
@@ -105,7 +105,7 @@ void EngineLog::note(const std::string& tag, const std::string& message, bool is
     }
 }
 
-// The messages that end the call for one frame.
+/** The messages with which the call for one frame ends. */
 void EngineLog::noteCall(const std::string& function, const std::string& text) {
     if (function == "getReady" || (function == "isReady" && startsWith(text, "Retry count:"))) {
         mVerdict = Outcome::kRefusedNotReady;
@@ -125,8 +125,10 @@ void EngineLog::noteCall(const std::string& function, const std::string& text) {
     }
 }
 
-// Between the closes of its intervals the monitor refuses frames without a word, so its last
-// verdict has to be remembered.
+/**
+ * Between the closes of its intervals the monitor refuses frames without a message, so its last
+ * verdict has to be remembered.
+ */
 void EngineLog::noteMonitor(const std::string& text) {
     if (startsWith(text, "monitor UNHEALTHY")) {
         mIsUnhealthy = true;

@@ -98,8 +98,10 @@ bool Playback::nextPicture() {
     return mOptions.isLooping && mDecoder.rewind() && mDecoder.next();
 }
 
-// False when the run is to stop. A frame that is late moves the schedule: frames that catch up in a
-// burst would look to the engine like a stream that is too fast.
+/**
+ * False when the run is to stop. A frame that is late moves the schedule: frames that catch up in a
+ * burst would look to the engine like a stream that is too fast.
+ */
 bool Playback::waitForTurn() {
     if (mStop.waitUntil(mDue)) {
         return false;
@@ -168,7 +170,7 @@ void Playback::settle(std::unique_ptr<Frame> frame, uint64_t engineIndex, Outcom
     }
 }
 
-// One line whenever enhancement starts or stops to be needed, or the reason changes.
+/** One line whenever enhancement becomes needed or no longer needed, or the reason changes. */
 void Playback::tellChange(const std::string& whyNot) {
     if (whyNot == mWhyNot) {
         return;
@@ -183,7 +185,7 @@ void Playback::tellChange(const std::string& whyNot) {
     }
 }
 
-// One line for the first frame of each kind that came to grief, with the engine's own words.
+/** One line for the first frame of each kind that was not processed, with the engine's message. */
 void Playback::tellTrouble(Outcome outcome) {
     const bool isTrouble = outcome != Outcome::kEnhanced && outcome != Outcome::kUnchanged;
     if (!isTrouble || mResult.count(outcome) > 0) {

@@ -72,14 +72,14 @@ private:
     int mWidth = 0;
     int mHeight = 0;
 
-    Clock::duration mInterval{};  // zero for as fast as possible
+    Clock::duration mInterval{}; /**< Zero for as fast as possible. */
     Clock::time_point mStart;
     Clock::time_point mDue;
 
     Console mConsole;
     Comparison mComparison;
     RunResult mResult;
-    std::string mWhyNot;  // why enhancement is not needed, as last told; empty while it is needed
+    std::string mWhyNot; /**< Why enhancement is not needed, as last printed; or empty. */
 };
 
 }  // namespace player

@@ -87,7 +87,7 @@ bool VideoDecoder::decode() {
     }
 }
 
-// Feeds the decoder one packet of the stream, or the end of it; false when it takes neither.
+/** Feeds the decoder one packet of the stream, or the end of it; false when it takes neither. */
 bool VideoDecoder::sendPacket() {
     int read = 0;
     while ((read = av_read_frame(mFormat.get(), mPacket.get())) >= 0) {

@@ -14,7 +14,7 @@
 
 namespace {
 
-// Read by the signal handler, hence not a member. Never closed: a signal can come at any time.
+/** Read by the signal handler, hence not a member. Never closed: a signal can come at any time. */
 volatile std::sig_atomic_t gEvent = -1;
 
 void setEvent(int) {
