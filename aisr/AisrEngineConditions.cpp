@@ -21,6 +21,9 @@ constexpr CondName kCondNames[] = {
     {AisrEngine::EN_COND_FPS, "EN_COND_FPS"},
 };
 
+// A reason is built before the value is stored: a report that ends for want of memory counts as
+// not made, and can be repeated.
+
 int64_t area(int32_t width, int32_t height) {
     return int64_t{width} * height;
 }
@@ -62,8 +65,9 @@ void AisrEngine::setEnableInternal(bool enable) {
         DE_LOGD("Same enable:%d for %s, skip.", enable, mAppName.c_str());
         return;
     }
+    const std::string reason = std::string("mIsEnable:") + (enable ? "1" : "0");
     mIsEnable = enable;
-    updateEnhance(EN_COND_ENABLE, enable, std::string("mIsEnable:") + (enable ? "1" : "0"));
+    updateEnhance(EN_COND_ENABLE, enable, reason);
 }
 
 void AisrEngine::setRect(int width, int height) {
@@ -79,14 +83,15 @@ void AisrEngine::setRect(int width, int height) {
         DE_LOGV("Same rect:%dx%d for %s, skip.", width, height, mAppName.c_str());
         return;
     }
-    mWidth = width;
-    mHeight = height;
     const auto size = [](int32_t w, int32_t h) {
         return std::to_string(w) + "x" + std::to_string(h);
     };
-    updateEnhance(EN_COND_RECT, isRectAccepted(width, height),
-                  "rect:" + size(width, height) + "(min:" + size(mMinWidth, mMinHeight) +
-                      " max:" + size(mMaxWidth, mMaxHeight) + ")");
+    const std::string reason = "rect:" + size(width, height) +
+                               "(min:" + size(mMinWidth, mMinHeight) +
+                               " max:" + size(mMaxWidth, mMaxHeight) + ")";
+    mWidth = width;
+    mHeight = height;
+    updateEnhance(EN_COND_RECT, isRectAccepted(width, height), reason);
 }
 
 // Sides are compared as shorter and longer, so the video's orientation does not matter. The areas
@@ -111,9 +116,10 @@ void AisrEngine::setFrameRate(int fps) {
         DE_LOGV("Same fps:%d for %s, skip.", fps, mAppName.c_str());
         return;
     }
+    const std::string reason =
+        "mFps:" + std::to_string(fps) + "(mMaxFps:" + std::to_string(mMaxFps) + ")";
     mFps = fps;
-    updateEnhance(EN_COND_FPS, fps <= mMaxFps,
-                  "mFps:" + std::to_string(fps) + "(mMaxFps:" + std::to_string(mMaxFps) + ")");
+    updateEnhance(EN_COND_FPS, fps <= mMaxFps, reason);
 }
 
 void AisrEngine::onAppStart() {

@@ -7,10 +7,9 @@ using namespace fuzz;
 namespace {
 
 /** What a stub has to do with a request: the call that it makes, its reply and its result. */
-status_t model(const Operation& operation, uint32_t code, const String16& name,
-               const Parcel& request, const Status& outcome, Values* answers, Parcel* call,
-               Parcel* reply) {
-    if (!request.enforceInterface(name)) {
+status_t model(BBinder& stub, const Operation& operation, uint32_t code, const Parcel& request,
+               const Status& outcome, Values* answers, Parcel* call, Parcel* reply) {
+    if (!request.checkInterface(&stub)) {
         return BAD_TYPE;
     }
     Values arguments;
@@ -34,12 +33,14 @@ template <typename STUB, size_t N>
 void transact(STUB& stub, const Operation (&operations)[N], uint32_t code, uint32_t flags,
               const Parcel& request, Values* answers) {
     stub.call.freeData();
-    Parcel call, reply, expected;
+    Parcel call;
+    Parcel reply;
+    Parcel expected;
     const status_t status = stub.onTransact(code, request, &reply, flags);
     if (code >= 1 && code <= N) {
         request.setDataPosition(0);
-        REQUIRE(status == model(operations[code - 1], code, STUB::descriptor, request, stub.outcome,
-                                answers, &call, &expected));
+        REQUIRE(status == model(stub, operations[code - 1], code, request, stub.outcome, answers,
+                                &call, &expected));
     } else if (code == IBinder::INTERFACE_TRANSACTION) {
         REQUIRE(status == expected.writeString16(STUB::descriptor));
     } else if (code != IBinder::DUMP_TRANSACTION) {
@@ -59,8 +60,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         const bool toCallback = (choice & kToCallback) != 0;
         const auto code = data.ConsumeIntegral<uint32_t>();
         const auto flags = data.ConsumeIntegral<uint32_t>();
-        const auto service = sp<RecordingService>::make();
-        const auto callback = sp<RecordingCallback>::make();
+        const auto service = sp<RecordingService>(new RecordingService);
+        const auto callback = sp<RecordingCallback>(new RecordingCallback);
         service->outcome = callback->outcome = makeStatus(data);
         service->answers = Values(data);
         Parcel front;

@@ -1,23 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "BinderProcess.h"
 
-#include <sys/random.h>
-
-#include <atomic>
 #include <cstdlib>
 
-#include "ServiceRegistry.h"
+#include <binder/IPCThreadState.h>
+#include <binder/ProcessState.h>
 
 namespace android {
 namespace transport {
 namespace {
 
-uint64_t randomInstance() {
-    // Never fails for so few bytes.
-    uint64_t instance = 0;
-    [[maybe_unused]] const ssize_t size = ::getrandom(&instance, sizeof(instance), 0);
-    return instance;
-}
+/** Passes that this thread holds: what it runs may end the process. */
+thread_local size_t tPasses = 0;
 
 }  // namespace
 
@@ -28,91 +22,82 @@ BinderProcess& BinderProcess::self() {
     BinderProcess* process = current.load(std::memory_order_acquire);
     while (process == nullptr || process->mGeneration != forkGeneration()) {
         auto* const fresh = new BinderProcess();
+        fresh->incStrong(fresh);
         if (current.compare_exchange_strong(process, fresh)) {
             return *fresh;
         }
-        delete fresh;
+        fresh->decStrong(fresh);
     }
     return *process;
 }
 
-BinderProcess::BinderProcess()
-    : mGeneration(forkGeneration()),
-      mInstance(randomInstance()),
-      mRegistry(new ServiceRegistry(*this)) {}
-
-BinderProcess::~BinderProcess() = default;
-
-void BinderProcess::stopPoolAtExit() {
+void BinderProcess::openGate() {
     const Mutex::Autolock lock(mLock);
-    if (!mStopsAtExit) {
-        mStopsAtExit = true;
-        std::atexit([] { self().pool().stop(); });
-    }
-}
-
-std::shared_ptr<Connection> BinderProcess::connectionTo(uint64_t instance) {
-    const Mutex::Autolock lock(mLock);
-    const auto found = mConnections.find(instance);
-    return found != mConnections.end() ? found->second : nullptr;
-}
-
-std::shared_ptr<Connection> BinderProcess::addConnection(ForkSafeFd socket, const Peer& peer) {
-    const auto connection = std::make_shared<Connection>(*this, std::move(socket), peer);
-    std::vector<std::shared_ptr<Connection>> others;
-    {
-        const Mutex::Autolock lock(mLock);
-        for (const auto& [instance, other] : mConnections) {
-            others.push_back(other);
+    const Mutex::Autolock gateLock(mGateLock);
+    if (mGate == kNotYetOpen) {
+        mGate = kOpen;
+        mGateChanged.notify_all();
+        std::atexit([] { self().closeGate(); });
+        for (const Known& known : mSessions) {
+            known.session->startReading();
         }
-        mConnections[peer.instance] = connection;
-    }
-    mPool.watch(connection);
-    // Without a pool nobody else looks at those that are no longer used.
-    for (const std::shared_ptr<Connection>& other : others) {
-        other->closeIfDeserted();
-    }
-    return connection;
-}
-
-bool BinderProcess::acceptConnection(ForkSafeFd& socket, const Peer& peer,
-                                     const std::function<void(Connection&)>& welcome) {
-    std::shared_ptr<Connection> connection;
-    {
-        const Mutex::Autolock lock(mLock);
-        const bool precedes = mInstance < peer.instance && mOutreaches.count(peer.instance) > 0;
-        if (precedes || mConnections.count(peer.instance) > 0) {
-            return false;
-        }
-        connection = std::make_shared<Connection>(*this, std::move(socket), peer);
-        welcome(*connection);
-        mConnections.emplace(peer.instance, connection);
-    }
-    mPool.watch(connection);
-    return true;
-}
-
-void BinderProcess::removeConnection(Connection& connection) {
-    mPool.unwatch(&connection);
-    std::shared_ptr<Connection> last;  // let go of without the lock
-    const Mutex::Autolock lock(mLock);
-    const auto found = mConnections.find(connection.peer().instance);
-    if (found != mConnections.end() && found->second.get() == &connection) {
-        last = std::move(found->second);
-        mConnections.erase(found);
     }
 }
 
-BinderProcess::Outreach::Outreach(BinderProcess& process, uint64_t instance)
-    : mProcess(process), mInstance(instance) {
-    const Mutex::Autolock lock(mProcess.mLock);
-    mProcess.mOutreaches.insert(mInstance);
+void BinderProcess::closeGate() {
+    Mutex::Autolock lock(mGateLock);
+    mGate = kClosed;
+    mGateChanged.wait(lock.native(), [this]() REQUIRES(mGateLock) { return mInside <= tPasses; });
 }
 
-BinderProcess::Outreach::~Outreach() {
-    const Mutex::Autolock lock(mProcess.mLock);
-    mProcess.mOutreaches.erase(mProcess.mOutreaches.find(mInstance));
+BinderProcess::Pass::Pass(BinderProcess& process) : mProcess(process) {
+    Mutex::Autolock lock(mProcess.mGateLock);
+    mProcess.mGateChanged.wait(
+        lock.native(), [this]() REQUIRES(mProcess.mGateLock) { return mProcess.mGate == kOpen; });
+    ++mProcess.mInside;
+    ++tPasses;
+}
+
+BinderProcess::Pass::~Pass() {
+    const Mutex::Autolock lock(mProcess.mGateLock);
+    --mProcess.mInside;
+    --tPasses;
+    if (mProcess.mGate == kClosed) {
+        mProcess.mGateChanged.notify_all();
+    }
 }
 
 }  // namespace transport
+
+sp<ProcessState> ProcessState::self() {
+    static const sp<ProcessState>* const state = new sp<ProcessState>(new ProcessState());
+    return *state;
+}
+
+void ProcessState::startThreadPool() {
+    transport::BinderProcess::self().openGate();
+}
+
+IPCThreadState* IPCThreadState::self() {
+    static IPCThreadState* const state = new IPCThreadState();
+    return state;
+}
+
+pid_t IPCThreadState::getCallingPid() const {
+    const ucred* const caller = transport::currentCaller();
+    return caller != nullptr ? caller->pid : ::getpid();
+}
+
+uid_t IPCThreadState::getCallingUid() const {
+    const ucred* const caller = transport::currentCaller();
+    return caller != nullptr ? caller->uid : ::getuid();
+}
+
+void IPCThreadState::joinThreadPool(bool /*isMain*/) {
+    transport::BinderProcess::self().openGate();
+    for (;;) {
+        ::pause();
+    }
+}
+
 }  // namespace android

@@ -1,80 +1,80 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <set>
-#include <unordered_map>
+#include <map>
 
-#include <utils/Mutex.h>
+#include <binder/IServiceManager.h>
 
-#include "Connection.h"
-#include "ThreadPool.h"
-#include "UniqueFd.h"
+#include "RuntimeDirectory.h"
+#include "Session.h"
 
-namespace android {
-namespace transport {
-
-class ServiceRegistry;
+namespace android::transport {
 
 /**
- * Everything binder of this process, never destroyed: calls go on while the process exits. A forked
- * child gets a new one as soon as it asks.
+ * Everything binder of this process: its services, its sessions with those of other processes, and
+ * the gate. Never destroyed, since calls go on while the process exits. A forked child gets a new
+ * one as soon as it asks. All operations may be called from any thread.
  */
-class BinderProcess {
+class BinderProcess : public IServiceManager {
 public:
     static BinderProcess& self();
 
-    /** A random number that names this process image to its peers. */
-    uint64_t instance() const { return mInstance; }
-    ThreadPool& pool() { return mPool; }
-    ServiceRegistry& registry() { return *mRegistry; }
+    sp<IBinder> getService(const String16& name) const override;
+    sp<IBinder> checkService(const String16& name) const override;
+    status_t addService(const String16& name, const sp<IBinder>& service, bool allowIsolated,
+                        int dumpsysFlags) override;
+    /** Lets go of a client's session that has ended. */
+    void forget(const Session& session);
 
-    /** Makes sure that exit waits for the calls that are running; for the first pool thread. */
-    void stopPoolAtExit();
-
-    /** The living connection to the process image `instance`, null if there is none. */
-    std::shared_ptr<Connection> connectionTo(uint64_t instance);
-    /** Takes up a connection that was agreed on with its peer, and has it watched. */
-    std::shared_ptr<Connection> addConnection(ForkSafeFd socket, const Peer& peer);
-    void removeConnection(Connection& connection);
+    /** ProcessState::startThreadPool: peers may make this process run something from now on. */
+    void openGate();
 
     /**
-     * Two processes may reach out to each other at the same time, and yet only one connection may
-     * come of it. For as long as this lives, this process is reaching out to `instance`.
+     * Whatever a peer makes this process run passes the gate: nothing before it opens, and nothing
+     * once the process exits, which waits for what is running. One at a time for a thread.
      */
-    class Outreach {
+    class Pass {
     public:
-        Outreach(BinderProcess& process, uint64_t instance);
-        ~Outreach();
+        explicit Pass(BinderProcess& process);
+        Pass(const Pass&) = delete;
+        ~Pass();
 
     private:
         BinderProcess& mProcess;
-        const uint64_t mInstance;
     };
-    /**
-     * Takes up the connection of a peer that reaches out to this process. `welcome` tells the peer
-     * so, before anything else can be sent. False, without a welcome, when there is a connection
-     * already or this process's own attempt has precedence; the socket is then still the caller's.
-     */
-    bool acceptConnection(ForkSafeFd& socket, const Peer& peer,
-                          const std::function<void(Connection&)>& welcome);
+
+protected:
+    /** The service manager is no object of its own that could be handed on. */
+    IBinder* onAsBinder() override { return nullptr; }
 
 private:
-    BinderProcess();
-    ~BinderProcess();
+    struct Service {
+        sp<IBinder> object;
+        ForkSafeFd lock;
+        ForkSafeFd listener;
+    };
+    /** A session of this process as a client. */
+    struct Known {
+        std::string name;
+        ino_t socketNumber;
+        std::shared_ptr<Session> session;
+    };
 
-    const uint32_t mGeneration;
-    const uint64_t mInstance;
-    ThreadPool mPool;
-    const std::unique_ptr<ServiceRegistry> mRegistry;
+    sp<IBinder> findHere(const std::string& name) const;
+    std::shared_ptr<Session> findSession(const std::string& name) const;
+    void acceptClients(const std::string& name, int listener);
+    void removeFiles();
+    void closeGate();
 
-    Mutex mLock;
-    std::unordered_map<uint64_t, std::shared_ptr<Connection>> mConnections GUARDED_BY(mLock);
-    std::multiset<uint64_t> mOutreaches GUARDED_BY(mLock);
-    bool mStopsAtExit GUARDED_BY(mLock) = false;
+    const uint32_t mGeneration = forkGeneration();
+    mutable Mutex mLock;
+    std::map<std::string, Service> mServices GUARDED_BY(mLock);
+    mutable std::vector<Known> mSessions GUARDED_BY(mLock);
+
+    mutable Mutex mGateLock;
+    std::condition_variable mGateChanged;
+    enum { kNotYetOpen, kOpen, kClosed } mGate GUARDED_BY(mGateLock) = kNotYetOpen;
+    size_t mInside GUARDED_BY(mGateLock) = 0;
 };
 
-}  // namespace transport
-}  // namespace android
+}  // namespace android::transport

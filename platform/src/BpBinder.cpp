@@ -1,57 +1,50 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <binder/BpBinder.h>
+#include "BpBinder.h"
 
 #include <algorithm>
 #include <utility>
 
 #include <binder/Parcel.h>
 
-#include "Connection.h"
+#include "Session.h"
 
 namespace android {
 
-BpBinder::BpBinder(std::shared_ptr<transport::Connection> connection, uint64_t handle)
-    : mConnection(std::move(connection)), mHandle(handle) {}
+BpBinder::BpBinder(std::shared_ptr<transport::Session> session, uint64_t handle)
+    : mSession(std::move(session)), mHandle(handle) {}
 
 BpBinder::~BpBinder() {
-    mConnection->returnProxy(this);
+    mSession->giveBack(this);
 }
 
 const String16& BpBinder::getInterfaceDescriptor() const {
-    {
-        const Mutex::Autolock lock(mLock);
-        if (mDescriptorKnown) {
-            return mDescriptor;
-        }
+    Mutex::Autolock lock(mLock);
+    if (mDescriptorKnown) {
+        return mDescriptor;
     }
-    Parcel data;
+    lock.unlock();
     Parcel reply;
     String16 descriptor;
-    // The call changes nothing in the proxy; only its declaration is not const.
-    const bool answered =
-        const_cast<BpBinder*>(this)->transact(INTERFACE_TRANSACTION, data, &reply) == OK &&
+    const bool isAnswered =
+        mSession->call(mHandle, INTERFACE_TRANSACTION, Parcel(), &reply, 0) == OK &&
         reply.readString16(&descriptor) == OK;
-    const Mutex::Autolock lock(mLock);
-    if (answered && !mDescriptorKnown) {
-        mDescriptor = descriptor;
-        mDescriptorKnown = true;
+    const Mutex::Autolock again(mLock);
+    if (isAnswered && !std::exchange(mDescriptorKnown, true)) {
+        mDescriptor = std::move(descriptor);
     }
     return mDescriptor;
 }
 
 bool BpBinder::isBinderAlive() const {
-    return !mConnection->isDead();
+    return !mSession->isDead();
 }
 
 status_t BpBinder::pingBinder() {
-    Parcel data;
-    Parcel reply;
-    return transact(PING_TRANSACTION, data, &reply);
+    return transact(PING_TRANSACTION, Parcel(), nullptr, 0);
 }
 
 status_t BpBinder::dump(int fd, const Vector<String16>& args) {
     Parcel data;
-    Parcel reply;
     status_t status = data.writeDupFileDescriptor(fd);
     if (status == OK) {
         status = data.writeInt32(static_cast<int32_t>(args.size()));
@@ -59,65 +52,49 @@ status_t BpBinder::dump(int fd, const Vector<String16>& args) {
     for (size_t i = 0; status == OK && i < args.size(); ++i) {
         status = data.writeString16(args[i]);
     }
-    return status == OK ? transact(DUMP_TRANSACTION, data, &reply) : status;
+    return status == OK ? transact(DUMP_TRANSACTION, data, nullptr, 0) : status;
 }
 
 status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    return mConnection->call(mHandle, code, data, reply, flags);
+    return mSession->call(mHandle, code, data, reply, flags);
 }
 
-status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie, uint32_t flags) {
+status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* /*cookie*/,
+                               uint32_t /*flags*/) {
     if (recipient == nullptr) {
         return BAD_VALUE;
     }
     const Mutex::Autolock lock(mLock);
-    if (mObituariesSent || mConnection->isDead()) {
+    if (mDeathReported || mSession->isDead()) {
         return DEAD_OBJECT;
     }
-    mObituaries.push_back({recipient, cookie, flags});
+    mRecipients.push_back(recipient);
     return OK;
 }
 
-status_t BpBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie, uint32_t flags,
-                                 wp<DeathRecipient>* outRecipient) {
-    Obituary removed;  // its recipient is let go of without the lock
+status_t BpBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* /*cookie*/,
+                                 uint32_t /*flags*/, wp<DeathRecipient>* outRecipient) {
+    sp<DeathRecipient> removed;  // let go of without the lock
     const Mutex::Autolock lock(mLock);
-    if (mObituariesSent) {
-        return DEAD_OBJECT;
-    }
-    const DeathRecipient* const wanted = recipient.unsafe_get();
-    const auto found =
-        std::find_if(mObituaries.begin(), mObituaries.end(), [&](const Obituary& obituary) {
-            // Without a recipient, the cookie alone tells which one is meant.
-            return obituary.flags == flags &&
-                   (wanted != nullptr ? obituary.recipient.get() == wanted
-                                      : obituary.cookie == cookie);
-        });
-    if (found == mObituaries.end()) {
-        return NAME_NOT_FOUND;
+    const auto found = std::find(mRecipients.begin(), mRecipients.end(), recipient.promote());
+    if (mDeathReported || found == mRecipients.end()) {
+        return mDeathReported ? DEAD_OBJECT : NAME_NOT_FOUND;
     }
     removed = std::move(*found);
-    mObituaries.erase(found);
+    mRecipients.erase(found);
     if (outRecipient != nullptr) {
-        *outRecipient = removed.recipient;
+        *outRecipient = removed;
     }
     return OK;
-}
-
-bool BpBinder::hasDeathRecipients() const {
-    const Mutex::Autolock lock(mLock);
-    return !mObituaries.empty();
 }
 
 void BpBinder::reportDeath() {
-    std::vector<Obituary> obituaries;
-    {
-        const Mutex::Autolock lock(mLock);
-        mObituariesSent = true;
-        obituaries.swap(mObituaries);
-    }
-    for (const Obituary& obituary : obituaries) {
-        obituary.recipient->binderDied(this);
+    Mutex::Autolock lock(mLock);
+    mDeathReported = true;
+    const std::vector<sp<DeathRecipient>> recipients = std::move(mRecipients);
+    lock.unlock();
+    for (const sp<DeathRecipient>& recipient : recipients) {
+        recipient->binderDied(this);
     }
 }
 

@@ -1,23 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ObjectTable.h"
 
-#include <utility>
+namespace android::transport {
 
-namespace android {
-namespace transport {
+ObjectTable::ObjectTable(const sp<IBinder>& service) {
+    if (service != nullptr) {
+        mExports[kServiceHandle] = {service, UINT64_MAX / 2};  // its lookups are not counted
+    }
+}
 
 uint64_t ObjectTable::exportObject(const sp<IBinder>& object) {
     const Mutex::Autolock lock(mLock);
-    const auto known = mHandles.find(object.get());
-    if (known != mHandles.end()) {
-        ++mExports.at(known->second).sent;
-        return known->second;
-    }
-    const uint64_t handle = mNextHandle++;
-    if (!mClosed) {
-        mExports.emplace(handle, Export{object, 1});
-        mHandles.emplace(object.get(), handle);
-    }
+    const auto service = mExports.find(kServiceHandle);
+    const bool isService = service != mExports.end() && service->second.object == object;
+    const uint64_t handle = isService ? kServiceHandle : reinterpret_cast<uintptr_t>(object.get());
+    Export& entry = mExports[handle];
+    entry.object = object;
+    ++entry.sent;
     return handle;
 }
 
@@ -27,7 +26,8 @@ sp<IBinder> ObjectTable::exported(uint64_t handle) {
     return found != mExports.end() ? found->second.object : nullptr;
 }
 
-bool ObjectTable::release(uint64_t handle, uint64_t count, sp<IBinder>* dropped) {
+bool ObjectTable::release(uint64_t handle, uint64_t count) {
+    Export dropped;  // without the lock
     const Mutex::Autolock lock(mLock);
     const auto found = mExports.find(handle);
     if (found == mExports.end() || found->second.sent < count) {
@@ -35,27 +35,28 @@ bool ObjectTable::release(uint64_t handle, uint64_t count, sp<IBinder>* dropped)
     }
     found->second.sent -= count;
     if (found->second.sent == 0) {
-        *dropped = std::move(found->second.object);
-        mHandles.erase(dropped->get());
+        dropped = std::move(found->second);
         mExports.erase(found);
     }
     return true;
 }
 
-sp<BpBinder> ObjectTable::receive(const std::shared_ptr<Connection>& connection, uint64_t handle) {
+void ObjectTable::dropExports() {
+    Exports dropped;  // without the lock
     const Mutex::Autolock lock(mLock);
-    const auto found = mProxies.find(handle);
-    if (found != mProxies.end()) {
-        if (sp<BpBinder> proxy = found->second.promote()) {
-            ++proxy->mReceived;
-            return proxy;
-        }
+    dropped.swap(mExports);
+}
+
+sp<BpBinder> ObjectTable::receive(const std::shared_ptr<Session>& session, uint64_t handle) {
+    const Mutex::Autolock lock(mLock);
+    wp<BpBinder>& known = mProxies[handle];
+    sp<BpBinder> proxy = known.promote();
+    if (proxy == nullptr) {
+        // Not known, or just being destroyed, and then it gives back what it has received itself.
+        proxy = new BpBinder(session, handle);
+        known = proxy;
     }
-    // Not known, or its proxy is just being destroyed, and gives back what that one has received.
-    const sp<BpBinder> proxy(new BpBinder(connection, handle));
-    if (!mClosed) {
-        mProxies[handle] = proxy;
-    }
+    ++proxy->mReceived;
     return proxy;
 }
 
@@ -68,21 +69,14 @@ uint64_t ObjectTable::forget(BpBinder* proxy) {
     return proxy->mReceived;
 }
 
-void ObjectTable::close(std::vector<sp<IBinder>>* exports, std::vector<sp<BpBinder>>* proxies) {
+sp<BpBinder> ObjectTable::takeProxy() {
     const Mutex::Autolock lock(mLock);
-    mClosed = true;
-    for (auto& [handle, entry] : mExports) {
-        exports->push_back(std::move(entry.object));
+    sp<BpBinder> proxy;
+    while (proxy == nullptr && !mProxies.empty()) {
+        proxy = mProxies.begin()->second.promote();
+        mProxies.erase(mProxies.begin());
     }
-    for (auto& [handle, entry] : mProxies) {
-        if (sp<BpBinder> proxy = entry.promote()) {
-            proxies->push_back(std::move(proxy));
-        }
-    }
-    mExports.clear();
-    mHandles.clear();
-    mProxies.clear();
+    return proxy;
 }
 
-}  // namespace transport
-}  // namespace android
+}  // namespace android::transport

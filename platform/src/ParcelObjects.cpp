@@ -201,7 +201,7 @@ int Parcel::readFileDescriptor() const {
 
 status_t Parcel::writeParcelable(const Parcelable& value) {
     const status_t status = writeInt32(1);
-    return status == OK ? value.writeToParcel(this) : status;
+    return status == OK ? orNoMemory([&] { return value.writeToParcel(this); }) : status;
 }
 
 status_t Parcel::readParcelable(Parcelable* value) const {
@@ -210,7 +210,8 @@ status_t Parcel::readParcelable(Parcelable* value) const {
     if (status != OK) {
         return status;
     }
-    return present != 0 ? value->readFromParcel(this) : status_t{UNEXPECTED_NULL};
+    return present != 0 ? orNoMemory([&] { return value->readFromParcel(this); })
+                        : status_t{UNEXPECTED_NULL};
 }
 
 /** Writes what stands before the descriptors; `bytes` is where flatten() is to write. */

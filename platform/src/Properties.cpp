@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <android/log.h>
 #include <cutils/properties.h>
-#include <utils/Mutex.h>
 
 #include <algorithm>
 #include <atomic>
@@ -13,6 +12,7 @@
 #include <map>
 #include <string>
 
+#include "Mutex.h"
 #include "NoMemory.h"
 
 namespace {

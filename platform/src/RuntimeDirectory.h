@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 #include <utils/Errors.h>
 
 #include "UniqueFd.h"
 
-namespace android {
-namespace transport {
+namespace android::transport {
 
 /**
  * The directory in which every service has its socket, so that the directory is the registry.
@@ -25,24 +26,26 @@ public:
      */
     status_t open(bool create);
 
-    /**
-     * A path of a file in it, short enough for a socket however long the directory's own path is.
-     */
+    /** A path of a file in it, short enough for a socket however long the directory's own is. */
     std::string pathOf(const std::string& file) const;
 
     /**
-     * Listens for a service. ALREADY_EXISTS when a living process has the name; a socket that a
-     * dead one has left is replaced.
+     * Makes the process the owner of a service's name for as long as it holds `lock`, which the
+     * kernel gives up when the process ends, however it ends. ALREADY_EXISTS: another one has it.
      */
+    status_t own(const std::string& service, ForkSafeFd* lock) const;
+    /** Listens for a service, in the place of a socket that a dead process has left behind. */
     status_t listen(const std::string& service, ForkSafeFd* listener) const;
-    /** Removes a service's socket, for the end of its process. */
+    /** Removes a service's files, for the end of its process. */
     void withdraw(const std::string& service) const;
-    /** Connects to a service; negative when that fails, with the reason in errno. */
+
+    /** The number of the service's socket file, another one for each that is made; 0 for none. */
+    ino_t socketNumber(const std::string& service) const;
+    /** Connects to a service without waiting for its process; nothing when that fails. */
     ForkSafeFd connect(const std::string& service) const;
 
 private:
     UniqueFd mFd;
 };
 
-}  // namespace transport
-}  // namespace android
+}  // namespace android::transport

@@ -2,42 +2,33 @@
 #include "UniqueFd.h"
 
 #include <pthread.h>
-#include <utils/Mutex.h>
 
 #include <atomic>
 #include <set>
 
-namespace android {
-namespace transport {
+namespace android::transport {
 namespace {
 
 std::atomic<uint32_t> gGeneration{0};
+Mutex gForkMutex;
 
-/**
- * The open descriptors that a child must not share. The lock is held across a fork, so the child
- * finds the set whole.
- */
-struct Unshared {
-    Mutex lock;
-    std::set<int> fds GUARDED_BY(lock);
-};
+/** The open descriptors that a child must not share; guarded by the mutex. */
+std::set<int>& openFds();
 
-Unshared& unshared();
-
-void closeInChild() RELEASE(unshared().lock) {
+void closeInChild() RELEASE(gForkMutex) {
     gGeneration.fetch_add(1);
-    for (const int fd : unshared().fds) {
+    for (const int fd : openFds()) {
         ::close(fd);
     }
-    unshared().fds.clear();
-    unshared().lock.unlock();
+    openFds().clear();
+    gForkMutex.unlock();
 }
 
-Unshared& unshared() {
-    static Unshared* const instance = [] {
-        ::pthread_atfork([]() ACQUIRE(unshared().lock) { unshared().lock.lock(); },
-                         []() RELEASE(unshared().lock) { unshared().lock.unlock(); }, closeInChild);
-        return new Unshared();
+std::set<int>& openFds() {
+    static std::set<int>* const instance = [] {
+        ::pthread_atfork([]() ACQUIRE(gForkMutex) { gForkMutex.lock(); },
+                         []() RELEASE(gForkMutex) { gForkMutex.unlock(); }, closeInChild);
+        return new std::set<int>();
     }();
     return *instance;
 }
@@ -48,21 +39,25 @@ uint32_t forkGeneration() {
     return gGeneration.load(std::memory_order_relaxed);
 }
 
-ForkSafeFd::ForkSafeFd(int fd) : mFd(fd), mGeneration(forkGeneration()) {
-    if (mFd >= 0) {
-        const Mutex::Autolock lock(unshared().lock);
-        unshared().fds.insert(mFd);
+Mutex& forkMutex() {
+    return gForkMutex;
+}
+
+ForkSafeFd::ForkSafeFd(int fd) : UniqueFd(fd) {
+    if (ok()) {
+        openFds().insert(fd);
     }
 }
 
 ForkSafeFd::~ForkSafeFd() {
-    if (mFd >= 0) {
-        const Mutex::Autolock lock(unshared().lock);
-        if (mGeneration == gGeneration.load() && unshared().fds.erase(mFd) > 0) {
-            ::close(mFd);
+    if (ok()) {
+        const Mutex::Autolock lock(gForkMutex);
+        const int fd = release();
+        if (mGeneration == forkGeneration()) {
+            openFds().erase(fd);
+            ::close(fd);
         }
     }
 }
 
-}  // namespace transport
-}  // namespace android
+}  // namespace android::transport

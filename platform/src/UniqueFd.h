@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <utility>
 
-namespace android {
-namespace transport {
+#include "Mutex.h"
+
+namespace android::transport {
 
 /** Owns one file descriptor. */
 class UniqueFd {
@@ -39,31 +40,26 @@ private:
  */
 uint32_t forkGeneration();
 
+/** Held by whoever forks: a descriptor opened under it is in no child before it has an owner. */
+Mutex& forkMutex();
+
 /**
- * Owns a descriptor that a forked child must not share, since a peer takes a connection that the
- * child holds open for a living process. The child closes it as it starts.
+ * Owns a descriptor that a forked child must not share, since a socket or a lock that the child
+ * holds open makes its dead parent look alive. The child closes it as it starts, and must not use
+ * what its parent had.
  */
-class ForkSafeFd {
+class ForkSafeFd : public UniqueFd {
 public:
     ForkSafeFd() = default;
-    explicit ForkSafeFd(int fd);
-    ForkSafeFd(ForkSafeFd&& other) noexcept { *this = std::move(other); }
+    /** Takes over a descriptor that was opened under the same hold of the mutex. */
+    explicit ForkSafeFd(int fd) REQUIRES(forkMutex());
+    ForkSafeFd(ForkSafeFd&&) = default;
+    ForkSafeFd& operator=(ForkSafeFd&&) = default;
+    /** Takes the mutex unless it owns nothing. */
     ~ForkSafeFd();
-    ForkSafeFd& operator=(ForkSafeFd&& other) noexcept {
-        std::swap(mFd, other.mFd);
-        std::swap(mGeneration, other.mGeneration);
-        return *this;
-    }
-
-    /** The descriptor; meaningless in another generation than the one it was made in. */
-    int get() const { return mFd; }
-    bool ok() const { return mFd >= 0; }
-    uint32_t generation() const { return mGeneration; }
 
 private:
-    int mFd = -1;
-    uint32_t mGeneration = 0;
+    uint32_t mGeneration = forkGeneration();
 };
 
-}  // namespace transport
-}  // namespace android
+}  // namespace android::transport

@@ -8,12 +8,14 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <iostream>
 #include <iterator>
 #include <memory>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "aidl/BnDisplayEngineCallback.h"
@@ -26,6 +28,7 @@
 #include "support/EngineService.h"
 #include "support/ProcessingLibrary.h"
 #include "support/TestMain.h"
+#include "support/ThreadState.h"
 
 using android::NO_MEMORY;
 using android::OK;
@@ -81,32 +84,54 @@ constexpr int kMost = 2000;  // More allocations than any operation makes.
 
 enum class Outcome { GOOD, FAILED, WRONG };
 
-/** Runs `call` with its allocation `number` failing; `isUntouched` tells that it made fewer. */
-Outcome runFailing(int number, const std::function<Outcome()>& call, bool* isUntouched) {
-    Outcome outcome = Outcome::WRONG;
+/** One attempt at an operation. Only the call has its allocations counted. */
+struct Attempt {
+    std::function<void()> call;
+    std::function<Outcome()> judge; /**< What has come of the call. */
+};
+
+/** Calls with the allocation of this number failing; whether fewer were made. */
+bool callFailing(int number, const std::function<void()>& call) {
     gLeft = number;
     try {
-        outcome = call();
+        call();
     } catch (...) {
+        gLeft = 0;
         ADD_FAILURE() << "an exception came out";
     }
-    *isUntouched = gLeft.exchange(0) > 0;
-    return outcome;
+    return gLeft.exchange(0) > 0;
 }
 
-/** An operation, with all that it needs made before the allocations are counted. */
-using Prepare = std::function<std::function<Outcome()>()>;
+void expectGood(const std::function<Attempt()>& prepare, const char* which) {
+    const Attempt attempt = prepare();
+    attempt.call();
+    EXPECT_EQ(attempt.judge(), Outcome::GOOD) << which;
+}
 
-void sweep(const std::string& name, const Prepare& prepare) {
+/** Waits, ten seconds at most: another thread may still be about to let go of a frame. */
+bool returnsTo(int64_t living) {
+    const std::time_t deadline = std::time(nullptr) + kPatienceSeconds;
+    while (gLiving != living && std::time(nullptr) < deadline) {
+        std::this_thread::yield();
+    }
+    return gLiving == living;
+}
+
+/** `prepare` makes all that an attempt needs before its allocations are counted. */
+void sweep(const std::string& name, const std::function<Attempt()>& prepare) {
     SCOPED_TRACE(name);
-    EXPECT_EQ(prepare()(), Outcome::GOOD);
+    expectGood(prepare, "the first call");
     for (int number = 1; number < kMost && !testing::Test::HasFailure(); ++number) {
         SCOPED_TRACE("allocation " + std::to_string(number));
         const int64_t before = gLiving;
         bool isUntouched = false;
-        EXPECT_NE(runFailing(number, prepare(), &isUntouched), Outcome::WRONG);
-        EXPECT_EQ(prepare()(), Outcome::GOOD) << "the next call";
-        EXPECT_EQ(gLiving, before) << "something stayed behind";
+        {
+            const Attempt attempt = prepare();
+            isUntouched = callFailing(number, attempt.call);
+            EXPECT_NE(attempt.judge(), Outcome::WRONG);
+        }
+        expectGood(prepare, "the next call");
+        EXPECT_TRUE(returnsTo(before)) << gLiving - before << " allocations stayed behind";
         if (isUntouched) {
             return;
         }
@@ -222,8 +247,10 @@ TEST(AllocationSweepTest, ATransactionAnswersNoMemory) {
     PersistableBundle data;
     data.putString(String16("Key"), String16("a key that does not fit into the string itself"));
     for (const Transaction& transaction : kTransactions) {
+        const auto status = std::make_shared<Status>();
         sweep(transaction.name, [&] {
-            return [&] { return outcomeOf(transaction.call(*service, callback, data)); };
+            return Attempt{[&] { *status = transaction.call(*service, callback, data); },
+                           [&] { return outcomeOf(*status); }};
         });
     }
 }
@@ -284,34 +311,45 @@ TEST(AllocationSweepTest, AMethodAnswersItsFailureValue) {
     const sp<Callback> callback = new Callback;
     for (const Method& method : kMethods) {
         const int good = method.call(*sp<DisplayEngineManager>(new DisplayEngineManager), callback);
+        int answer = 0;
         sweep(method.name, [&] {
             // A manager of its own, since one asks some questions only once.
             const sp<DisplayEngineManager> manager = new DisplayEngineManager;
-            return [&method, &callback, good, manager] {
-                const int answer = method.call(*manager, callback);
-                return answer == good             ? Outcome::GOOD
-                       : answer == method.failure ? Outcome::FAILED
-                                                  : Outcome::WRONG;
-            };
+            return Attempt{[&, manager] { answer = method.call(*manager, callback); },
+                           [&] {
+                               if (answer == good) {
+                                   return Outcome::GOOD;
+                               }
+                               return answer == method.failure ? Outcome::FAILED : Outcome::WRONG;
+                           }};
         });
     }
 }
 
 TEST(AllocationSweepTest, StringsComeOutWholeOrEmpty) {
     const std::string text(40, 'x');
+    const std::string two = text + "," + text;
     const String16 wide(text.c_str());
+    std::vector<std::string> fields;
     sweep("split", [&] {
-        return [&] {
-            std::vector<std::string> fields;
-            DisplayEngineCleanCommon::split(text + "," + text, ",", fields);
-            return fields.size() == 2 ? Outcome::GOOD : Outcome::FAILED;
-        };
+        fields.clear();
+        return Attempt{[&] { DisplayEngineCleanCommon::split(two, ",", fields); },
+                       [&] {
+                           if (fields.size() == 2) {
+                               return Outcome::GOOD;
+                           }
+                           return fields.empty() ? Outcome::FAILED : Outcome::WRONG;
+                       }};
     });
+    std::string narrow;
     sweep("string16ToString", [&] {
-        return [&] {
-            return DisplayEngineCleanCommon::string16ToString(wide) == text ? Outcome::GOOD
-                                                                            : Outcome::FAILED;
-        };
+        return Attempt{[&] { narrow = DisplayEngineCleanCommon::string16ToString(wide); },
+                       [&] {
+                           if (narrow == text) {
+                               return Outcome::GOOD;
+                           }
+                           return narrow.empty() ? Outcome::FAILED : Outcome::WRONG;
+                       }};
     });
 }
 
@@ -331,6 +369,7 @@ void writeEvent(Parcel* event, bool enable) {
 TEST(AllocationSweepTest, AFrameOrAnEventIsLost) {
     const sp<EngineService> service = EngineService::install();
     service->config.abortMs = EngineService::kPatientMs;
+    service->config.monitorMaxFps = 1'000'000;
     processing::use("without_nothing");
     const sp<DisplayEngineManager> manager = new DisplayEngineManager;
     manager->onVideoAppStart();
@@ -340,37 +379,39 @@ TEST(AllocationSweepTest, AFrameOrAnEventIsLost) {
     g_delogdEnable = g_delogiEnable = true;  // The texts for messages are allocated as well.
     processing::Frame frame;
     sweep("frame", [&] {
-        return [&] {
-            Aisr::BufferInfo info = frame.info(1);
-            info.id = 0x1234567812345678;
-            const size_t before = processing::count("AisrProcess");
-            manager->doVideoEnhance(info);
-            return processing::count("AisrProcess") > before ? Outcome::GOOD : Outcome::FAILED;
-        };
+        processing::takeTexts();
+        const auto info = std::make_shared<Aisr::BufferInfo>(frame.info(0x1234567812345678));
+        return Attempt{
+            [&manager, info] { manager->doVideoEnhance(*info); },
+            [] { return processing::count("AisrProcess") == 1 ? Outcome::GOOD : Outcome::FAILED; }};
     });
 
     bool isOn = true;
+    android::status_t status = OK;
     sweep("event", [&] {
         isOn = !isOn;
         const auto event = std::make_shared<Parcel>();
         writeEvent(event.get(), isOn);
-        return [&manager, &callback, event, isOn] {
-            event->setDataPosition(0);
-            Parcel reply;
-            const android::status_t status = callback->transact(2, *event, &reply, 1);
-            return manager->getVideoAppConfig() == isOn  ? Outcome::GOOD
-                   : status == OK || status == NO_MEMORY ? Outcome::FAILED
-                                                         : Outcome::WRONG;
-        };
+        return Attempt{[&, event] {
+                           Parcel reply;
+                           status = callback->transact(2, *event, &reply, 1);
+                       },
+                       [&] {
+                           if (manager->getVideoAppConfig() == isOn) {
+                               return Outcome::GOOD;
+                           }
+                           EXPECT_EQ(status, NO_MEMORY);
+                       return Outcome::FAILED;
+                       }};
     });
     sweep("size and rate", [&] {
-        return [&] {
-            manager->setVideoRect(720, 700);
-            manager->setVideoRect(640, 700);
-            manager->setVideoFrameRate(25);
-            manager->setVideoFrameRate(30);
-            return Outcome::GOOD;
-        };
+        return Attempt{[&] {
+                           manager->setVideoRect(720, 700);
+                           manager->setVideoRect(640, 700);
+                           manager->setVideoFrameRate(25);
+                           manager->setVideoFrameRate(30);
+                       },
+                       [] { return Outcome::GOOD; }};
     });
 }
 
@@ -393,14 +434,8 @@ int bringUp(int number) {
     processing::use("without_nothing");
     const sp<DisplayEngineManager> manager = new DisplayEngineManager;
     int isSupported = 0;
-    bool isUntouched = false;
-    runFailing(
-        number,
-        [&] {
-            isSupported = manager->isVideoEngineSupported() ? 1 : 0;
-            return Outcome::GOOD;
-        },
-        &isUntouched);
+    const bool isUntouched =
+        callFailing(number, [&] { isSupported = manager->isVideoEngineSupported() ? 1 : 0; });
     std::cout << (isUntouched ? "untouched: " : "failed: ") << isSupported << " "
               << manager->isVideoEngineSupported() << std::endl;
     return testing::Test::HasFailure() ? 1 : 0;

@@ -3,9 +3,7 @@
 // log.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <optional>
-#include <thread>
 
 #include "aisr/AisrEngine.h"
 #include "common/DisplayEngineCleanCommon.h"
@@ -53,14 +51,11 @@ TEST_F(EngineConditionsTest, TakesOrRefusesAConfiguration) {
          true, false},
         {"overload above abort", [](auto& it) { it.overloadMs = it.abortMs + 1; },
          "timeout:{ abort:34ms overload:33ms tolerance:5/10000ms }", true, true},
-        {"the largest rate", [](auto& it) { it.maxFps = it.monitorMaxFps = INT32_MAX; },
-         "maxFps:2147483647 monitor:{ maxFps:2147483647 ", true, true},
-        {"no time between frames",
-         [](auto& it) {
-             it.maxFps = INT32_MAX;
-             it.overloadMs = 0;
-         },
-         "timeout:{ abort:1ms overload:0ms ", true, true},
+        {"the largest rate",
+         [](auto& it) { it = {1, 1, 1, 2, 2, INT32_MAX, INT32_MAX, 0, 0, 0, 0, 0, 0}; },
+         "maxFps:2147483647 monitor:{ maxFps:2147483647 tolerance:0 restore:0 } timeout:{ "
+         "abort:1ms overload:0ms tolerance:5/10000ms }",
+         true, true},
         {"width range empty", [](auto& it) { it.minWidth = it.maxWidth; },
          invalid + "rect:{ min:720x512 max:720x1280 } maxFps:30", false, false},
         {"height range empty", [](auto& it) { it.minHeight = it.maxHeight; }, invalid, false,
@@ -186,49 +181,16 @@ TEST_F(EngineConditionsTest, CountsVerdictsAndTellsWhy) {
     }
 }
 
-TEST_F(EngineConditionsTest, CountForNothingWhenTheRegistrationFailed) {
-    service->registerResult = false;
-    EXPECT_FALSE(engine->initialize());
-    EXPECT_TRUE(log.contains("mIsEnhance[EN_COND_ENABLE]:1 mEnhanceCount:1 for "));
-    EXPECT_FALSE(engine->getAppConfig());
-}
-
-TEST_F(EngineConditionsTest, EndWithTheEngineThoughItsWithdrawalFails) {
+TEST_F(EngineConditionsTest, AreFetchedOnceAndEndThoughTheWithdrawalFails) {
     ASSERT_TRUE(engine->initialize());
+    service->journal.take();
+    EXPECT_TRUE(engine->initialize()) << "once and for all";
+    EXPECT_TRUE(service->journal.take().empty());
     service->outcomes["unregisterCallbackEx"] = EngineService::Status::fromExceptionCode(-1);
     engine.reset();
     EXPECT_EQ(service->journal.count("unregisterCallbackEx"), 1U);
     EXPECT_NE(log.last("unregisterCallbackEx(data:{ key:").find(" feature:44 }) failed!"),
               std::string::npos);
-}
-
-TEST_F(EngineConditionsTest, AreFetchedOnce) {
-    EXPECT_TRUE(engine->initialize());
-    service->journal.take();
-    EXPECT_TRUE(engine->initialize());
-    EXPECT_TRUE(service->journal.take().empty());
-}
-
-TEST_F(EngineConditionsTest, AreCountedRightWhenManyReport) {
-    ASSERT_TRUE(engine->initialize());
-    engine->setRect(1280, 720);
-    engine->setFrameRate(30);
-    g_delogdEnable = g_delogiEnable = false;
-    const auto report = [this] {
-        for (int i = 0; i < 20'000; ++i) {
-            engine->setEnable(i % 2 == 0);
-            engine->setFrameRate(i % 3 == 0 ? 60 : 30);
-        }
-    };
-    std::thread other(report);
-    report();
-    other.join();
-    engine->setFrameRate(30);
-    engine->setEnable(true);
-    EXPECT_TRUE(engine->needEnhance());
-    engine->setEnable(false);
-    EXPECT_FALSE(engine->needEnhance());
-    g_delogdEnable = g_delogiEnable = true;
 }
 
 TEST_F(EngineConditionsTest, IgnoreReportsBeforeInitialisation) {

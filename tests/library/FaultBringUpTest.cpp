@@ -5,8 +5,7 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <functional>
-#include <memory>
+#include <optional>
 
 #include "aisr/AisrEngine.h"
 #include "client/DisplayEngineManager.h"
@@ -20,6 +19,7 @@
 
 using android::sp;
 using android::binder::Status;
+using Texts = std::vector<std::string>;
 
 namespace {
 
@@ -35,45 +35,31 @@ protected:
     }
 };
 
-using Guard = std::shared_ptr<void>;
+// What a fault holds on to until it is over.
+std::optional<fault::FullDescriptorTable> gFullTable;
+std::optional<ChildProcess> gLeavingService;
+
+void startLeavingService(EngineService& /*none*/) {
+    gLeavingService.emplace(ChildProcess::ownPath(), Texts{kServiceArgument});
+    EXPECT_TRUE(gLeavingService->waitForLine("ready"));
+}
+
+void endFault() {
+    gFullTable.reset();
+    gLeavingService.reset();
+    fault::setReadError(0);
+    fault::setFailingAllocation(0);
+}
 
 /** A fault that leaves the process without an engine: what is logged, and what is called. */
 struct Fault {
     const char* name;
-    std::function<Guard(EngineService*)> begin; /**< The fault lasts as long as what it returns. */
+    void (*begin)(EngineService&);
     std::string complaints;
     std::string operations = ""; /**< None: there is no service in this process. */
 
     friend void PrintTo(const Fault& it, std::ostream* text) { *text << it.name; }
 };
-
-/** A service that answers otherwise from now on. */
-std::function<Guard(EngineService*)> answering(const std::function<void(EngineService&)>& change) {
-    return [change](EngineService* service) {
-        change(*service);
-        return Guard();
-    };
-}
-
-/** An operation of the service that has this outcome. */
-std::function<Guard(EngineService*)> failing(const std::string& operation, const Status& outcome) {
-    return answering([=](EngineService& it) { it.outcomes[operation] = outcome; });
-}
-
-/** A fault of the system, which is switched on with 1 and off with 0. */
-std::function<Guard(EngineService*)> during(void (*change)(int)) {
-    return [change](EngineService*) {
-        change(1);
-        return Guard(nullptr, [change](auto) { change(0); });
-    };
-}
-
-Guard startLeavingService(EngineService* /*none*/) {
-    auto program = std::make_shared<ChildProcess>(ChildProcess::ownPath(),
-                                                  std::vector<std::string>{kServiceArgument});
-    EXPECT_TRUE(program->waitForLine("ready"));
-    return program;
-}
 
 const char kAsked[] = "getSupported ";
 const char kConfigured[] = "getSupported getEffectExByData ";
@@ -86,46 +72,43 @@ const std::string kNoBinder = "6 DE N DEM checkDisplayEngineService:#: binder is
 const std::string kNoLookup = ":#: Failed to get displayengineserver binder(#ms)!\n";
 const std::string kNoCallback = kEngine + "registerCallback:#: new ClientCallback() failed!\n";
 const Status kLost = Status::fromStatusT(android::DEAD_OBJECT);
+const Status kRefusal = Status::fromExceptionCode(Status::EX_SECURITY);
 
 const Fault kFaults[] = {
-    {"NoService", [](EngineService*) { return Guard(); },
+    {"NoService", [](auto&) {},
      kNoBinder + kFacade + "isAisrProcessorSupported" + kNoLookup + kNotSupported},
     {"ServiceThatLeaves", startLeavingService,
      kNoBinder + kEngine + "initialize" + kNoLookup + kFailed},
-    {"AnswerTwo", answering([](auto& it) { it.support = 2; }), kNotSupported, kAsked},
-    {"AnswerNegative", answering([](auto& it) { it.support = -1; }), kNotSupported, kAsked},
-    {"NoAnswer", failing("getSupported", kLost),
+    {"AnswerTwo", [](auto& it) { it.support = 2; }, kNotSupported, kAsked},
+    {"NoAnswer", [](auto& it) { it.outcomes["getSupported"] = kLost; },
      kFacade + "isAisrProcessorSupported:#: getSupported(DE_FEATURE_AISR, &support) failed!\n" +
          kNotSupported,
      kAsked},
-    {"NoDescriptor",
-     [](EngineService*) { return Guard(std::make_shared<fault::FullDescriptorTable>()); },
+    {"NoDescriptor", [](auto&) { gFullTable.emplace(); },
      "5 DE N AISR updateAppName:#: Failed to open /proc/PID/cmdline! Too many open files\n" +
          kFailed +
          "5 DE N AISRAlgo openLibrary:#: Can't open library 'libAISRProcess_interface.so' - "
          "libAISRProcess_interface.so: cannot open shared object file: Too many open files\n",
      kAsked},
-    {"NoName", during([](int on) { fault::setReadError(on * EIO); }),
+    {"NoName", [](auto&) { fault::setReadError(EIO); },
      "5 DE N AISR updateAppName:#: Failed to read /proc/PID/cmdline! Input/output error\n" +
          kFailed,
      kAsked},
-    {"NoConfig", failing("getEffectExByData", Status::fromExceptionCode(Status::EX_SECURITY)),
+    {"NoConfig", [](auto& it) { it.outcomes["getEffectExByData"] = kRefusal; },
      kEngine +
          "getConfig:#: Failed to getEffectEx(DE_FEATURE_AISR, "
          "data:{DE_EFFECT_TYPE_CONFIG,NAME},&status(size=13),&ret)\n" +
          kFailed,
      kConfigured},
-    {"NoCallback", during([](int on) { fault::setFailingAllocation(on * 1); }),
-     kNoCallback + kFailed, kConfigured},
-    {"HalfACallback", during([](int on) { fault::setFailingAllocation(on * 2); }),
-     kNoCallback + kFailed, kConfigured},
-    {"Lost", failing("registerCallbackEx", kLost),
+    {"NoCallback", [](auto&) { fault::setFailingAllocation(1); }, kNoCallback + kFailed,
+     kConfigured},
+    {"Lost", [](auto& it) { it.outcomes["registerCallbackEx"] = kLost; },
      kEngine +
          "registerCallback:#: registerCallbackEx(callback, data:{ key:NAME feature:44 }) "
          "failed!\n" +
          kFailed,
      kRegistered},
-    {"Refused", answering([](auto& it) { it.registerResult = false; }), kFailed, kRegistered},
+    {"Refused", [](auto& it) { it.registerResult = false; }, kFailed, kRegistered},
 };
 
 class FaultBringUpTest : public testing::TestWithParam<Fault> {
@@ -171,11 +154,11 @@ TEST_P(FaultBringUpTest, IsFinalAndLeavesNoRegistration) {
     }
 #endif
     const bool isHere = !GetParam().operations.empty();
-    sp<EngineService> service = isHere ? EngineService::install() : nullptr;
+    sp<EngineService> service = isHere ? EngineService::install() : new EngineService;
     const std::string before = fault::holdings();
-    Guard guard = GetParam().begin(service.get());
+    GetParam().begin(*service);
     expectNothing();
-    guard.reset();
+    endFault();
     EXPECT_EQ(fault::takeComplaints(&log), GetParam().complaints);
     if (isHere) {
         EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;

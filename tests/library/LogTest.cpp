@@ -14,50 +14,46 @@ using Texts = std::vector<std::string>;
 
 namespace {
 
-void setProperties(bool debuggable, bool debugOn, bool log) {
-    property_set("ro.debuggable", debuggable ? "1" : "0");
-    property_set("persist.sys.tivora.debug.on", debugOn ? "yes" : "off");
-    property_set("persist.displayengine.log", log ? "on" : "false");
-}
-
 TEST(LogTest, SwitchesFollowTheProperties) {
     ASSERT_TRUE(g_delogdEnable && g_delogiEnable && !g_delogvEnable) << "as loaded";
+    const char* const names[] = {"ro.debuggable", "persist.sys.tivora.debug.on",
+                                 "persist.displayengine.log"};
     const struct {
-        bool debuggable, debugOn, log;
-        bool debug, verbose;
+        const char* values[3];
+        std::string text;
+        bool isDebugOn;
+        bool isVerboseOn;
     } cases[] = {
-        {false, false, false, false, false}, {true, false, false, true, false},
-        {false, true, false, true, false},   {true, true, false, true, false},
-        {false, false, true, true, true},    {true, true, true, true, true},
+        {{"0", "off", "false"}, "isProductDebuggable=0, isDebugLogOn=0", false, false},
+        {{"1", "off", "false"}, "isProductDebuggable=1, isDebugLogOn=0", true, false},
+        {{"0", "yes", "false"}, "isProductDebuggable=1, isDebugLogOn=0", true, false},
+        {{"0", "off", "on"}, "isProductDebuggable=0, isDebugLogOn=1", true, true},
+        {{"1", "yes", "on"}, "isProductDebuggable=1, isDebugLogOn=1", true, true},
     };
     for (const auto& expected : cases) {
-        SCOPED_TRACE(testing::Message() << expected.debuggable << expected.debugOn << expected.log);
-        setProperties(expected.debuggable, expected.debugOn, expected.log);
+        SCOPED_TRACE(expected.text);
+        for (size_t i = 0; i < std::size(names); ++i) {
+            property_set(names[i], expected.values[i]);
+        }
         // The line is gated by the switch as it was, so a second call after all went off is silent.
         LogCapture log;
         g_delogdEnable = true;
         initLogSwitch();
-        const std::string line = std::string("4 DE N DECC initLogSwitch:#: isProductDebuggable=") +
-                                 (expected.debuggable || expected.debugOn ? "1" : "0") +
-                                 ", isDebugLogOn=" + (expected.log ? "1" : "0");
+        const std::string line = "4 DE N DECC initLogSwitch:#: " + expected.text;
         EXPECT_EQ(log.take(), Texts{line});
-        EXPECT_EQ(g_delogdEnable, expected.debug);
-        EXPECT_EQ(g_delogiEnable, expected.debug);
-        EXPECT_EQ(g_delogvEnable, expected.verbose);
+        EXPECT_EQ(g_delogdEnable, expected.isDebugOn);
+        EXPECT_EQ(g_delogiEnable, expected.isDebugOn);
+        EXPECT_EQ(g_delogvEnable, expected.isVerboseOn);
         initLogSwitch();
-        EXPECT_EQ(log.take(), expected.debug ? Texts{line} : Texts{});
+        EXPECT_EQ(log.take(), expected.isDebugOn ? Texts{line} : Texts{});
     }
 }
 
-int gLoggedLine = 0;
-
 TEST(LogTest, MessagesNameTheirSourceLine) {
-    __android_log_set_logger([](const struct __android_log_message* message) {
-        const std::string text = message->message;
-        gLoggedLine = std::stoi(text.substr(text.find(':') + 1));
-    });
+    static std::string text;
+    __android_log_set_logger([](const auto* message) { text = message->message; });
     DE_LOGW("here");
-    EXPECT_EQ(gLoggedLine, __LINE__ - 1);
+    EXPECT_EQ(text, "TestBody:" + std::to_string(__LINE__ - 1) + ": here");
     __android_log_set_logger(nullptr);
 }
 

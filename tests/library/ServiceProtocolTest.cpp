@@ -122,7 +122,10 @@ TEST_F(ServiceProtocolTest, ExceptionsHaveTheirLayoutAndLeaveTheResultsAlone) {
     };
     for (const auto& expected : cases) {
         service->outcomes = {{"getSupported", expected.outcome}};
-        EXPECT_EQ(callAndFail().toString8(), expected.outcome.toString8());
+        const Status received = callAndFail();
+        EXPECT_EQ(received.exceptionCode(), expected.outcome.exceptionCode());
+        EXPECT_EQ(received.serviceSpecificErrorCode(), expected.outcome.serviceSpecificErrorCode());
+        EXPECT_STREQ(received.exceptionMessage().string(), "no");
         EXPECT_EQ(tap->reply, expected.reply);
     }
 }

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <android/log.h>
+#include <binder/Parcel.h>
 #include <cutils/properties.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <link.h>
+#include <sys/mman.h>
 #include <ui/GraphicBuffer.h>
 #include <unistd.h>
 #include <utils/String8.h>
@@ -99,9 +101,7 @@ TEST(Log, WritesWholeLinesToStandardError) {
     for (const std::string& text : texts) {
         threads.emplace_back([&text] {
             for (int line = 0; line < kLines; ++line) {
-                errno = ENOENT;
                 __android_log_print(ANDROID_LOG_INFO, "tag", "%s", text.c_str());
-                EXPECT_EQ(errno, ENOENT);
             }
         });
     }
@@ -119,6 +119,13 @@ TEST(Log, WritesWholeLinesToStandardError) {
         EXPECT_EQ(line.substr(start), text);
     }
     EXPECT_EQ(lines, kLines * 3);
+
+    const int standardError = dup(STDERR_FILENO);
+    close(STDERR_FILENO);
+    errno = ENOENT;
+    __android_log_print(ANDROID_LOG_INFO, "tag", "to nobody");
+    EXPECT_EQ(errno, ENOENT);
+    dup2(standardError, STDERR_FILENO);
 }
 
 TEST(Loader, WordsOnlyAMissingFileAsTheDeviceDoes) {
@@ -161,25 +168,30 @@ TEST(GraphicBuffer, RefusesAShapeThatItsMemoryCannotHold) {
         {STRIDE, 0, BAD_VALUE}, {STRIDE, 512, BAD_VALUE}, {FORMAT, 2, BAD_VALUE},
         {LAYERS, 2, BAD_VALUE}, {FDS, 2, BAD_VALUE},      {INTEGERS, 1, BAD_VALUE},
     };
+    constexpr size_t kFlatAt = 2 * sizeof(int32_t);
     const sp<GraphicBuffer> whole = new GraphicBuffer(16, 64, PIXEL_FORMAT_RGBA_8888, 1, 0);
     for (const auto& c : cases) {
-        uint32_t flat[13];
-        int fd = -1;
-        void* to = flat;
-        int* fds = &fd;
-        size_t size = sizeof flat;
-        size_t count = 1;
-        ASSERT_EQ(whole->flatten(to, size, fds, count), OK);
-        flat[c.word] = c.value;
-        const void* from = flat;
-        const int* readFds = &fd;
-        size = sizeof flat;
-        count = 1;
+        SCOPED_TRACE(testing::Message() << c.word << " is " << c.value);
+        Parcel parcel;
+        parcel.write(*whole);
+        parcel.setDataPosition(kFlatAt + c.word * sizeof(int32_t));
+        parcel.writeInt32(static_cast<int32_t>(c.value));
+        parcel.setDataPosition(0);
         const sp<GraphicBuffer> read = new GraphicBuffer(1, 1, PIXEL_FORMAT_RGBA_8888, 1, 0);
-        EXPECT_EQ(read->unflatten(from, size, readFds, count), c.result)
-            << c.word << ' ' << c.value;
+        EXPECT_EQ(parcel.read(*read), c.result);
         EXPECT_EQ(read->initCheck(), c.result == OK ? OK : NO_INIT);
     }
+    // Memory that its owner could still cut away.
+    const int unsealed = memfd_create("unsealed", MFD_CLOEXEC);
+    ASSERT_EQ(ftruncate(unsealed, 1 << 20), 0);
+    Parcel source;
+    source.write(*whole);
+    Parcel parcel;
+    ASSERT_EQ(parcel.ipcSetData({source.data(), source.data() + source.dataSize()},
+                                {{source.objects()[0].offset, nullptr, unsealed}}),
+              OK);
+    EXPECT_EQ(parcel.read(*sp<GraphicBuffer>(new GraphicBuffer)), BAD_VALUE);
+
     const sp<GraphicBuffer> wide = new GraphicBuffer(4081, 1, HAL_PIXEL_FORMAT_YCRCB_420_SP, 1, 0);
     EXPECT_EQ(wide->getStride(), 4096u);
     const sp<GraphicBuffer> huge = new GraphicBuffer(UINT32_MAX, 1, PIXEL_FORMAT_RGBA_8888, 1, 0);

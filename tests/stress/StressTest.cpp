@@ -63,6 +63,7 @@ struct Client {
 
 TEST(Stress, EveryClientWithdrawsOnceWheneverItExits) {
     processing::use("without_nothing");
+    ChildProcess::patience = std::chrono::minutes(3);
     ChildProcess service(beside("../../demo/service/displayengine-service"),
                          {"--monitor-frames", "1000000", "--abort-ms", "3", "--overload-ms", "2"});
     ASSERT_TRUE(service.waitForLine("ready"));

@@ -7,11 +7,11 @@
 #include <binder/ProcessState.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <iostream>
 #include <thread>
+#include <utility>
 
 using android::IBinder;
 using android::IPCThreadState;
@@ -19,7 +19,6 @@ using android::OK;
 using android::Parcel;
 using android::sp;
 using android::status_t;
-using android::String16;
 
 namespace {
 
@@ -27,55 +26,49 @@ void say(const std::string& text) {
     std::cout << (text + "\n") << std::flush;
 }
 
-/** The object that is told when the program has stopped running calls. */
-sp<IBinder>* gToldAtExit = new sp<IBinder>();
-std::atomic<bool> gStopped{false};
+PeerObject* gObject = nullptr;
+std::atomic<bool> gHasStopped{false};
 
 }  // namespace
 
-void PeerObject::setGate(bool open) {
+void PeerObject::open() {
     const std::lock_guard<std::mutex> lock(mLock);
-    mOpen = open;
+    mIsOpen = true;
     mChanged.notify_all();
 }
 
-status_t PeerObject::callBack(const Parcel& data, Parcel* reply) {
-    mLastCaller = IPCThreadState::self()->getCallingPid();
-    mLastThread = gettid();
-    const sp<IBinder> other = data.readStrongBinder();
-    const int32_t depth = data.readInt32();
-    int32_t total = 0;
-    if (depth > 0) {
-        Parcel request;
-        Parcel answer;
-        request.writeStrongBinder(this);
-        request.writeInt32(depth - 1);
-        const status_t status = other->transact(CALL_BACK, request, &answer);
-        if (status != OK) {
-            return status;
+std::vector<int32_t> PeerObject::takeRecords(size_t count) {
+    std::unique_lock<std::mutex> lock(mLock);
+    mChanged.wait(lock, [&] { return mRecords.size() >= count; });
+    return std::exchange(mRecords, {});
+}
+
+status_t PeerObject::sayGoodbye() {
+    const sp<IBinder> kept = mKept;
+    return kept != nullptr ? kept->transact(RECORD, Parcel(), nullptr, FLAG_ONEWAY) : OK;
+}
+
+status_t PeerObject::sendEvents(int32_t count, Parcel* reply) {
+    int32_t sent = 0;
+    status_t status = OK;
+    while (sent < count) {
+        Parcel event;
+        event.writeInt32(sent);
+        event.setDataSize(100);
+        if ((status = mKept->transact(RECORD, event, nullptr, FLAG_ONEWAY)) != OK) {
+            break;
         }
-        total = answer.readInt32();
+        ++sent;
     }
-    // The identity of the caller is back after whatever ran on this thread meanwhile.
-    const bool same = mLastCaller == IPCThreadState::self()->getCallingPid();
-    return reply->writeInt32(total + (same ? 1 : 1000));
+    reply->writeInt32(sent);
+    return reply->writeInt32(status);
 }
 
 void PeerObject::block() {
     std::unique_lock<std::mutex> lock(mLock);
-    mMost = std::max(mMost, ++mRunning);
-    say("blocked " + std::to_string(mRunning));
-    mChanged.wait(lock, [this] { return mOpen; });
-    --mRunning;
-}
-
-void PeerObject::record(int32_t number) {
-    std::unique_lock<std::mutex> lock(mLock);
-    mMost = std::max(mMost, ++mRunning);
-    mChanged.wait(lock, [this] { return mOpen; });
-    --mRunning;
-    mRecorded.push_back(number);
-    mChanged.notify_all();
+    say("blocked " + std::to_string(++mBlocked));
+    mChanged.wait(lock, [this] { return mIsOpen; });
+    --mBlocked;
 }
 
 status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
@@ -87,38 +80,25 @@ status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply
         case CALLER:
             reply->writeInt32(IPCThreadState::self()->getCallingPid());
             return reply->writeInt32(static_cast<int32_t>(IPCThreadState::self()->getCallingUid()));
-        case CALL_BACK:
-            return callBack(data, reply);
-        case KEEP: {
-            const std::lock_guard<std::mutex> lock(mLock);
-            mKept.push_back(data.readStrongBinder());
-            *gToldAtExit = mKept.back();
-            return reply->writeStrongBinder(mKept.back());
-        }
-        case DROP: {
-            const std::lock_guard<std::mutex> lock(mLock);
+        case KEEP:
+            mKept = data.readStrongBinder();
+            return reply->writeStrongBinder(mKept);
+        case DROP:
             mKept.clear();
-            gToldAtExit->clear();
             return OK;
-        }
-        case CALL_KEPT: {
-            Parcel request;
-            Parcel answer;
-            return reply->writeInt32(mKept.front()->transact(ECHO, request, &answer));
+        case CALL_KEPT:
+            return reply->writeInt32(mKept->pingBinder());
+        case EVENTS:
+            return sendEvents(data.readInt32(), reply);
+        case RECORD: {
+            const std::lock_guard<std::mutex> lock(mLock);
+            mRecords.push_back(data.readInt32());
+            mChanged.notify_all();
+            return OK;
         }
         case BLOCK:
             block();
             return OK;
-        case RECORD:
-            record(data.readInt32());
-            return OK;
-        case RECORDED: {
-            std::unique_lock<std::mutex> lock(mLock);
-            const size_t awaited = static_cast<size_t>(data.readInt32());
-            mChanged.wait(lock, [&] { return mRecorded.size() >= awaited; });
-            reply->writeInt32(mMost);
-            return reply->writeInt32Vector(mRecorded);
-        }
         case LARGE:
             return reply->setDataSize(static_cast<size_t>(data.readInt32()));
         case WRITE:
@@ -132,15 +112,12 @@ status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply
         }
         case EXIT:
             std::exit(0);
-        case LOOK_UP:
-            return reply->writeStrongBinder(
-                android::defaultServiceManager()->checkService(data.readString16()));
         case WAIT: {
             say("waiting");
             char byte;
-            const bool got = read(data.readFileDescriptor(), &byte, 1) == 1;
-            say(gStopped ? "late" : "done");
-            return got ? OK : android::UNKNOWN_ERROR;
+            const bool isRead = read(data.readFileDescriptor(), &byte, 1) == 1;
+            say(gHasStopped ? "late" : "done");
+            return isRead ? OK : android::UNKNOWN_ERROR;
         }
         default:
             return BBinder::onTransact(code, data, reply, flags);
@@ -148,46 +125,32 @@ status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply
 }
 
 int runPeer(const std::vector<std::string>& arguments) {
-    const std::string name = arguments.at(1);
-    const std::string threads = arguments.at(2);
     const sp<PeerObject> object = new PeerObject();
+    gObject = object.get();
     // Registered before the pool's handler, hence run after it: calls out of here still work.
     std::atexit([] {
-        gStopped = true;
-        if (*gToldAtExit != nullptr) {
-            Parcel request;
-            Parcel answer;
-            const status_t status = (*gToldAtExit)->transact(PeerObject::ECHO, request, &answer);
-            say("stopped " + std::to_string(status));
-        }
+        gHasStopped = true;
+        say("goodbye " + std::to_string(gObject->sayGoodbye()));
     });
-    if (threads == "pool") {
-        android::ProcessState::self()->startThreadPool();
-    }
     const status_t status =
-        android::defaultServiceManager()->addService(String16(name.c_str()), object);
-    say(status == OK ? "registered" : android::statusToString(status));
-    if (status != OK) {
-        return 1;
-    }
-    if (threads == "join") {
+        android::defaultServiceManager()->addService(android::String16("peer"), object);
+    if (arguments.at(1) == "pool") {
+        android::ProcessState::self()->startThreadPool();
+    } else if (arguments.at(1) == "join") {
         std::thread([] { IPCThreadState::self()->joinThreadPool(); }).detach();
     }
-    for (std::string word; std::cin >> word;) {
-        if (word == "exit") {
-            say("exiting");
-            std::exit(0);
+    say(status == OK ? "registered" : android::statusToString(status));
+    for (std::string word; status == OK && std::cin >> word;) {
+        if (word == "open") {
+            object->open();
         } else if (word == "pool") {
             android::ProcessState::self()->startThreadPool();
-        } else if (word == "lookup") {
-            std::cin >> word;
-            const bool found =
-                android::defaultServiceManager()->checkService(String16(word.c_str())) != nullptr;
-            say(found ? "found" : "missing");
+        } else if (word == "exit") {
+            say("exiting");
+            std::exit(0);
         } else {
-            object->setGate(word == "open");
             say(word);
         }
     }
-    return 0;
+    return status == OK ? 0 : 1;
 }

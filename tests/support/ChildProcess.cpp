@@ -3,9 +3,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +15,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <sstream>
@@ -23,36 +26,25 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-std::vector<char*> pointersTo(const Strings& strings) {
-    std::vector<char*> pointers;
-    for (const std::string& text : strings) {
-        pointers.push_back(const_cast<char*>(text.c_str()));
+/** The words before the program and the program itself. */
+Strings commandFor(const std::string& program, const Strings& environment) {
+    Strings command;
+    if (!environment.empty()) {
+        command.emplace_back("env");
+        command.insert(command.end(), environment.begin(), environment.end());
     }
-    pointers.push_back(nullptr);
-    return pointers;
+    const char* const emulator = std::getenv("DISPLAYENGINE_EMULATOR");
+    std::istringstream words(emulator != nullptr ? emulator : "");
+    command.insert(command.end(), std::istream_iterator<std::string>(words), {});
+    command.push_back(program);
+    return command;
 }
 
-/**
- * The test's environment with `changes` in place of what they name. Of two entries of one name an
- * emulator takes another than the C library does, hence no name twice.
- */
-Strings environmentWith(Strings changes) {
-    const auto isOf = [](const std::string& change, const std::string& entry) {
-        return change.compare(0, change.find('=') + 1, entry, 0, entry.find('=') + 1) == 0;
-    };
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (std::none_of(changes.begin(), changes.end(),
-                         [&](const std::string& change) { return isOf(change, *entry); })) {
-            changes.emplace_back(*entry);
-        }
-    }
-    return changes;
-}
-
-Strings emulator() {
-    const char* const words = std::getenv("DISPLAYENGINE_EMULATOR");
-    std::istringstream stream(words != nullptr ? words : "");
-    return Strings{std::istream_iterator<std::string>(stream), {}};
+/** Whether the file becomes readable in time. */
+bool isReadable(int file) {
+    pollfd waited{file, POLLIN, 0};
+    const auto limitMs = static_cast<int>(ChildProcess::patience.count()) * 1000;
+    return TEMP_FAILURE_RETRY(poll(&waited, 1, limitMs)) > 0;
 }
 
 }  // namespace
@@ -70,18 +62,18 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     mInput = input[1];
     mOutput = output[0];
 
-    Strings command = emulator();
-    command.push_back(program);
+    Strings command = commandFor(program, environment);
     command.insert(command.end(), arguments.begin(), arguments.end());
-    const Strings variables = environmentWith(environment);
-
+    std::vector<char*> pointers(command.size() + 1, nullptr);
+    std::transform(command.begin(), command.end(), pointers.begin(),
+                   [](std::string& word) { return word.data(); });
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, mError, STDERR_FILENO);
-    const int error = posix_spawnp(&mPid, command.front().c_str(), &actions, nullptr,
-                                   pointersTo(command).data(), pointersTo(variables).data());
+    const int error =
+        posix_spawnp(&mPid, pointers.front(), &actions, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(input[0]);
     close(output[1]);
@@ -134,6 +126,10 @@ std::optional<std::string> ChildProcess::readLine() {
             mUnread.erase(0, end + 1);
             return line;
         }
+        if (!isReadable(mOutput)) {
+            ADD_FAILURE() << "process " << mPid << " said nothing for too long";
+            return std::nullopt;
+        }
         char part[4096];
         const ssize_t size = read(mOutput, part, sizeof(part));
         if (size > 0) {
@@ -159,23 +155,22 @@ void ChildProcess::kill(int signal) {
 }
 
 int ChildProcess::wait() {
-    while (!mResult.has_value()) {
-        int status = 0;
-        if (waitpid(mPid, &status, 0) == mPid) {
-            mResult = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-        } else if (errno != EINTR) {
-            mResult = 127;
+    if (!mResult.has_value()) {
+        // An emulator may have no such descriptor; then the wait is the runner's to bound.
+        const auto process = static_cast<int>(syscall(SYS_pidfd_open, mPid, 0));
+        if (process >= 0 && !isReadable(process)) {
+            ADD_FAILURE() << "process " << mPid << " did not end";
+            kill(SIGKILL);
         }
+        close(process);
+        int status = 0;
+        const bool isKnown = TEMP_FAILURE_RETRY(waitpid(mPid, &status, 0)) == mPid;
+        mResult = !isKnown ? 127 : WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
     return *mResult;
 }
 
 std::string ChildProcess::standardError() const {
-    std::string text;
-    char part[4096];
-    for (ssize_t size;
-         (size = pread(mError, part, sizeof(part), static_cast<off_t>(text.size()))) > 0;) {
-        text.append(part, static_cast<size_t>(size));
-    }
-    return text;
+    std::ifstream text("/proc/self/fd/" + std::to_string(mError));
+    return {std::istreambuf_iterator<char>(text), {}};
 }

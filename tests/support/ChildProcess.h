@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <csignal>
 #include <optional>
 #include <string>
@@ -13,7 +14,7 @@
  * output lead to the test; its standard error is kept, and shown when the test has failed. A
  * program still running at the end is killed. When the environment variable DISPLAYENGINE_EMULATOR
  * is set, its words stand before the program, so that programs built for another machine run. Used
- * by one thread at a time; reads wait without limit, as the test runner has one.
+ * by one thread at a time.
  */
 class ChildProcess {
 public:
@@ -30,6 +31,9 @@ public:
 
     /** The test's own executable, to be started with arguments that make it another program. */
     static std::string ownPath();
+
+    /** How long a program may be silent, or take to end; then the test fails. */
+    static inline std::chrono::seconds patience{30};
 
     pid_t pid() const { return mPid; }
 

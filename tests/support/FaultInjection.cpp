@@ -46,7 +46,7 @@ std::string holdings() {
         }
         return true;
     }();
-    return std::to_string(descriptors()) + " descriptors, " +
+    return std::to_string(countFiles("/proc/self/fd")) + " descriptors, " +
            std::to_string(countFiles("/proc/self/task")) + " threads";
 }
 
@@ -56,10 +56,6 @@ bool returnsTo(const std::string& before) {
         std::this_thread::yield();
     }
     return holdings() == before;
-}
-
-size_t descriptors(const std::string& process) {
-    return countFiles("/proc/" + process + "/fd");
 }
 
 std::string takeComplaints(LogCapture* log) {
@@ -84,10 +80,10 @@ std::string takeComplaints(LogCapture* log) {
 }
 
 // The limit is on the numbers of descriptors, and the lowest free number is always taken first.
-FullDescriptorTable::FullDescriptorTable(int spare) {
+FullDescriptorTable::FullDescriptorTable() {
     const int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
     close(lowest);
-    mUsual = exchangeLimit(static_cast<rlim_t>(lowest + spare));
+    mUsual = exchangeLimit(static_cast<rlim_t>(lowest));
 }
 
 FullDescriptorTable::~FullDescriptorTable() {

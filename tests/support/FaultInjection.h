@@ -18,19 +18,16 @@ namespace fault {
 std::string holdings();
 /** Waits, ten seconds at most, until this process holds that again. */
 bool returnsTo(const std::string& before);
-/** How many descriptors a process has open. */
-size_t descriptors(const std::string& process = "self");
-
 /**
  * Takes the log; its warnings and errors, and what else is told to have failed, one a line and
  * without what differs from run to run.
  */
 std::string takeComplaints(LogCapture* log);
 
-/** While it lives, this process can open no more than `spare` descriptors. */
+/** While it lives, this process can open no descriptor. */
 class FullDescriptorTable {
 public:
-    explicit FullDescriptorTable(int spare = 0);
+    FullDescriptorTable();
     FullDescriptorTable(const FullDescriptorTable&) = delete;
     FullDescriptorTable& operator=(const FullDescriptorTable&) = delete;
     ~FullDescriptorTable();
@@ -56,9 +53,6 @@ private:
  * them, is interrupted by a signal.
  */
 void setInterrupting(bool on);
-
-/** The next message that this process sends goes out whole, and the process ends. */
-void exitAfterNextSend();
 
 /** While set, read() fails with this error. */
 void setReadError(int error);

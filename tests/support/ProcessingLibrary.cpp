@@ -3,13 +3,12 @@
 
 #include <dlfcn.h>
 
-#include <algorithm>
-#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <utility>
 
+#include "support/Lines.h"
 #include "support/ThreadState.h"
 
 namespace processing {
@@ -23,20 +22,14 @@ constexpr int32_t kStride = 64;
 // Never destroyed: a library may still be called while the process exits.
 struct Recorder {
     std::mutex mutex;
-    std::condition_variable changed;
     std::vector<Call> calls;
     Hook hook;
+    Lines texts;
 };
 
 Recorder& recorder() {
     static Recorder& theRecorder = *new Recorder;
     return theRecorder;
-}
-
-size_t countLocked(const std::string& text) {
-    const std::vector<Call>& calls = recorder().calls;
-    return static_cast<size_t>(std::count_if(
-        calls.begin(), calls.end(), [&text](const Call& call) { return call.text() == text; }));
 }
 
 AisrBuffer frameOf(int32_t tag, const void* data) {
@@ -85,22 +78,16 @@ std::vector<Call> calls() {
 
 std::vector<std::string> takeTexts() {
     const std::lock_guard<std::mutex> lock(recorder().mutex);
-    std::vector<std::string> texts;
-    for (const Call& call : std::exchange(recorder().calls, {})) {
-        texts.push_back(call.text());
-    }
-    return texts;
+    recorder().calls.clear();
+    return recorder().texts.take();
 }
 
 size_t count(const std::string& text) {
-    const std::lock_guard<std::mutex> lock(recorder().mutex);
-    return countLocked(text);
+    return recorder().texts.count(text);
 }
 
 void waitFor(const std::string& text, size_t times) {
-    std::unique_lock<std::mutex> lock(recorder().mutex);
-    waitUntil(recorder().changed, lock, "call " + std::to_string(times) + " of " + text,
-              [&] { return countLocked(text) >= times; });
+    recorder().texts.waitFor(text, times);
 }
 
 void endSession() {
@@ -113,14 +100,14 @@ void endSession() {
 }
 
 void Gate::open() {
-    const std::lock_guard<std::mutex> lock(recorder().mutex);
+    const std::lock_guard<std::mutex> lock(mMutex);
     mIsOpen = true;
-    recorder().changed.notify_all();
+    mOpened.notify_all();
 }
 
 void Gate::pass() {
-    std::unique_lock<std::mutex> lock(recorder().mutex);
-    waitUntil(recorder().changed, lock, "a gate to be opened", [this] { return mIsOpen; });
+    std::unique_lock<std::mutex> lock(mMutex);
+    waitUntil(mOpened, lock, "a gate to be opened", [this] { return mIsOpen; });
 }
 
 Frame::Frame() : mPlanes(static_cast<size_t>(kStride * kHeight * 3 / 2), 0x80) {}
@@ -143,7 +130,7 @@ extern "C" int32_t aisrControlledEntry(const char* entry, void** context, int32_
     {
         const std::lock_guard<std::mutex> lock(recorder().mutex);
         recorder().calls.push_back(call);
-        recorder().changed.notify_all();
+        recorder().texts.add(call.text());
         hook = recorder().hook;
     }
     return hook ? hook(call) : 0;

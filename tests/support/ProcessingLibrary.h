@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -45,6 +47,8 @@ public:
     void pass();
 
 private:
+    std::mutex mMutex;
+    std::condition_variable mOpened;
     bool mIsOpen = false;
 };
 

@@ -4,9 +4,6 @@
 #include <utils/String8.h>
 
 #include <algorithm>
-#include <utility>
-
-#include "support/ThreadState.h"
 
 using android::GraphicBuffer;
 using android::OK;
@@ -57,26 +54,6 @@ std::string text(const RecordingService::Buffer& buffer) {
                : " " + std::to_string(held->getWidth()) + "x" + std::to_string(held->getHeight());
 }
 
-void Journal::add(const std::string& call) {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mCalls.push_back(call);
-    mAdded.notify_all();
-}
-
-std::vector<std::string> Journal::take(size_t count) {
-    std::unique_lock<std::mutex> lock(mMutex);
-    waitUntil(mAdded, lock, std::to_string(count) + " calls",
-              [&] { return mCalls.size() >= count; });
-    return std::exchange(mCalls, {});
-}
-
-size_t Journal::count(const std::string& operation) const {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    return static_cast<size_t>(std::count_if(
-        mCalls.begin(), mCalls.end(),
-        [&](const std::string& call) { return call.substr(0, call.find(' ')) == operation; }));
-}
-
 Status RecordingService::finish(const std::string& call, const Answer& to) {
     journal.add(call);
     return respond(call, to);
@@ -123,12 +100,12 @@ Status RecordingService::processGraphicBuffer(Int feature, Int type, Buffer* inp
 }
 
 Status RecordingCallback::onEvent(int32_t event, int32_t value) {
-    mJournal.add(call("onEvent", event, value));
+    add(call("onEvent", event, value));
     return Status::fromExceptionCode(Status::EX_ILLEGAL_STATE);
 }
 
 Status RecordingCallback::onEventWithData(int32_t event, const PersistableBundle& data) {
-    mJournal.add(call("onEventWithData", event) + " {" + text(data) + " }");
+    add(call("onEventWithData", event) + " {" + text(data) + " }");
     return Status::fromExceptionCode(Status::EX_ILLEGAL_STATE);
 }
 

@@ -7,14 +7,13 @@
 #include <binder/PersistableBundle.h>
 #include <utils/String16.h>
 
-#include <condition_variable>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "aidl/BnDisplayEngineCallback.h"
 #include "aidl/BnDisplayEngineService.h"
+#include "support/Lines.h"
 
 namespace protocol {
 
@@ -50,21 +49,6 @@ std::string call(const char* name, const ARGUMENTS&... arguments) {
     return (name + ... + text(arguments));
 }
 
-/** What an object has been called with, in order. */
-class Journal {
-public:
-    void add(const std::string& call);
-    /** Waits until `count` calls are there, and takes them all. */
-    std::vector<std::string> take(size_t count = 0);
-    /** How often an operation of this name was called. */
-    size_t count(const std::string& operation) const;
-
-private:
-    mutable std::mutex mMutex;
-    std::condition_variable mAdded;
-    std::vector<std::string> mCalls;
-};
-
 /** What an operation answers, and where; null where it has no such result. */
 struct Answer {
     int32_t value = 0;
@@ -82,7 +66,7 @@ public:
     using Buffer = com::tivora::displayengine::DeGraphicBuffer;
     using Int = int32_t;
 
-    Journal journal;
+    Lines journal; /**< What it has been called with. */
     /** Of the operations that do not answer ok, by name; set while no call is under way. */
     std::map<std::string, Status> outcomes;
 
@@ -133,17 +117,12 @@ private:
     Status finish(const std::string& call, const Answer& to = Answer());
 };
 
-class RecordingCallback : public com::tivora::displayengine::BnDisplayEngineCallback {
+class RecordingCallback : public com::tivora::displayengine::BnDisplayEngineCallback, public Lines {
 public:
     /** Both answer with an exception, which no caller of another process may ever see. */
     android::binder::Status onEvent(int32_t event, int32_t value) override;
     android::binder::Status onEventWithData(int32_t event,
                                             const android::os::PersistableBundle& data) override;
-
-    std::vector<std::string> take(size_t count) { return mJournal.take(count); }
-
-private:
-    Journal mJournal;
 };
 
 }  // namespace protocol

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <vector>
 
 namespace android {
@@ -170,7 +171,11 @@ status_t Parcel::readStrongBinder(sp<T>* value) const {
     if (status != OK) {
         return status;
     }
-    *value = T::asInterface(binder);
+    try {
+        *value = T::asInterface(binder);
+    } catch (const std::bad_alloc&) {
+        return NO_MEMORY;
+    }
     return *value != nullptr ? OK : UNKNOWN_ERROR;
 }
 

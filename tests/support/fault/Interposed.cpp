@@ -16,7 +16,6 @@
 namespace {
 
 std::atomic<bool> gIsInterrupting{false};
-std::atomic<bool> gIsLastSend{false};
 std::atomic<int> gReadError{0};
 thread_local int tFailing = 0;
 [[maybe_unused]] thread_local bool tCounting = false;
@@ -51,14 +50,7 @@ WEAK_INTERCEPTOR(int, poll, pollfd*, nfds_t, int);
 WEAK_INTERCEPTOR(int, epoll_wait, int, epoll_event*, int, int);
 
 extern "C" ssize_t sendmsg(int socket, const msghdr* message, int flags) {
-    if (isInterrupted<'s'>()) {
-        return -1;
-    }
-    const ssize_t count = REAL(sendmsg)(socket, message, flags);
-    if (gIsLastSend) {
-        _exit(0);
-    }
-    return count;
+    return isInterrupted<'s'>() ? -1 : REAL(sendmsg)(socket, message, flags);
 }
 
 extern "C" ssize_t recvmsg(int socket, msghdr* message, int flags) {
@@ -104,10 +96,6 @@ namespace fault {
 
 void setInterrupting(bool on) {
     gIsInterrupting = on;
-}
-
-void exitAfterNextSend() {
-    gIsLastSend = true;
 }
 
 void setReadError(int error) {
