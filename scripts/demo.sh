@@ -13,13 +13,17 @@ on again in the middle. Without VIDEO it plays real footage of 768 x 576, fetche
 
   --fps N|max     pace of the frames; the video's own if not given. From 39 on the engine's health
                   monitor refuses the stream after a while
-  --slow-ms N     make the processing library take at least N milliseconds for a frame: from 33 on
-                  the overload latch sets, from 40 on frames expire
+  --library DIR   folder of the processing library, libAISRProcess_interface.so; the sample's if not
+                  given
+  --slow-ms N     make the sample's processing library take at least N milliseconds for a frame: from
+                  33 on the overload latch sets, from 40 on frames expire
   --seconds N     length of the run (10)
   --output DIR    folder for the pictures, the frames' table and the service's log (out, in the
                   project's folder)
   --verbose       show the engine's log
   --help          this text
+
+Exit code: 0 done; 1 failed, or the video cannot be played; 2 wrong usage.
 TEXT
 }
 
@@ -32,10 +36,12 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # shellcheck source=scripts/lib/packages.sh
 . "$root/scripts/lib/packages.sh"
 
+library_name=libAISRProcess_interface.so
 cache=${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/displayengine
 video=
 output=$root/out
 seconds=10
+library=
 slow_ms=
 player_options=(--loop)
 
@@ -47,13 +53,14 @@ parse_options() {
             -h | --help) usage; exit 0 ;;
             -v | --verbose) player_options+=(--verbose) ;;
             --*=*) set -- "${1%%=*}" "${1#*=}" "${@:2}"; continue ;;
-            --fps | --slow-ms | --seconds | --output | -o)
+            --fps | --library | --slow-ms | --seconds | --output | -o)
                 (($# > 1)) || fail "$1 needs a value (--help lists the options)" 2
                 case $1 in
                     --fps)
                         [[ $2 == max ]] || is_number "$2" ||
                             fail "--fps $2 is neither max nor a rate" 2
                         player_options+=(--fps "$2") ;;
+                    --library) library=$2 ;;
                     --slow-ms) slow_ms=$2 ;;
                     --seconds) seconds=$2 ;;
                     *) output=$2 ;;
@@ -70,6 +77,9 @@ parse_options() {
     is_number "$seconds" || fail "--seconds $seconds is not a time in seconds" 2
     [[ -z $slow_ms || $slow_ms =~ ^[0-9]{1,7}$ ]] ||
         fail "--slow-ms $slow_ms is not a time in milliseconds" 2
+    [[ -z $library || -z $slow_ms ]] ||
+        fail "--slow-ms is for the sample's processing library, not for the one in $library" 2
+    [[ -z $library || -r $library/$library_name ]] || fail "there is no $library_name in $library"
     [[ -z $video || -r $video ]] || fail "cannot read the video $video"
 }
 
@@ -95,7 +105,7 @@ fetch_footage() {
 }
 
 make_clip() {
-    echo "The footage is not to be had; making a clip with FFmpeg instead."
+    echo "The footage cannot be fetched; making a clip with FFmpeg instead."
     command -v ffmpeg >/dev/null || require_packages ffmpeg
     ffmpeg -v error -y -f lavfi -i testsrc2=size=1280x720:rate=30 -t 10 -vf gblur=sigma=1.2 \
         -c:v mpeg4 -q:v 3 "$1/clip.avi" || fail "FFmpeg cannot make a clip"
@@ -153,6 +163,7 @@ start_service() {
     local off on log=$output/service.log
     off=$(awk -v s="$seconds" 'BEGIN { printf "%.3f", s * 0.4 }')
     on=$(awk -v s="$seconds" 'BEGIN { printf "%.3f", s * 0.6 }')
+    : >"$log" # there before the service has been started
     "$binaries/service/displayengine-service" --toggle "$off:off" --toggle "$on:on" \
         </dev/null >"$log" 2>&1 &
     service_pid=$!
@@ -165,13 +176,16 @@ start_service() {
 }
 
 run_player() {
+    local whose=${library:+yours}
+    library=$(cd "${library:-$binaries/processing}" && pwd)
+    echo "Processing library: $library/$library_name (${whose:-the sample})"
     [[ -z $slow_ms ]] || export AISR_SAMPLE_SLOW_MS=$slow_ms
-    LD_LIBRARY_PATH=$binaries/processing${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH} \
+    LD_LIBRARY_PATH=$library${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH} \
         "$binaries/player/displayengine-player" "$video" --seconds "$seconds" --output "$output" \
         "${player_options[@]}" &
     player_pid=$!
     local status=0
-    # Without what the shell itself says if the service is killed meanwhile.
+    # Silences the shell's own message when the service is killed meanwhile.
     wait "$player_pid" 2>/dev/null || status=$?
     player_pid=
     return "$status"
@@ -198,7 +212,7 @@ main() {
         echo "The service ended during the run; the player went on without it."
     fi
     ((status == 0)) || exit "$status" # the player has said why
-    echo "The pictures are in $output (the service's account of the run is service.log there)."
+    echo "The pictures are in $output (service.log there lists the service's calls and events)."
 }
 
 main "$@"

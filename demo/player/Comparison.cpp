@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -29,7 +30,7 @@ uint32_t rowChange(const uint8_t* a, const uint8_t* b, int width) {
     return sum;
 }
 
-// A light line with dark edges, so that it stands out from any picture.
+/** A light line with dark edges, so that it stands out from any picture. */
 void drawSeam(uint8_t* luma, uint8_t* chroma, int width, int height, int stride) {
     const int middle = width / 4 * 2;  // even, since two pixels share their chroma
     const int first = std::max(middle - kSeamHalfWidth, 0);
@@ -95,9 +96,11 @@ std::string Comparison::writePicture(const std::string& path) const {
     image.width = static_cast<png_uint_32>(mWidth);
     image.height = static_cast<png_uint_32>(mHeight);
     image.format = PNG_FORMAT_RGB;
-    const bool isWritten =
-        png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), rgbStride, nullptr) != 0;
-    return isWritten ? "" : image.message;
+    errno = 0;
+    if (png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), rgbStride, nullptr) != 0) {
+        return "";
+    }
+    return errno != 0 ? std::strerror(errno) : image.message;
 }
 
 }  // namespace player

@@ -33,11 +33,11 @@ public:
 private:
     std::vector<uint8_t> mBefore;
 
-    uint64_t mLargestChange = 0;  // sum of the differences of all pixels
+    uint64_t mLargestChange = 0; /**< Sum of the differences of all pixels. */
     int mWidth = 0;
     int mHeight = 0;
     int mStride = 0;
-    std::vector<uint8_t> mShown;  // planes of the picture, already composed of both halves
+    std::vector<uint8_t> mShown; /**< Planes of the picture, already composed of both halves. */
 };
 
 }  // namespace player

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kTerminalInterval(200);
 constexpr std::chrono::milliseconds kPlainInterval(1000);
-// Back to the first column, and clear the line.
+/** Back to the first column, and clear the line. */
 constexpr char kRewind[] = "\r\x1b[K";
 
 }  // namespace

@@ -11,7 +11,7 @@
 namespace player {
 namespace {
 
-// The engine's own tag, which its adapter's tag extends, and the facade's.
+/** The engine's own tag, which its adapter's tag extends, and the facade's. */
 constexpr char kEngineTag[] = "DE N AISR";
 constexpr char kFacadeTag[] = "DE N VideoEngine";
 constexpr char kTransportTag[] = "binder";
@@ -29,7 +29,7 @@ struct Message {
     std::string text;
 };
 
-// A message reads "function:line: text"; a verbose one has "LOGV " in front.
+/** A message reads "function:line: text"; a verbose one has "LOGV " in front. */
 Message split(const std::string& message) {
     const size_t begin = startsWith(message, "LOGV ") ? 5 : 0;
     const size_t colon = message.find(':', begin);
@@ -72,9 +72,9 @@ std::optional<uint64_t> frameIndex(const std::string& text) {
 
 void EngineLog::note(const std::string& tag, const std::string& message, bool isWarning,
                      bool fromPlayer) {
-    if (tag == kTransportTag && isWarning) {
+    if (tag == kTransportTag && startsWith(message, "the runtime directory")) {
         const DeMutexLock lock(mMutex);
-        mState.transportWarning = message;
+        mState.transportTrouble = message;
     }
     if (!startsWith(tag, kEngineTag) && tag != kFacadeTag) {
         return;
@@ -89,7 +89,11 @@ void EngineLog::note(const std::string& tag, const std::string& message, bool is
         return;
     }
     if (parts.function == "doEnhance") {
-        noteWorker(parts.text);
+        // The worker takes the frames in order and names each one when it is done with it, also
+        // when nobody waits for it any more.
+        if (const std::optional<uint64_t> index = frameIndex(parts.text)) {
+            mState.lastCompleted = index;
+        }
     } else if (parts.function == "updateEnhance") {
         noteCondition(parts.text);
     } else if (parts.function == "getConfig") {
@@ -101,7 +105,7 @@ void EngineLog::note(const std::string& tag, const std::string& message, bool is
     }
 }
 
-// The messages that end the call for one frame.
+/** The messages with which the call for one frame ends. */
 void EngineLog::noteCall(const std::string& function, const std::string& text) {
     if (function == "getReady" || (function == "isReady" && startsWith(text, "Retry count:"))) {
         mVerdict = Outcome::kRefusedNotReady;
@@ -121,21 +125,15 @@ void EngineLog::noteCall(const std::string& function, const std::string& text) {
     }
 }
 
-// Between the closes of its intervals the monitor refuses frames without a word, so its last
-// verdict has to be remembered.
+/**
+ * Between the closes of its intervals the monitor refuses frames without a message, so its last
+ * verdict has to be remembered.
+ */
 void EngineLog::noteMonitor(const std::string& text) {
     if (startsWith(text, "monitor UNHEALTHY")) {
         mIsUnhealthy = true;
     } else if (startsWith(text, "monitor healthy") || startsWith(text, "monitor restore:1")) {
         mIsUnhealthy = false;
-    }
-}
-
-// The worker takes the frames in order and names each one when it is done with it, also when
-// nobody waits for it any more.
-void EngineLog::noteWorker(const std::string& text) {
-    if (const std::optional<uint64_t> index = frameIndex(text)) {
-        mState.lastCompleted = index;
     }
 }
 

@@ -31,9 +31,9 @@ public:
         std::optional<Limits> limits;          /**< None until the configuration is reported. */
         std::string refusedRect;               /**< Why the size is not accepted; empty if it is. */
         std::string refusedRate;               /**< Likewise, the frame rate. */
-        std::string transportWarning;          /**< The latest one: why a lookup fails, if any. */
-        std::string firstWarning;              /**< Of the engine. Empty if none. */
-        std::string lastWarning;               /**< Of the engine. Empty if none. */
+        std::string transportTrouble; /**< Why no service can be looked up; empty if none. */
+        std::string firstWarning;     /**< Of the engine. Empty if none. */
+        std::string lastWarning;      /**< Of the engine. Empty if none. */
     };
 
     /**
@@ -60,7 +60,6 @@ public:
 private:
     void noteCall(const std::string& function, const std::string& text) DE_REQUIRES(mMutex);
     void noteMonitor(const std::string& text) DE_REQUIRES(mMutex);
-    void noteWorker(const std::string& text) DE_REQUIRES(mMutex);
     void noteCondition(const std::string& text) DE_REQUIRES(mMutex);
     void noteConfiguration(const std::string& text) DE_REQUIRES(mMutex);
 

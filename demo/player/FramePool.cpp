@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kAlignment = 64;
 
-// A chroma row of an odd width is one byte longer than its luma row.
+/** A chroma row of an odd width is one byte longer than its luma row. */
 int alignedStride(int width) {
     const size_t bytes = (static_cast<size_t>(width) + 1) / 2 * 2;
     return static_cast<int>((bytes + kAlignment - 1) / kAlignment * kAlignment);

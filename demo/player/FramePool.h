@@ -22,7 +22,6 @@ public:
     uint8_t* y() { return mBlock.get(); }
     const uint8_t* y() const { return mBlock.get(); }
     uint8_t* uv() { return mBlock.get() + lumaBytes(); }
-    const uint8_t* uv() const { return mBlock.get() + lumaBytes(); }
     size_t lumaBytes() const { return static_cast<size_t>(mStride) * static_cast<size_t>(mHeight); }
     size_t bytes() const;
 
@@ -58,8 +57,6 @@ public:
 
     /** Tells that the frame with that index has completed: earlier ones that are held are free. */
     void completed(uint64_t index);
-
-    size_t heldFrames() const { return mHeld.size(); }
 
 private:
     struct Held {

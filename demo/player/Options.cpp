@@ -9,24 +9,20 @@ namespace player {
 namespace {
 
 constexpr int kUsageError = 2;
-constexpr double kLowestFps = 0.1;
-constexpr double kHighestFps = 1000;
 constexpr double kLongestRun = 24 * 3600;
 
-/** A pace: 0 for "max", none for what is neither that nor a rate. */
-std::optional<double> parseFps(const std::string& text) {
+/** A pace: 0 for "max". Throws CLI::ValidationError. */
+double parseFps(const std::string& text) {
     if (text == "max") {
         return 0;
     }
     char* end = nullptr;
     const double fps = std::strtod(text.c_str(), &end);
-    const bool isRate = *end == '\0' && fps >= kLowestFps && fps <= kHighestFps;
-    return isRate ? std::optional<double>(fps) : std::nullopt;
-}
-
-std::string checkFps(const std::string& text) {
-    return parseFps(text) ? std::string()
-                          : "'" + text + "' is neither 'max' nor a rate from 0.1 to 1000";
+    if (*end == '\0' && fps >= 0.1 && fps <= 1000) {
+        return fps;
+    }
+    throw CLI::ValidationError("--fps",
+                               "'" + text + "' is neither 'max' nor a rate from 0.1 to 1000");
 }
 
 }  // namespace
@@ -37,14 +33,17 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options& opti
         "as a media client would, and reports what became of each. Nothing is shown on a screen;\n"
         "the output folder gets frames.csv, before_after.png and latency.png.",
         "displayengine-player");
+    app.footer(
+        "Exit code: 0 when frames were played, also of a video that ends early (a warning on\n"
+        "standard error says so); 1 for a video that cannot be played, for none played, or for a\n"
+        "file that cannot be written; 2 for wrong usage.");
     app.add_option("VIDEO", options.video, "video file, of any format that FFmpeg decodes")
         ->required();
-    std::string fps;
-    app.add_option("--fps", fps,
-                   "pace of the frames, or 'max'; the video's own if not given. The frame rate "
-                   "announced to the engine stays the video's")
-        ->type_name("N|max")
-        ->check(checkFps);
+    app.add_option_function<std::string>(
+           "--fps", [&options](const std::string& text) { options.fps = parseFps(text); },
+           "pace of the frames, or 'max'; the video's own if not given. The frame rate "
+           "announced to the engine stays the video's")
+        ->type_name("N|max");
     app.add_option("--seconds", options.seconds, "end after that many seconds")
         ->check(CLI::Range(0.01, kLongestRun));
     app.add_flag("--loop", options.isLooping, "start the video again at its end");
@@ -60,9 +59,6 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options& opti
     } catch (const CLI::ParseError& error) {
         std::fprintf(stderr, "displayengine-player: %s (--help lists the options)\n", error.what());
         return kUsageError;
-    }
-    if (!fps.empty()) {
-        options.fps = parseFps(fps);
     }
     return std::nullopt;
 }

@@ -4,13 +4,10 @@
 namespace player {
 namespace {
 
-struct Names {
+constexpr struct {
     const char* key;
     const char* text;
-};
-
-// In the order of the enumeration.
-constexpr std::array<Names, kOutcomes> kNames = {{
+} kNames[kOutcomes] = {
     {"enhanced", "enhanced"},
     {"unchanged", "processed, unchanged"},
     {"failed", "failed in the processing library"},
@@ -22,7 +19,7 @@ constexpr std::array<Names, kOutcomes> kNames = {{
     {"refused_invalid", "refused, invalid frame"},
     {"refused_unknown", "refused, no reason given"},
     {"not_needed", "not needed"},
-}};
+};
 
 }  // namespace
 
@@ -32,14 +29,6 @@ const char* outcomeKey(Outcome outcome) {
 
 const char* outcomeText(Outcome outcome) {
     return kNames[static_cast<size_t>(outcome)].text;
-}
-
-bool reachedWorker(Outcome outcome) {
-    return outcome <= Outcome::kExpired;
-}
-
-bool isRefused(Outcome outcome) {
-    return outcome >= Outcome::kRefusedOverload && outcome <= Outcome::kRefusedUnknown;
 }
 
 }  // namespace player

@@ -33,8 +33,12 @@ const char* outcomeKey(Outcome outcome);
 const char* outcomeText(Outcome outcome);
 
 /** Whether the frame got as far as the worker, so that the call's time says something about it. */
-bool reachedWorker(Outcome outcome);
+inline bool reachedWorker(Outcome outcome) {
+    return outcome <= Outcome::kExpired;
+}
 
-bool isRefused(Outcome outcome);
+inline bool isRefused(Outcome outcome) {
+    return outcome >= Outcome::kRefusedOverload && outcome <= Outcome::kRefusedUnknown;
+}
 
 }  // namespace player

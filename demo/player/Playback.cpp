@@ -10,12 +10,16 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "client/DisplayEngineManager.h"
 #include "common/BufferInfo.h"
 #include "common/DisplayEngineCleanCommon.h"
 
 namespace player {
 namespace {
+
+std::chrono::steady_clock::duration ticks(double seconds) {
+    return std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(seconds));
+}
 
 std::string whyUnsupported(const EngineLog& log) {
     const std::string warning = log.state().firstWarning;
@@ -41,8 +45,6 @@ Playback::Playback(const Options& options, VideoDecoder& decoder, EngineLog& log
       mStreamId(static_cast<uint64_t>(getpid()) << 8 | 1),
       mConsole(options.isQuiet) {}
 
-Playback::~Playback() = default;
-
 void Playback::connect() {
     mManager = new DisplayEngineManager();
     // The manager has just set the switches from the properties, as a rule to off; but the debug
@@ -50,17 +52,15 @@ void Playback::connect() {
     g_delogdEnable = true;
     g_delogiEnable = true;
     mIsSupported = mManager->isVideoEngineSupported();
-    if (!mIsSupported && !mLog.state().transportWarning.empty()) {
-        throw std::runtime_error(mLog.state().transportWarning);
+    if (!mIsSupported && !mLog.state().transportTrouble.empty()) {
+        throw std::runtime_error(mLog.state().transportTrouble);
     }
 }
 
 RunResult Playback::run() {
     startVideo();
     const Clock::time_point end =
-        mOptions.seconds ? mStart + std::chrono::duration_cast<Clock::duration>(
-                                        std::chrono::duration<double>(*mOptions.seconds))
-                         : Clock::time_point::max();
+        mOptions.seconds ? mStart + ticks(*mOptions.seconds) : Clock::time_point::max();
     while (nextPicture()) {
         auto frame = mPool.take(mDecoder.width(), mDecoder.height());
         mDecoder.convertTo(*frame);
@@ -84,8 +84,7 @@ void Playback::startVideo() {
     mManager->setVideoFrameRate(std::max(static_cast<int>(std::lround(nominal)), 1));
     const double pace = mOptions.fps.value_or(nominal);
     if (pace > 0) {
-        mInterval =
-            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / pace));
+        mInterval = ticks(1 / pace);
     }
     mStart = Clock::now();
     mDue = mStart;
@@ -99,8 +98,10 @@ bool Playback::nextPicture() {
     return mOptions.isLooping && mDecoder.rewind() && mDecoder.next();
 }
 
-// False when the run is to stop. A frame that is late moves the schedule: frames that catch up in a
-// burst would look to the engine like a stream that is too fast.
+/**
+ * False when the run is to stop. A frame that is late moves the schedule: frames that catch up in a
+ * burst would look to the engine like a stream that is too fast.
+ */
 bool Playback::waitForTurn() {
     if (mStop.waitUntil(mDue)) {
         return false;
@@ -110,7 +111,11 @@ bool Playback::waitForTurn() {
 }
 
 void Playback::playFrame(std::unique_ptr<Frame> frame) {
-    announceSize(*frame);
+    if (frame->width() != mWidth || frame->height() != mHeight) {
+        mWidth = frame->width();
+        mHeight = frame->height();
+        mManager->setVideoRect(mWidth, mHeight);
+    }
     if (mManager->needVideoEnhance()) {
         tellChange(std::string());
         offer(std::move(frame));
@@ -119,14 +124,6 @@ void Playback::playFrame(std::unique_ptr<Frame> frame) {
         skip();
     }
     showProgress();
-}
-
-void Playback::announceSize(const Frame& frame) {
-    if (frame.width() != mWidth || frame.height() != mHeight) {
-        mWidth = frame.width();
-        mHeight = frame.height();
-        mManager->setVideoRect(mWidth, mHeight);
-    }
 }
 
 void Playback::skip() {
@@ -173,7 +170,7 @@ void Playback::settle(std::unique_ptr<Frame> frame, uint64_t engineIndex, Outcom
     }
 }
 
-// One line whenever enhancement starts or stops to be needed, or the reason changes.
+/** One line whenever enhancement becomes needed or no longer needed, or the reason changes. */
 void Playback::tellChange(const std::string& whyNot) {
     if (whyNot == mWhyNot) {
         return;
@@ -188,7 +185,7 @@ void Playback::tellChange(const std::string& whyNot) {
     }
 }
 
-// One line for the first frame of each kind that came to grief, with the engine's own words.
+/** One line for the first frame of each kind that was not processed, with the engine's message. */
 void Playback::tellTrouble(Outcome outcome) {
     const bool isTrouble = outcome != Outcome::kEnhanced && outcome != Outcome::kUnchanged;
     if (!isTrouble || mResult.count(outcome) > 0) {

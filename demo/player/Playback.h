@@ -15,9 +15,8 @@
 #include "Options.h"
 #include "Summary.h"
 #include "VideoDecoder.h"
+#include "client/DisplayEngineManager.h"
 #include "tools/support/StopSignal.h"
-
-class DisplayEngineManager;
 
 namespace player {
 
@@ -29,7 +28,6 @@ class Playback {
 public:
     Playback(const Options& options, VideoDecoder& decoder, EngineLog& log, FramePool& pool,
              const StopSignal& stop);
-    ~Playback();
 
     /**
      * Brings the engine up, if a service is there. Throws std::runtime_error when services cannot
@@ -53,7 +51,6 @@ private:
     bool nextPicture();
     bool waitForTurn();
     void playFrame(std::unique_ptr<Frame> frame);
-    void announceSize(const Frame& frame);
     void skip();
     void offer(std::unique_ptr<Frame> frame);
     void settle(std::unique_ptr<Frame> frame, uint64_t engineIndex, Outcome outcome);
@@ -75,14 +72,14 @@ private:
     int mWidth = 0;
     int mHeight = 0;
 
-    Clock::duration mInterval{};  // zero for as fast as possible
+    Clock::duration mInterval{}; /**< Zero for as fast as possible. */
     Clock::time_point mStart;
     Clock::time_point mDue;
 
     Console mConsole;
     Comparison mComparison;
     RunResult mResult;
-    std::string mWhyNot;  // why enhancement is not needed, as last told; empty while it is needed
+    std::string mWhyNot; /**< Why enhancement is not needed, as last printed; or empty. */
 };
 
 }  // namespace player

@@ -87,7 +87,7 @@ bool VideoDecoder::decode() {
     }
 }
 
-// Feeds the decoder one packet of the stream, or the end of it; false when it takes neither.
+/** Feeds the decoder one packet of the stream, or the end of it; false when it takes neither. */
 bool VideoDecoder::sendPacket() {
     int read = 0;
     while ((read = av_read_frame(mFormat.get(), mPacket.get())) >= 0) {
@@ -121,14 +121,6 @@ void VideoDecoder::noteEnd(int status) {
     const double missing = static_cast<double>(mFormat->duration) / AV_TIME_BASE - mLastSecond;
     mIsTruncated = mIsTruncated || status != AVERROR_EOF || !mIsPacketComplete ||
                    (isStated && missing > 1 + 1 / mFrameRate);
-}
-
-int VideoDecoder::width() const {
-    return mPicture->width;
-}
-
-int VideoDecoder::height() const {
-    return mPicture->height;
 }
 
 void VideoDecoder::convertTo(Frame& frame) {

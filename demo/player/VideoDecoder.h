@@ -36,8 +36,8 @@ public:
     bool next();
 
     /** Size of the picture in pixels. It can change from picture to picture. */
-    int width() const;
-    int height() const;
+    int width() const { return mPicture->width; }
+    int height() const { return mPicture->height; }
 
     /** Converts the picture into a frame of its size. Throws VideoError if that is impossible. */
     void convertTo(Frame& frame);
@@ -72,13 +72,13 @@ private:
     std::unique_ptr<AVFrame, Close> mPicture;
     std::unique_ptr<AVPacket, Close> mPacket;
     std::unique_ptr<SwsContext, Close> mConverter;
-    AVStream* mStream = nullptr;  // owned by the format context
+    AVStream* mStream = nullptr; /**< Owned by the format context. */
     double mFrameRate = 0;
-    double mLastSecond = 0;         // end of the latest packet of any stream
-    bool mIsPacketComplete = true;  // the last one of the video
+    double mLastSecond = 0;        /**< End of the latest packet of any stream. */
+    bool mIsPacketComplete = true; /**< Whether the last one of the video is. */
     bool mIsTruncated = false;
     bool mIsDrained = false;
-    bool mHasFirst = false;  // the first picture is decoded and not yet asked for
+    bool mHasFirst = false; /**< The first picture is decoded and not yet asked for. */
 };
 
 }  // namespace player

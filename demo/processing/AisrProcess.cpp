@@ -13,8 +13,10 @@
 #include "common/AisrProcess.h"
 
 #ifdef AISR_CONTROLLED
-// The controlled build asks the program that loads it before every entry: a status other than
-// success is the entry's result. The program can thus record calls, delay them or make them fail.
+/**
+ * The controlled build asks the program that loads it before every entry: a status other than
+ * success is the entry's result. The program can thus record calls, delay them or make them fail.
+ */
 extern "C" int32_t aisrControlledEntry(const char* entry, void** context, int32_t tag,
                                        const void* data, uint64_t size);
 #define AISR_ASK_PROGRAM(context, tag, data, size)                                                \
@@ -34,15 +36,17 @@ constexpr int32_t kLogErrors = 1;
 constexpr int32_t kLogEverything = 3;
 constexpr long kMaxFrameTimeMs = 3'600'000;
 
-// Sent before the init entry has made the context, so it belongs to the whole library.
+/** Sent before the init entry has made the context, so it belongs to the whole library. */
 std::atomic<int32_t> gLogLevel{kLogErrors};
 
 bool logs(int32_t level) {
     return gLogLevel.load(std::memory_order_relaxed) >= level;
 }
 
-// AISR_SAMPLE_SLOW_MS makes every frame take at least so many milliseconds, so that a demo can show
-// what the client does about a slow library. Read at each init; nonsense counts as unset.
+/**
+ * AISR_SAMPLE_SLOW_MS makes every frame take at least so many milliseconds, so that a demo can show
+ * what the client does about a slow library. Read at each init; an invalid value counts as unset.
+ */
 [[maybe_unused]] std::chrono::milliseconds configuredFrameTime() {
     const char* text = std::getenv("AISR_SAMPLE_SLOW_MS");
     if (text == nullptr || *text == '\0') {

@@ -6,22 +6,24 @@
 
 namespace {
 
-// The blur is the 5 x 5 binomial kernel (1 4 6 4 1, separable, sum 256).
+/** The blur is the 5 x 5 binomial kernel (1 4 6 4 1, separable, sum 256). */
 constexpr int kRadius = 2;
 constexpr int kRingRows = 2 * kRadius + 1;
 
-// Gradients are sums of absolute central differences of lightly smoothed values, 0 to 8160.
-// Camera noise of a few levels stays under the floor.
+/**
+ * Gradients are sums of absolute central differences of lightly smoothed values, 0 to 8160.
+ * Camera noise of a few levels stays under the floor.
+ */
 constexpr int kGradientFloor = 128;
-// Gradient steps for each of the kFullStrength steps of strength.
+/** Gradient steps for each of the kFullStrength steps of strength. */
 constexpr int kGradientShift = 2;
-// Strength in 1/16: 56/16 adds three and a half times the difference from the blur.
+/** Strength in 1/16: 56/16 adds three and a half times the difference from the blur. */
 constexpr int kStrengthShift = 4;
 constexpr int kFullStrength = 56;
-// How many levels a pixel may pass its brightest or darkest neighbour.
+/** How many levels a pixel may pass its brightest or darkest neighbour. */
 constexpr int kOvershoot = 24;
 
-// Written on 16 bit values: the vector instructions for these exist at every level.
+/** Written on 16 bit values: the vector instructions for these exist at every level. */
 int16_t lesser(int16_t a, int16_t b) {
     return a < b ? a : b;
 }
@@ -52,7 +54,7 @@ const uint8_t* LumaSharpener::savedRow(int row) const {
     return mRows.data() + static_cast<size_t>((row + kRingRows) % kRingRows) * mRowBytes;
 }
 
-// Copies a row of the plane under the number `row`, its border pixels repeated on both sides.
+/** Copies a row of the plane under the number `row`, its border pixels repeated on both sides. */
 void LumaSharpener::loadRow(const uint8_t* source, int row) {
     uint8_t* to = mRows.data() + static_cast<size_t>((row + kRingRows) % kRingRows) * mRowBytes;
     std::memset(to, source[0], kRadius);
@@ -81,7 +83,7 @@ bool LumaSharpener::sharpen(uint8_t* plane, int width, int height, int stride,
     return true;
 }
 
-// Short loops whose every value fits 16 bits, so that the compiler turns each into vector code.
+/** Short loops whose every value fits 16 bits, so that the compiler turns each into vector code. */
 void LumaSharpener::sharpenRow(uint8_t* out, int row) {
     const uint8_t* above2 = savedRow(row - 2);
     const uint8_t* above = savedRow(row - 1);

@@ -36,8 +36,8 @@ private:
 
     int mWidth = 0;
     size_t mRowBytes = 0;
-    std::vector<uint8_t> mRows;     // ring of the original rows around the current one
-    std::vector<uint16_t> mColumn;  // vertical blur of the current row
-    std::vector<int16_t> mSlope;    // vertical difference at the current row
-    std::vector<int16_t> mDetail;   // difference from the blur, then what is added to the row
+    std::vector<uint8_t> mRows;    /**< Ring of the original rows around the current one. */
+    std::vector<uint16_t> mColumn; /**< Vertical blur of the current row. */
+    std::vector<int16_t> mSlope;   /**< Vertical difference at the current row. */
+    std::vector<int16_t> mDetail;  /**< Difference from the blur, then what is added to the row. */
 };

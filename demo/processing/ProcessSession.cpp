@@ -3,10 +3,10 @@
 
 namespace {
 
-// A slowed frame is held back at every so many rows.
+/** A slowed frame is held back at every so many rows. */
 constexpr int kPaceRows = 16;
 
-// More than any video has, and far from what would overflow the arithmetic.
+/** More than any video has, and far from what would overflow the arithmetic. */
 constexpr int kLargestSide = 1 << 15;
 
 bool sameFrame(const AisrBuffer& a, const AisrBuffer& b) {
@@ -68,8 +68,10 @@ int32_t ProcessSession::processFrame(const AisrBuffer& frame) {
     return isDone ? AISR_SUCCESS : AISR_ERR_TIMEOUT;
 }
 
-// Whether to go on with `row`. A slowed frame is spread evenly over its time instead of sleeping at
-// its end, as a library that really is slow would behave towards a cancel.
+/**
+ * Whether to go on with `row`. A slowed frame is spread evenly over its time instead of sleeping at
+ * its end, as a library that really is slow would behave towards a cancel.
+ */
 bool ProcessSession::pace(std::chrono::steady_clock::time_point start, int row, int height) {
     const bool isPacePoint = row % kPaceRows == 0 || row == height;
     if (mFrameTime.count() > 0 && isPacePoint) {

@@ -52,8 +52,8 @@ private:
 
     DeMutex mMutex;
     std::condition_variable mCancelCond;
-    AisrBuffer mAtWork DE_GUARDED_BY(mMutex){};  // id 0: none
+    AisrBuffer mAtWork DE_GUARDED_BY(mMutex){}; /**< Id 0: none. */
     // The last frame that was named and is not yet known; id 0: none.
     AisrBuffer mCancelled DE_GUARDED_BY(mMutex){};
-    std::atomic<bool> mStop{false};  // changes under the mutex; read without it between rows
+    std::atomic<bool> mStop{false}; /**< Changes under the mutex; read without it between rows. */
 };

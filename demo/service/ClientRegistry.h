@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The registered clients and the enable state that they are told.
+// The registered clients and the enable state that is sent to them.
 #pragma once
 
 #include <binder/IBinder.h>

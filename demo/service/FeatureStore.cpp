@@ -5,6 +5,7 @@
 #include <utils/String8.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "Report.h"
 #include "aidl/IDisplayEngineService.h"
@@ -36,22 +37,15 @@ FeatureStore::FeatureStore(int32_t supported, std::string panelName, std::set<in
 }
 
 int32_t FeatureStore::getSupported(int32_t feature) const {
+    static constexpr int32_t kPresent[] = {
+        Service::DE_FEATURE_PANEL_NAME,          Service::DE_FEATURE_RGLED,
+        Service::DE_FEATURE_LOCAL_HBM,           Service::DE_FEATURE_READING,
+        Service::DE_FEATURE_FOLDINGCOMPENSATION, Service::DE_FEATURE_GLOBAL_READING};
     if (mMissing.count(feature) != 0) {
         return 0;
     }
-    switch (feature) {
-        case Service::DE_FEATURE_AISR:
-            return mSupported;
-        case Service::DE_FEATURE_PANEL_NAME:
-        case Service::DE_FEATURE_RGLED:
-        case Service::DE_FEATURE_LOCAL_HBM:
-        case Service::DE_FEATURE_READING:
-        case Service::DE_FEATURE_FOLDINGCOMPENSATION:
-        case Service::DE_FEATURE_GLOBAL_READING:
-            return 1;
-        default:
-            return 0;
-    }
+    const bool isPresent = std::count(std::begin(kPresent), std::end(kPresent), feature) != 0;
+    return feature == Service::DE_FEATURE_AISR ? mSupported : isPresent;
 }
 
 int32_t FeatureStore::setScene(int32_t scene, int32_t value) {

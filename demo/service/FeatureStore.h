@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the sample service knows and remembers of the display's features.
+// The display features of the sample service, and the values that clients set.
 #pragma once
 
 #include <binder/PersistableBundle.h>
@@ -63,7 +63,7 @@ private:
     struct Number {
         int32_t value;
         int32_t max;
-        size_t size;  // bytes on the wire
+        size_t size; /**< Bytes on the wire. */
     };
 
     const int32_t mSupported;
@@ -72,7 +72,7 @@ private:
 
     mutable DeMutex mMutex;
     std::map<std::pair<int32_t, int32_t>, Number> mNumbers
-        DE_GUARDED_BY(mMutex);  // by feature and type
+        DE_GUARDED_BY(mMutex); /**< By feature and type. */
     std::map<int32_t, int32_t> mScenes DE_GUARDED_BY(mMutex);
     std::string mFrameRate DE_GUARDED_BY(mMutex);
     int32_t mCwbForced DE_GUARDED_BY(mMutex) = 0;

@@ -9,13 +9,11 @@
 namespace sample {
 namespace {
 
-/** Names and explanations of the numeric configuration values, in wire order from the second on. */
-struct ConfigurationOption {
+/** The numeric configuration values, in wire order from the second on. */
+constexpr struct {
     const char* name;
     const char* help;
-};
-
-constexpr ConfigurationOption kConfigurationOptions[] = {
+} kConfigurationOptions[] = {
     {"--min-width", "smallest video size that may be enhanced: width in pixels"},
     {"--min-height", "smallest video size that may be enhanced: height in pixels"},
     {"--max-width", "largest video size that may be enhanced: width in pixels"},
@@ -32,33 +30,31 @@ constexpr ConfigurationOption kConfigurationOptions[] = {
 static_assert(std::size(kConfigurationOptions) + 1 == kConfigurationSize,
               "every value but the enable state has an option");
 
+constexpr int kUsageError = 2;
 constexpr double kLongestDelaySeconds = 86400;
 
-/** Parses "SECONDS:on" or "SECONDS:off". */
-std::optional<Toggle> parseToggle(const std::string& text) {
+/** Parses "SECONDS:on" or "SECONDS:off"; throws CLI::ValidationError. */
+Toggle parseToggle(const std::string& text) {
     char* end = nullptr;
     const double seconds = std::strtod(text.c_str(), &end);
     const std::string state = end;
     const bool isSound = end != text.c_str() && seconds >= 0 && seconds <= kLongestDelaySeconds;
     if (!isSound || (state != ":on" && state != ":off")) {
-        return std::nullopt;
+        throw CLI::ValidationError(
+            "--toggle", "'" + text + "' is not SECONDS:on or SECONDS:off (0 to 86400 s)");
     }
-    return Toggle{std::chrono::milliseconds(std::llround(seconds * 1000)), state == ":on"};
+    return {std::chrono::milliseconds(std::llround(seconds * 1000)), state == ":on"};
 }
 
-std::string checkToggle(const std::string& text) {
-    return parseToggle(text) ? std::string()
-                             : "'" + text + "' is not SECONDS:on or SECONDS:off (0 to 86400 s)";
-}
-
-void addOptions(CLI::App* app, Options* options, std::string* enable,
-                std::vector<std::string>* toggles) {
+void addOptions(CLI::App* app, Options* options) {
     app->add_option("--supported", options->supported,
                     "answer to whether video enhancement is supported")
         ->capture_default_str();
-    app->add_option("--enable", *enable, "enable state to start with: on or off")
-        ->check(CLI::IsMember({"on", "off"}))
-        ->capture_default_str();
+    app->add_option_function<std::string>(
+           "--enable",
+           [options](const std::string& state) { options->configuration[0] = state == "on"; },
+           "enable state to start with; on if not given")
+        ->check(CLI::IsMember({"on", "off"}));
     for (size_t i = 0; i < std::size(kConfigurationOptions); ++i) {
         app->add_option(kConfigurationOptions[i].name, options->configuration[i + 1],
                         kConfigurationOptions[i].help)
@@ -78,11 +74,16 @@ void addOptions(CLI::App* app, Options* options, std::string* enable,
                     "number of a feature that the display is to lack; may be repeated")
         ->type_name("FEATURE")
         ->allow_extra_args(false);
-    app->add_option("--toggle", *toggles,
-                    "send an Enable event that many seconds after the start; may be repeated")
+    const auto addToggles = [options](const std::vector<std::string>& texts) {
+        for (const std::string& text : texts) {
+            options->toggles.push_back(parseToggle(text));
+        }
+    };
+    app->add_option_function<std::vector<std::string>>(
+           "--toggle", addToggles,
+           "send an Enable event that many seconds after the start; may be repeated")
         ->type_name("SECONDS:on|off")
-        ->allow_extra_args(false)
-        ->check(checkToggle);
+        ->allow_extra_args(false);
 }
 
 }  // namespace
@@ -99,17 +100,11 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options* opti
         return "displayengine-service: " + std::string(error.what()) +
                " (--help lists the options)\n";
     });
-    std::string enable = options->configuration[0] == 1 ? "on" : "off";
-    std::vector<std::string> toggles;
-    addOptions(&app, options, &enable, &toggles);
+    addOptions(&app, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error);
-    }
-    options->configuration[0] = enable == "on" ? 1 : 0;
-    for (const std::string& toggle : toggles) {
-        options->toggles.push_back(*parseToggle(toggle));
+        return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
     }
     std::stable_sort(options->toggles.begin(), options->toggles.end(),
                      [](const Toggle& a, const Toggle& b) { return a.after < b.after; });

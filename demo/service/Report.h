@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The sample service's account of what happens, for people and for scripts.
+// The sample service's report: one line for each call and event, for people and for scripts.
 #pragma once
 
 #include <binder/PersistableBundle.h>

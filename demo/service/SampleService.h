@@ -50,7 +50,7 @@ public:
 private:
     std::vector<int32_t> configuration() const;
 
-    const std::vector<int32_t> mConfiguration;  // already cut to the length that is sent
+    const std::vector<int32_t> mConfiguration; /**< Already cut to the length that is sent. */
     FeatureStore mFeatures;
     const android::sp<ClientRegistry> mClients;
 };

@@ -24,6 +24,7 @@ require_packages() {
         { echo "Cannot install ${missing[*]}" >&2; exit 1; }
 }
 
-# What it takes to build everything.
+# What it takes to build everything. FFmpeg and libpng are for the player, which the build for 64-bit
+# Arm leaves out.
 build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev
     libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libpng-dev)

@@ -11,7 +11,7 @@
 namespace control {
 namespace {
 
-// Never destroyed: the library logs until the process has ended.
+/** Never destroyed: the library logs until the process has ended. */
 std::atomic<bool> gIsVerbose{false};
 std::atomic<bool> gHasFailed{false};
 DeMutex& gMutex = *new DeMutex;

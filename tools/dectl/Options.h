@@ -11,7 +11,7 @@ namespace control {
 struct Options {
     bool isJson = false;
     bool isVerbose = false;
-    double timeout = 5;  // seconds
+    double timeout = 5; /**< Seconds. */
     Command command = nullptr;
     Arguments arguments;
 };

@@ -28,7 +28,7 @@ struct Arguments {
     int32_t scene = 0;
     int32_t value = 0;
     std::string frameRate;
-    std::string cwb;  // "on" or "off"
+    std::string cwb; /**< "on" or "off". */
 };
 
 struct Session {

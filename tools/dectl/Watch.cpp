@@ -14,7 +14,6 @@
 using android::IBinder;
 using android::sp;
 using android::String16;
-using android::binder::Status;
 using android::os::PersistableBundle;
 
 namespace control {
@@ -54,13 +53,13 @@ class EventPrinter : public com::tivora::displayengine::BnDisplayEngineCallback 
 public:
     explicit EventPrinter(const Output& output) : mOutput(output) {}
 
-    Status onEvent(int32_t event, int32_t value) override {
+    android::binder::Status onEvent(int32_t event, int32_t value) override {
         mOutput.printEvent({{"event", event}, {"value", value}});
-        return Status::ok();
+        return {};
     }
-    Status onEventWithData(int32_t event, const PersistableBundle& data) override {
+    android::binder::Status onEventWithData(int32_t event, const PersistableBundle& data) override {
         mOutput.printEvent({{"event", event}, {"data", entriesOf(data)}});
-        return Status::ok();
+        return {};
     }
 
 private:

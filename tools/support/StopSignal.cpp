@@ -14,7 +14,7 @@
 
 namespace {
 
-// Read by the signal handler, hence not a member. Never closed: a signal can come at any time.
+/** Read by the signal handler, hence not a member. Never closed: a signal can come at any time. */
 volatile std::sig_atomic_t gEvent = -1;
 
 void setEvent(int) {
@@ -44,15 +44,10 @@ void StopSignal::request() const {
     setEvent(0);
 }
 
-int StopSignal::descriptor() const {
-    return gEvent;
-}
-
 bool StopSignal::waitUntil(std::chrono::steady_clock::time_point due) const {
-    using std::chrono::nanoseconds;
     for (;;) {
-        const int64_t left =
-            std::max<int64_t>(nanoseconds(due - std::chrono::steady_clock::now()).count(), 0);
+        const std::chrono::nanoseconds wait = due - std::chrono::steady_clock::now();
+        const int64_t left = std::max<int64_t>(wait.count(), 0);
         const timespec timeout = {static_cast<time_t>(left / 1'000'000'000),
                                   static_cast<long>(left % 1'000'000'000)};
         pollfd event = {gEvent, POLLIN, 0};

@@ -18,9 +18,6 @@ public:
     /** Requests the stop, as a signal does. Any thread. */
     void request() const;
 
-    /** A descriptor that is readable as soon as the stop is requested, and from then on. */
-    int descriptor() const;
-
     /** Waits until the stop is requested, at most until `due`; true when it is requested. */
     bool waitUntil(std::chrono::steady_clock::time_point due) const;
 };
