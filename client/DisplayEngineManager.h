@@ -16,9 +16,10 @@
 /**
  * A client's door to the display engine. Clients hold it with android::sp and may have several.
  *
- * The video methods share the one engine of the process, whichever object they are called on. Any
- * thread may call them. The first of them in a process may block for calls of the service;
- * afterwards needVideoEnhance() and the way to doVideoEnhance() cost an atomic load each.
+ * The video methods share the one engine of the process, whichever object they are called on, and
+ * so do the size, the rate and the stream that they report. Any thread may call them, also while
+ * the process exits. The first of them in a process may block for calls of the service; afterwards
+ * needVideoEnhance() and the way to doVideoEnhance() cost an atomic load each.
  */
 class DE_EXPORT DisplayEngineManager : public virtual android::RefBase {
 public:
@@ -46,9 +47,12 @@ public:
     int displayengineSetBrightness(int level);
     /** Sets `name` and returns 0; otherwise the service's own result, or -1, and `name` stays. */
     int getPanelName(std::string& name);
-    /** The service's answer about the reading mode; 0 on failure. */
+    /**
+     * The service's answer about the reading mode; 0 on failure, which is logged only when there is
+     * no service.
+     */
     int getReadingSupport();
-    /** The service's answer about the global reading mode; 0 on failure. */
+    /** The same about the global reading mode. */
     int getGlobalReadingSupport();
     /** The service's answer about the compensation of a folding screen; 0 on failure. */
     int getFoldingCompensationSupported();
@@ -76,7 +80,8 @@ public:
 
     /** The client's application has started: makes the engine ready for frames. */
     void onVideoAppStart();
-    /** The client's application has stopped; waits for a frame in processing. */
+    /** The client's application has stopped; waits for the frame in processing, not a queued one.
+     */
     void onVideoAppStop();
     /** A video has started. */
     void onVideoStart();
@@ -92,10 +97,10 @@ public:
 
     /**
      * Enhances one frame in place, or passes it unenhanced; the log tells which. Blocks at most the
-     * configured abort timeout, 40 ms unless configured. When the frame outlasted it, the
-     * processing library may still be writing the planes: the caller keeps them allocated and
-     * unread until a later frame has completed, or else until the process has ended. Neither this
-     * nor needVideoEnhance() may be under way when the process calls exit.
+     * configured abort timeout, 40 ms unless configured, and for the cancel of a frame that
+     * outlasted it, which a sound processing library takes at once. The library may still be
+     * writing the planes of such a frame: the caller keeps them allocated and unread until a later
+     * frame has completed, or else until the process has ended.
      */
     void doVideoEnhance(Aisr::BufferInfo& info);
 
