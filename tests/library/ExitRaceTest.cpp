@@ -52,8 +52,8 @@ processing::Gate& gate() {
     return theGate;
 }
 
-/** A thread whose return the late part of an exit waits for. */
-std::thread& visitor() {
+/** A thread that the late part of an exit waits for. */
+std::thread& otherThread() {
     static std::thread& theVisitor = *new std::thread;
     return theVisitor;
 }
@@ -68,10 +68,10 @@ void offer(uint64_t stream) {
     client()->doVideoEnhance(info);
 }
 
-/** Starts the visitor and returns once it sleeps. */
-void visit(const std::function<void()>& operation) {
+/** Starts the other thread and returns once it sleeps. */
+void runOnOtherThread(const std::function<void()>& operation) {
     std::promise<pid_t> thread;
-    visitor() = std::thread([&thread, operation] {
+    otherThread() = std::thread([&thread, operation] {
         thread.set_value(ownThread());
         operation();
     });
@@ -103,7 +103,7 @@ void queueAFrame() {
     service()->config.abortMs = EngineService::kPatientMs;
     processing::use("without_nothing");
     std::atexit([] {
-        visitor().join();
+        otherThread().join();
         std::cout << "the queued frame's caller is back" << std::endl;
     });
     client()->onVideoAppStart();
@@ -116,40 +116,40 @@ void queueAFrame() {
     processing::hold("AisrProcess", &gate());
     std::thread([] { offer(1); }).detach();
     processing::waitFor("AisrProcess");
-    visit([] { offer(1); });
+    runOnOtherThread([] { offer(1); });
 }
 
 /** The first call of the facade waits for the service's answer, which never comes. */
 void waitForAnAnswer() {
     service()->whenAsked = [] { gate().pass(); };
-    visit([] { client()->isVideoEngineSupported(); });
-    visitor().detach();
+    runOnOtherThread([] { client()->isVideoEngineSupported(); });
+    otherThread().detach();
 }
 
 /** That call is answered after the engine's time is over. */
 void answerLate() {
     std::atexit([] {
         gate().open();
-        visitor().join();
+        otherThread().join();
         std::cout << "supported: " << client()->isVideoEngineSupported()
                   << ", configurations: " << service()->journal.count("getEffectExByData")
                   << std::endl;
     });
     service()->whenAsked = [] { gate().pass(); };
-    visit([] { client()->isVideoEngineSupported(); });
+    runOnOtherThread([] { client()->isVideoEngineSupported(); });
 }
 
 /** The same, while the service registers the engine. */
 void registerLate() {
     std::atexit([] {
         gate().open();
-        visitor().join();
+        otherThread().join();
         std::cout << "supported: " << client()->isVideoEngineSupported()
                   << ", withdrawals: " << service()->journal.count("unregisterCallbackEx")
                   << std::endl;
     });
     service()->whenRegistered = [](const EngineService::Callback&) { gate().pass(); };
-    visit([] { client()->isVideoEngineSupported(); });
+    runOnOtherThread([] { client()->isVideoEngineSupported(); });
 }
 
 /** A child without a program of its own exits, and then its parent. */

@@ -68,20 +68,21 @@ bool offer() {
     return processing::count("AisrProcess") == before + 1;
 }
 
-/** A thread stops the app, and waits in the engine for the frame; the exit opens the gate. */
-void visit() {
-    std::promise<pid_t> visitor;
+/** Another thread stops the app, and waits in the engine for the frame; the exit opens the gate. */
+void stopTheApp() {
+    std::promise<pid_t> thread;
     std::thread([&] {
-        visitor.set_value(ownThread());
+        thread.set_value(ownThread());
         client()->onVideoAppStop();
     }).detach();
-    waitUntilAsleep(visitor.get_future().get());
+    waitUntilAsleep(thread.get_future().get());
     std::atexit([] { gate().open(); });
 }
 
 /**
  * A client that offers a frame, waits for a line, offers another, and exits; told to, while a frame
- * is held up in the processing library until the engine waits for its worker, or for a visitor.
+ * is held up in the processing library until the engine waits for its worker, or for a call that is
+ * under way.
  */
 int runClient(const std::string& mode) {
     processing::use("without_nothing");
@@ -105,8 +106,8 @@ int runClient(const std::string& mode) {
         });
         offer();
         processing::waitFor("AisrProcess", 3);
-        if (mode == "visited") {
-            visit();
+        if (mode == "stopping") {
+            stopTheApp();
         }
     }
     return 0;
@@ -168,8 +169,8 @@ TEST_F(ExitTest, WaitsForTheFrameInProcessing) {
                  "~AisrAlgorithm:", "Unload library."});
 }
 
-TEST_F(ExitTest, WaitsForThoseWhoAreInTheEngine) {
-    run("visited", [] {});
+TEST_F(ExitTest, WaitsForACallThatIsUnderWay) {
+    run("stopping", [] {});
     EXPECT_TRUE(service.waitForLine("withdrawn " + identity));
     expectOrder({"expired", "the frame is done", "~AisrEngine:", "unregisterCallback:", "join",
                  "Unload library."});

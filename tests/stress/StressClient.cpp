@@ -9,6 +9,7 @@
 // there are none. Its one line tells what came of them.
 #include <android/log.h>
 #include <binder/ProcessState.h>
+#include <cutils/properties.h>
 #include <semaphore.h>
 #include <unistd.h>
 
@@ -36,17 +37,16 @@ using Random = std::minstd_rand;
 
 constexpr unsigned kDeadlineSeconds = 120;  // A client that hangs is ended by a signal.
 constexpr int kManagers = 3;                // Each with a thread of its own.
-constexpr int kFrameThreads = 2;
+constexpr int kFrameThreads = 4;
 constexpr std::chrono::milliseconds kSlow{4};  // Longer than a frame may take.
 constexpr int kWidth = 32;
 constexpr int kHeight = 16;
 
 // Static like the planes, or never destroyed: threads go on while the process exits.
 sp<Manager>* gManagers = new sp<Manager>[kManagers];
-std::vector<char> gPlanes[kFrameThreads];
+char gPlanes[kFrameThreads][kWidth * kHeight * 3 / 2];
 sem_t gEnough;
 std::atomic<int64_t> gLeft;
-std::atomic<bool> gMayOffer{true};
 std::atomic<int> gEvents{0};
 std::atomic<int> gProcessed{0};
 std::atomic<int> gCancelled{0};
@@ -111,13 +111,13 @@ void (*const kOperations[])(const sp<Manager>&, Random&) = {
     }
 }
 
-void offerFrames(int index, Random random) {
-    std::vector<char>& planes = gPlanes[index];
+[[noreturn]] void offerFrames(int index, Random random) {
+    char* const planes = gPlanes[index];
     uint64_t stream = 1;
-    while (gMayOffer.load(kRelaxed)) {
+    for (;;) {
         stream = random() % 16 == 0 ? random() % 3 : stream;  // There is no stream 0.
-        Aisr::BufferInfo info{
-            stream, planes.data(), &planes[kWidth * kHeight], kWidth, kHeight, kWidth, 0};
+        Aisr::BufferInfo info{stream, planes, &planes[kWidth * kHeight], kWidth, kHeight,
+                              kWidth, 0};
         const sp<Manager>& manager = gManagers[random() % kManagers];
         manager->needVideoEnhance();
         manager->doVideoEnhance(info);
@@ -125,6 +125,7 @@ void offerFrames(int index, Random random) {
 }
 
 void run(unsigned seed, int64_t operations) {
+    property_set("persist.displayengine.log", seed % 4 < 2 ? "true" : "false");
     for (int i = 0; i < kManagers; ++i) {
         gManagers[i] = new Manager;
     }
@@ -134,19 +135,13 @@ void run(unsigned seed, int64_t operations) {
     android::ProcessState::self()->startThreadPool();
     sem_init(&gEnough, 0, operations == 0 ? 1 : 0);
     gLeft = operations;
-    std::vector<std::thread> frameThreads;
     for (int i = 0; i < kFrameThreads && operations > 0; ++i) {
-        gPlanes[i].resize(kWidth * kHeight * 3 / 2);
-        frameThreads.emplace_back(offerFrames, i, Random(seed * 16 + 8 + static_cast<unsigned>(i)));
+        std::thread(offerFrames, i, Random(seed * 16 + 8 + static_cast<unsigned>(i))).detach();
     }
     for (int i = 0; i < kManagers; ++i) {
         std::thread(callForever, i, Random(seed * 16 + static_cast<unsigned>(i))).detach();
     }
     while (sem_wait(&gEnough) != 0) {
-    }
-    gMayOffer.store(false, kRelaxed);
-    for (std::thread& thread : frameThreads) {
-        thread.join();
     }
 }
 
