@@ -28,6 +28,10 @@ fi
     sed 's|^\./\(.*\)|#include "\1"|') >consumer/every_header.cpp
 [ "$(wc -l <consumer/every_header.cpp)" -ge 10 ]
 
+# The one for makers of processing libraries is C as well, on its own.
+echo '#include "common/AisrProcess.h"' | "${CC:-cc}" -x c -std=c11 -Wall -Wextra -Wpedantic -Werror \
+    -fsyntax-only -Iprefix/include/displayengine -
+
 case $way in
     cmake)
         "$cmake" -S consumer -B out -DCMAKE_PREFIX_PATH="$work/prefix" \

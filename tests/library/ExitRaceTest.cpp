@@ -54,8 +54,8 @@ processing::Gate& gate() {
 
 /** A thread that the late part of an exit waits for. */
 std::thread& otherThread() {
-    static std::thread& theVisitor = *new std::thread;
-    return theVisitor;
+    static std::thread& theThread = *new std::thread;
+    return theThread;
 }
 
 sp<EngineService>& service() {
