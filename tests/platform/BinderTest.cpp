@@ -3,6 +3,7 @@
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -68,7 +69,7 @@ status_t add(const std::string& name, const sp<IBinder>& service) {
 
 class BinderTest : public testing::Test {
 protected:
-    BinderTest() { EXPECT_EQ(pipe(mPipe), 0); }
+    BinderTest() { EXPECT_EQ(pipe2(mPipe, O_CLOEXEC), 0); }
 
     /** Starts the other program with `threads` for its calls, and looks its object up. */
     void start(const std::string& threads = "pool") {
@@ -417,7 +418,7 @@ TEST_F(BinderTest, GivesAStrangerSixtyFourLinesUntilItSaysNonsense) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 2) {
+    if (argc > 2 && argv[1] == std::string("--peer")) {
         return runPeer(argv[2]);
     }
     testing::InitGoogleTest(&argc, argv);
