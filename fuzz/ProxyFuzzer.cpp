@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The service's proxy before a remote end that answers anything: what is sent, and what is made of
-// it.
+// The service's proxy before a remote end that answers anything: what is made of the answer, and
+// what a default implementation is asked instead.
 #include <memory>
 
 #include "aidl/BpDisplayEngineService.h"
@@ -10,88 +10,44 @@ using namespace fuzz;
 
 namespace {
 
-/** Keeps the request, and answers with an input. */
+/** Answers with an input. */
 class Remote : public BBinder {
 public:
     const Input* answer = nullptr;
     status_t status = OK;
-    uint32_t lastCode = 0;
-    uint32_t lastFlags = 0;
-    std::vector<uint8_t> request;
 
 protected:
-    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
-        lastCode = code;
-        lastFlags = flags;
-        request.assign(data.data(), data.data() + data.dataSize());
+    status_t onTransact(uint32_t /*code*/, const Parcel& /*data*/, Parcel* reply,
+                        uint32_t /*flags*/) override {
         answer->fill(reply);
         return status;
     }
 };
 
-/** There is no default, so that a new code does not compile before it has its case. */
-Status call(de::IDisplayEngineService& s, uint32_t code, Values* v) {
-    const int32_t a = v->numbers[0];
-    const int32_t b = v->numbers[1];
-    switch (static_cast<de::ServiceCode>(code)) {
-        case de::ServiceCode::GET_SUPPORTED:
-            return s.getSupported(a, &v->result);
-        case de::ServiceCode::SET_SCENE:
-            return s.setScene(a, b, &v->result);
-        case de::ServiceCode::SET_DATA:
-            return s.setData(a, v->bundle, &v->result);
-        case de::ServiceCode::GET_EFFECT_EX:
-            return s.getEffectEx(a, b, &v->values, v->numbers[2], &v->result);
-        case de::ServiceCode::GET_EFFECT:
-            return s.getEffect(a, b, &v->bytes, v->numbers[2], &v->result);
-        case de::ServiceCode::GET_EFFECT_EX_BY_DATA:
-            return s.getEffectExByData(a, v->bundle, &v->values, &v->result);
-        case de::ServiceCode::SET_EFFECT:
-            return s.setEffect(a, b, v->bundle, &v->result);
-        case de::ServiceCode::REGISTER_CALLBACK:
-            return s.registerCallback(v->callback);
-        case de::ServiceCode::REGISTER_CALLBACK_EX:
-            return s.registerCallbackEx(v->callback, v->bundle, &v->accepted);
-        case de::ServiceCode::UNREGISTER_CALLBACK:
-            return s.unregisterCallback(v->callback);
-        case de::ServiceCode::UNREGISTER_CALLBACK_EX:
-            return s.unregisterCallbackEx(v->bundle);
-        case de::ServiceCode::PROCESS_GRAPHIC_BUFFER:
-            return s.processGraphicBuffer(a, b, &v->buffers[0], &v->buffers[1], &v->result);
+/** What a proxy has to make of the answer. */
+Status model(const Remote& remote, RecordingService* fallback, const Operation& operation,
+             Values* values) {
+    if (remote.status == UNKNOWN_TRANSACTION) {
+        return operation.call(*fallback, *values);
     }
-    std::abort();
-}
-
-/** The status that stands at the front of a reply, or the error for its place. */
-Status readStatus(const Parcel& reply) {
-    int32_t exception = 0;
-    int32_t trace = 0;
-    int32_t code = 0;
-    String16 message;
-    status_t status = reply.readInt32(&exception);
-    if (status != OK || exception == Status::EX_NONE) {
-        return Status::fromStatusT(status);
+    Status outcome = Status::fromStatusT(remote.status);
+    if (remote.status == OK) {
+        Parcel reply;
+        remote.answer->fill(&reply);
+        outcome.readFromParcel(reply);
+        const status_t read = outcome.isOk() ? operation.reply.read(*values, reply) : OK;
+        if (read != OK) {
+            outcome = Status::fromStatusT(read);
+        }
     }
-    if ((status = reply.readString16(&message)) != OK || (status = reply.readInt32(&trace)) != OK) {
-        return Status::fromStatusT(status);
-    }
-    if (trace < 0 || static_cast<size_t>(trace) > reply.dataAvail()) {
-        return Status::fromStatusT(UNKNOWN_ERROR);
-    }
-    reply.setDataPosition(reply.dataPosition() + static_cast<size_t>(trace));
-    if (exception != Status::EX_SERVICE_SPECIFIC) {
-        return Status::fromExceptionCode(exception, String8(message));
-    }
-    status = reply.readInt32(&code);
-    return status == OK ? Status::fromServiceSpecificError(code, String8(message))
-                        : Status::fromStatusT(status);
+    return outcome;
 }
 
 /** The same values, with graphic buffers of their own. */
 Values fresh(Values values) {
-    for (de::DeGraphicBuffer& buffer : values.buffers) {
-        if (buffer.getGraphicBuffer() != nullptr) {
-            buffer.setGraphicBuffer(newImage());
+    for (de::DeGraphicBuffer* const buffer : {&values.input, &values.output}) {
+        if (buffer->getGraphicBuffer() != nullptr) {
+            buffer->setGraphicBuffer(newImage());
         }
     }
     return values;
@@ -100,41 +56,24 @@ Values fresh(Values values) {
 void callAndCompare(const sp<Remote>& remote, RecordingService* fallback, uint32_t code,
                     const Values& arguments) {
     const Operation& operation = kServiceOperations[code - 1];
+    const sp<de::IDisplayEngineService> proxy = new de::BpDisplayEngineService(remote);
     Values given = fresh(arguments);
     Values expected = fresh(arguments);
-    Parcel request;
-    Parcel called;
-    request.writeInterfaceToken(RecordingService::descriptor);
-    expected.write(operation.request, &request);
-    called.writeInt32(static_cast<int32_t>(code));
-    expected.write(operation.request, &called);
-
-    const sp<de::IDisplayEngineService> proxy = new de::BpDisplayEngineService(remote);
-    fallback->call.freeData();
-    const Status status = call(*proxy, code, &given);
-    REQUIRE(remote->lastCode == code && remote->lastFlags == 0);
-    REQUIRE(std::equal(request.data(), request.data() + request.dataSize(), remote->request.begin(),
-                       remote->request.end()));
-
-    Status outcome = Status::fromStatusT(remote->status);
+    Parcel asked;
     if (remote->status == UNKNOWN_TRANSACTION) {
-        REQUIRE(same(fallback->call, called));
-        outcome = call(*fallback, code, &expected);
-    } else {
-        REQUIRE(fallback->call.dataSize() == 0);
+        asked.writeInt32(static_cast<int32_t>(code));
+        operation.request.write(arguments, asked);
     }
-    if (remote->status == OK) {
-        Parcel reply;
-        remote->answer->fill(&reply);
-        outcome = readStatus(reply);
-        const status_t read = outcome.isOk() ? expected.read(operation.reply, reply) : OK;
-        outcome = read != OK ? Status::fromStatusT(read) : outcome;
-    }
+    fallback->call.freeData();
+    const Status status = operation.call(*proxy, given);
+    REQUIRE(same(fallback->call, asked));
+
+    const Status outcome = model(*remote, fallback, operation, &expected);
     Parcel left;
     Parcel right;
     REQUIRE(status.writeToParcel(&left) == outcome.writeToParcel(&right));
-    given.write(kEverything, &left);
-    expected.write(kEverything, &right);
+    kEverything.write(given, left);
+    kEverything.write(expected, right);
     REQUIRE(same(left, right));
 }
 
@@ -154,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
         enum : uint8_t { EVERY_CUT = 2, FAILS = 4, UNKNOWN = 8 };
         FuzzedDataProvider data(bytes, size);
         const auto choice = data.ConsumeIntegral<uint8_t>();
-        const uint32_t code = 1 + data.ConsumeIntegral<uint8_t>() % kServiceCodes;
+        const uint32_t code = 1 + data.ConsumeIntegral<uint8_t>() % de::kServiceCodeCount;
         const auto error = data.ConsumeIntegral<int32_t>();
         const sp<Remote> remote = new Remote;
         if ((choice & FAILS) != 0) {

@@ -14,8 +14,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
-#include <mutex>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -45,6 +43,7 @@ using android::os::PersistableBundle;
  */
 template <typename F>
 int requireNoLeak(F f) {
+    __android_log_set_logger([](const __android_log_message* /*message*/) {});
     const auto lowestFree = [] { return transport::UniqueFd(dup(STDERR_FILENO)).get(); };
     const int before = lowestFree();
     f();
@@ -52,33 +51,199 @@ int requireNoLeak(F f) {
     return 0;
 }
 
-/** The log since the last time. From the first time on it goes nowhere else. */
-inline std::vector<std::string> takeLog() {
-    static std::mutex lock;
-    static auto* const log = new std::vector<std::string>;
-    __android_log_set_logger([](const __android_log_message* message) {
-        const std::lock_guard<std::mutex> locked(lock);
-        log->emplace_back(message->message);
-    });
-    const std::lock_guard<std::mutex> locked(lock);
-    return std::exchange(*log, {});
+inline sp<GraphicBuffer> newImage() {
+    return new GraphicBuffer(4, 2, PIXEL_FORMAT_RGBA_8888, 1, GraphicBuffer::USAGE_SW_WRITE_OFTEN);
 }
 
-/** Keeps code and arguments of the call, and answers what it is told to. */
-class RecordingCallback : public de::BnDisplayEngineCallback {
+/** One of everything that the operations take and give. */
+struct Values {
+    int32_t a = 0;
+    int32_t b = 0;
+    int32_t c = 0;
+    std::vector<int32_t> values;
+    std::vector<uint8_t> bytes;
+    PersistableBundle bundle;
+    sp<de::IDisplayEngineCallback> callback;
+    de::DeGraphicBuffer input;
+    de::DeGraphicBuffer output;
+    int32_t result = 0;
+    bool accepted = false;
+
+    Values() = default;
+    /** Any numbers; bundle, buffers and callback are one or none. */
+    explicit Values(FuzzedDataProvider& data);
+};
+
+/** Members of Values, as they stand one behind the other in a parcel. */
+struct Layout {
+    status_t (*read)(Values& values, const Parcel& from);
+    status_t (*write)(const Values& values, Parcel& to);
+};
+
+template <auto... MEMBERS>
+status_t readMembers(Values& values, const Parcel& from) {
+    return de::items::readItems(from, &(values.*MEMBERS)...);
+}
+template <auto... MEMBERS>
+status_t writeMembers(const Values& values, Parcel& to) {
+    return de::items::writeItems(to, values.*MEMBERS...);
+}
+template <auto... MEMBERS>
+constexpr Layout kMembers = {readMembers<MEMBERS...>, writeMembers<MEMBERS...>};
+using V = Values;
+constexpr Layout kEverything =
+    kMembers<&V::a, &V::b, &V::c, &V::values, &V::bytes, &V::bundle, &V::callback, &V::input,
+             &V::output, &V::result, &V::accepted>;
+
+/** An operation of the service, or of the callback, which is neither answered nor called here. */
+struct Operation {
+    Layout request;
+    Layout reply;
+    Status (*call)(de::IDisplayEngineService& service, Values& v);
+};
+
+/** By code; one that is missing does not compile. */
+constexpr Operation kServiceOperations[] = {
+    {kMembers<&V::a>, kMembers<&V::result>,
+     [](auto& it, V& v) { return it.getSupported(v.a, &v.result); }},
+    {kMembers<&V::a, &V::b>, kMembers<&V::result>,
+     [](auto& it, V& v) { return it.setScene(v.a, v.b, &v.result); }},
+    {kMembers<&V::a, &V::bundle>, kMembers<&V::result>,
+     [](auto& it, V& v) { return it.setData(v.a, v.bundle, &v.result); }},
+    {kMembers<&V::a, &V::b, &V::values, &V::c>, kMembers<&V::result, &V::values>,
+     [](auto& it, V& v) { return it.getEffectEx(v.a, v.b, &v.values, v.c, &v.result); }},
+    {kMembers<&V::a, &V::b, &V::bytes, &V::c>, kMembers<&V::result, &V::bytes>,
+     [](auto& it, V& v) { return it.getEffect(v.a, v.b, &v.bytes, v.c, &v.result); }},
+    {kMembers<&V::a, &V::bundle, &V::values>, kMembers<&V::result, &V::values>,
+     [](auto& it, V& v) { return it.getEffectExByData(v.a, v.bundle, &v.values, &v.result); }},
+    {kMembers<&V::a, &V::b, &V::bundle>, kMembers<&V::result>,
+     [](auto& it, V& v) { return it.setEffect(v.a, v.b, v.bundle, &v.result); }},
+    {kMembers<&V::callback>, kMembers<>,
+     [](auto& it, V& v) { return it.registerCallback(v.callback); }},
+    {kMembers<&V::callback, &V::bundle>, kMembers<&V::accepted>,
+     [](auto& it, V& v) { return it.registerCallbackEx(v.callback, v.bundle, &v.accepted); }},
+    {kMembers<&V::callback>, kMembers<>,
+     [](auto& it, V& v) { return it.unregisterCallback(v.callback); }},
+    {kMembers<&V::bundle>, kMembers<>,
+     [](auto& it, V& v) { return it.unregisterCallbackEx(v.bundle); }},
+    {kMembers<&V::a, &V::b, &V::input, &V::output>, kMembers<&V::result, &V::input, &V::output>,
+     [](auto& it, V& v) {
+         return it.processGraphicBuffer(v.a, v.b, &v.input, &v.output, &v.result);
+     }},
+};
+static_assert(std::size(kServiceOperations) == de::kServiceCodeCount);
+
+constexpr Operation kCallbackOperations[] = {
+    {kMembers<&V::a, &V::b>, {}, nullptr},
+    {kMembers<&V::a, &V::bundle>, {}, nullptr},
+};
+static_assert(std::size(kCallbackOperations) ==
+              static_cast<size_t>(de::CallbackCode::ON_EVENT_WITH_DATA));
+
+/** Writes to the ends of an image, which have to be there whatever a peer has sent. */
+inline void touch(const sp<GraphicBuffer>& image) {
+    void* pixels = nullptr;
+    if (image != nullptr && image->lock(GraphicBuffer::USAGE_SW_WRITE_OFTEN, &pixels) == OK) {
+        const size_t count = size_t{image->getStride()} * image->getHeight();
+        const bool whole = image->getPixelFormat() == PIXEL_FORMAT_RGBA_8888;
+        auto* const bytes = static_cast<uint8_t*>(pixels);
+        bytes[0] = 1;
+        bytes[(whole ? count * 4 : count * 3 / 2) - 1] = 1;
+    }
+}
+
+/** A stub that keeps code and arguments of the call, and answers what it is told to. */
+template <typename STUB>
+class Recording : public STUB {
 public:
     Parcel call;
+    Values answers;
     Status outcome;
 
-    Status onEvent(int32_t event, int32_t value) override {
-        de::items::writeItems(call, int32_t{1}, event, value);
-        return outcome;
-    }
-    Status onEventWithData(int32_t event, const PersistableBundle& data) override {
-        de::items::writeItems(call, int32_t{2}, event, data);
+protected:
+    template <typename... ARGUMENTS>
+    Status record(int32_t code, const ARGUMENTS&... arguments) {
+        de::items::writeItems(call, code, arguments...);
         return outcome;
     }
 };
+
+class RecordingCallback : public Recording<de::BnDisplayEngineCallback> {
+public:
+    Status onEvent(int32_t event, int32_t value) override { return record(1, event, value); }
+    Status onEventWithData(int32_t event, const PersistableBundle& data) override {
+        return record(2, event, data);
+    }
+};
+
+class RecordingService : public Recording<de::BnDisplayEngineService> {
+    using Callback = sp<de::IDisplayEngineCallback>;
+    using Bundle = PersistableBundle;
+    using Buffer = de::DeGraphicBuffer;
+    using Int = int32_t;
+
+public:
+    Status getSupported(Int a, Int* r) override { return recordFor(r, 1, a); }
+    Status setScene(Int a, Int b, Int* r) override { return recordFor(r, 2, a, b); }
+    Status setData(Int a, const Bundle& b, Int* r) override { return recordFor(r, 3, a, b); }
+    Status getEffectEx(Int a, Int b, std::vector<Int>* v, Int c, Int* r) override {
+        return recordFor(r, 4, a, b, std::exchange(*v, answers.values), c);
+    }
+    Status getEffect(Int a, Int b, std::vector<uint8_t>* y, Int c, Int* r) override {
+        return recordFor(r, 5, a, b, std::exchange(*y, answers.bytes), c);
+    }
+    Status getEffectExByData(Int a, const Bundle& b, std::vector<Int>* v, Int* r) override {
+        return recordFor(r, 6, a, b, std::exchange(*v, answers.values));
+    }
+    Status setEffect(Int a, Int b, const Bundle& c, Int* r) override {
+        return recordFor(r, 7, a, b, c);
+    }
+    Status registerCallback(const Callback& c) override { return record(8, c); }
+    Status registerCallbackEx(const Callback& c, const Bundle& b, bool* accepted) override {
+        *accepted = answers.accepted;
+        return record(9, c, b);
+    }
+    Status unregisterCallback(const Callback& c) override { return record(10, c); }
+    Status unregisterCallbackEx(const Bundle& b) override { return record(11, b); }
+    Status processGraphicBuffer(Int a, Int b, Buffer* g, Buffer* h, Int* r) override {
+        touch(g->getGraphicBuffer());
+        touch(h->getGraphicBuffer());
+        const Buffer input = std::exchange(*g, answers.input);
+        return recordFor(r, 12, a, b, input, std::exchange(*h, answers.output));
+    }
+
+private:
+    template <typename... ARGUMENTS>
+    Status recordFor(Int* result, Int code, const ARGUMENTS&... arguments) {
+        *result = answers.result;
+        return record(code, arguments...);
+    }
+};
+
+inline Values::Values(FuzzedDataProvider& data) {
+    enum Has : uint8_t { ACCEPTED = 1, BUNDLE = 2, INPUT = 4, OUTPUT = 8, CALLBACK = 16 };
+    static auto* const known = new sp<RecordingCallback>(new RecordingCallback);
+    a = data.ConsumeIntegral<int32_t>();
+    b = data.ConsumeIntegral<int32_t>();
+    c = data.ConsumeIntegral<int32_t>();
+    result = data.ConsumeIntegral<int32_t>();
+    values.resize(data.ConsumeIntegralInRange<size_t>(0, 7), result);
+    bytes.resize(data.ConsumeIntegralInRange<size_t>(0, 7), 0xa5);
+    const auto has = data.ConsumeIntegral<uint8_t>();
+    accepted = (has & ACCEPTED) != 0;
+    if ((has & BUNDLE) != 0) {
+        bundle.putInt(String16("k"), a);
+    }
+    if ((has & INPUT) != 0) {
+        input.setGraphicBuffer(newImage());
+    }
+    if ((has & OUTPUT) != 0) {
+        output.setGraphicBuffer(newImage());
+    }
+    if ((has & CALLBACK) != 0) {
+        callback = *known;
+    }
+}
 
 /** A binder or a descriptor beside the bytes of a parcel. */
 struct Object {
@@ -92,8 +257,10 @@ struct Object {
         enum { NONE, CALLBACK, OTHER, DEVICE, MEMORY, UNSEALED, READ_ONLY };
         const int kind = data.ConsumeIntegralInRange<int>(NONE, READ_ONLY);
         const off_t size = data.ConsumeIntegral<uint16_t>();
-        if (kind == CALLBACK || kind == OTHER) {
-            binder = kind == CALLBACK ? *callback : *other;
+        if (kind == CALLBACK) {
+            binder = *callback;
+        } else if (kind == OTHER) {
+            binder = *other;
         } else if (kind == DEVICE) {
             fd = transport::UniqueFd(open("/dev/null", O_RDWR | O_CLOEXEC));
         } else if (kind >= MEMORY) {
@@ -116,189 +283,38 @@ struct Input {
         }
         const auto rest = data.ConsumeRemainingBytes<uint8_t>();
         bytes.insert(bytes.end(), rest.begin(), rest.end());
+        size = bytes.size();
     }
 
     /** Fills a parcel; false when the objects cannot be where they are, which has to be refused. */
     bool fill(Parcel* parcel) const {
-        constexpr size_t kPlaceholder = 24;
         std::vector<ParcelObject> handed;
-        bool sound = true;
         for (const Object& object : objects) {
-            const size_t end = object.offset + kPlaceholder;
-            sound = sound && end <= bytes.size() &&
-                    std::none_of(handed.begin(), handed.end(), [&](const ParcelObject& other) {
-                        return other.offset < end && other.offset + kPlaceholder > object.offset;
-                    });
             const int fd = object.fd.ok() ? dup(object.fd.get()) : -1;
             handed.push_back({object.offset, object.binder, fd});
         }
         parcel->writeInt32(7);  // replaced in any case
-        REQUIRE(parcel->ipcSetData(bytes, handed) == (sound ? status_t{OK} : BAD_VALUE));
-        REQUIRE(sound || (parcel->dataSize() == 0 && parcel->objects().empty()));
-        REQUIRE(!sound || parcel->setDataSize(size) == OK);
-        return sound;
+        if (parcel->ipcSetData(bytes, handed) != OK) {
+            REQUIRE(!objects.empty() && parcel->dataSize() == 0 && parcel->objects().empty());
+            return false;
+        }
+        REQUIRE(parcel->setDataSize(size) == OK);
+        return true;
     }
 
     /** Calls `f` with this whole and, with `cuts`, with every shorter one. */
     template <typename F>
     void eachCut(bool cuts, F f) {
-        for (size = bytes.size(); f(), cuts && size > 0; size -= size % 4 > 0 ? size % 4 : 4) {
+        f();
+        while (cuts && size > 0) {
+            size -= size % 4 > 0 ? size % 4 : 4;
+            f();
         }
     }
 
     std::vector<uint8_t> bytes;
     std::vector<Object> objects;
     size_t size = 0; /**< to which the parcel is cut */
-};
-
-/**
- * The layouts of both interfaces, by code: n argument, v int32 vector, y byte vector, b bundle, c
- * callback, g graphic buffer, r result, z answer. Oneway operations have no reply.
- */
-struct Operation {
-    const char* request;
-    const char* reply;
-};
-constexpr Operation kServiceOperations[] = {
-    {"n", "r"},   {"nn", "r"}, {"nb", "r"}, {"nnvn", "rv"}, {"nnyn", "ry"}, {"nbv", "rv"},
-    {"nnb", "r"}, {"c", ""},   {"cb", "z"}, {"c", ""},      {"b", ""},      {"nngg", "rgg"}};
-constexpr Operation kCallbackOperations[] = {{"nn", nullptr}, {"nb", nullptr}};
-constexpr char kEverything[] = "nnnvybcggrz";
-
-// A new transaction changes these two, and does not compile without its layout.
-constexpr auto kServiceCodes = static_cast<size_t>(de::ServiceCode::PROCESS_GRAPHIC_BUFFER);
-constexpr auto kCallbackCodes = static_cast<size_t>(de::CallbackCode::ON_EVENT_WITH_DATA);
-static_assert(std::size(kServiceOperations) == kServiceCodes);
-static_assert(std::size(kCallbackOperations) == kCallbackCodes);
-
-inline sp<GraphicBuffer> newImage() {
-    return new GraphicBuffer(4, 2, PIXEL_FORMAT_RGBA_8888, 1, GraphicBuffer::USAGE_SW_WRITE_OFTEN);
-}
-
-/** One of everything that the operations take and give. */
-struct Values {
-    int32_t numbers[3] = {};
-    std::vector<int32_t> values;
-    std::vector<uint8_t> bytes;
-    PersistableBundle bundle;
-    sp<de::IDisplayEngineCallback> callback;
-    de::DeGraphicBuffer buffers[2];
-    int32_t result = 0;
-    bool accepted = false;
-
-    Values() = default;
-    /** Any numbers; bundle, buffers and callback are one or none. */
-    explicit Values(FuzzedDataProvider& data) {
-        static auto* const known = new sp<RecordingCallback>(new RecordingCallback);
-        for (int32_t& number : numbers) {
-            number = data.ConsumeIntegral<int32_t>();
-        }
-        result = data.ConsumeIntegral<int32_t>();
-        values.resize(data.ConsumeIntegralInRange<size_t>(0, 7), result);
-        bytes.resize(data.ConsumeIntegralInRange<size_t>(0, 7), 0xa5);
-        const auto has = data.ConsumeIntegral<uint8_t>();
-        accepted = (has & 1) != 0;
-        if ((has & 2) != 0) {
-            bundle.putInt(String16("k"), numbers[0]);
-        }
-        for (uint32_t i = 0; i < 2; ++i) {
-            if ((has & (4u << i)) != 0) {
-                buffers[i].setGraphicBuffer(newImage());
-            }
-        }
-        if ((has & 16) != 0) {
-            callback = *known;
-        }
-    }
-
-    /** Calls `f` with the items of a layout until one fails. */
-    template <typename F>
-    status_t each(const char* layout, F f) {
-        int32_t* number = numbers;
-        de::DeGraphicBuffer* buffer = buffers;
-        status_t status = OK;
-        for (; *layout != '\0' && status == OK; ++layout) {
-            status = *layout == 'n'   ? f(*number++)
-                     : *layout == 'v' ? f(values)
-                     : *layout == 'y' ? f(bytes)
-                     : *layout == 'b' ? f(bundle)
-                     : *layout == 'c' ? f(callback)
-                     : *layout == 'g' ? f(*buffer++)
-                     : *layout == 'r' ? f(result)
-                                      : f(accepted);
-        }
-        return status;
-    }
-    status_t read(const char* layout, const Parcel& from) {
-        return each(layout, [&](auto& item) { return de::items::read(from, &item); });
-    }
-    status_t write(const char* layout, Parcel* to) {
-        return each(layout, [&](const auto& item) { return de::items::write(*to, item); });
-    }
-};
-
-/** Writes to the ends of an image, which have to be there whatever a peer has sent. */
-inline void touch(const sp<GraphicBuffer>& image) {
-    void* pixels = nullptr;
-    if (image != nullptr && image->lock(GraphicBuffer::USAGE_SW_WRITE_OFTEN, &pixels) == OK) {
-        const size_t count = size_t{image->getStride()} * image->getHeight();
-        const bool whole = image->getPixelFormat() == PIXEL_FORMAT_RGBA_8888;
-        auto* const bytes = static_cast<uint8_t*>(pixels);
-        bytes[0] = 1;
-        bytes[(whole ? count * 4 : count * 3 / 2) - 1] = 1;
-    }
-}
-
-/** Keeps code and arguments of the call, and answers what it is told to. */
-class RecordingService : public de::BnDisplayEngineService {
-    using Callback = sp<de::IDisplayEngineCallback>;
-    using Bundle = PersistableBundle;
-    using Buffer = de::DeGraphicBuffer;
-    using Int = int32_t;
-
-public:
-    Parcel call;
-    Values answers;
-    Status outcome;
-
-    Status getSupported(Int a, Int* r) override { return record(r, 1, a); }
-    Status setScene(Int a, Int b, Int* r) override { return record(r, 2, a, b); }
-    Status setData(Int a, const Bundle& b, Int* r) override { return record(r, 3, a, b); }
-    Status getEffectEx(Int a, Int b, std::vector<Int>* v, Int c, Int* r) override {
-        return record(r, 4, a, b, std::exchange(*v, answers.values), c);
-    }
-    Status getEffect(Int a, Int b, std::vector<uint8_t>* y, Int c, Int* r) override {
-        return record(r, 5, a, b, std::exchange(*y, answers.bytes), c);
-    }
-    Status getEffectExByData(Int a, const Bundle& b, std::vector<Int>* v, Int* r) override {
-        return record(r, 6, a, b, std::exchange(*v, answers.values));
-    }
-    Status setEffect(Int a, Int b, const Bundle& c, Int* r) override {
-        return record(r, 7, a, b, c);
-    }
-    Status registerCallback(const Callback& c) override { return record(nullptr, 8, c); }
-    Status registerCallbackEx(const Callback& c, const Bundle& b, bool* z) override {
-        *z = answers.accepted;
-        return record(nullptr, 9, c, b);
-    }
-    Status unregisterCallback(const Callback& c) override { return record(nullptr, 10, c); }
-    Status unregisterCallbackEx(const Bundle& b) override { return record(nullptr, 11, b); }
-    Status processGraphicBuffer(Int a, Int b, Buffer* g, Buffer* h, Int* r) override {
-        touch(g->getGraphicBuffer());
-        touch(h->getGraphicBuffer());
-        const Buffer input = std::exchange(*g, answers.buffers[0]);
-        return record(r, 12, a, b, input, std::exchange(*h, answers.buffers[1]));
-    }
-
-private:
-    template <typename... ARGUMENTS>
-    Status record(Int* result, Int code, const ARGUMENTS&... arguments) {
-        de::items::writeItems(call, code, arguments...);
-        if (result != nullptr) {
-            *result = answers.result;
-        }
-        return outcome;
-    }
 };
 
 inline Status makeStatus(FuzzedDataProvider& data) {
