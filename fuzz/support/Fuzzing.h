@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the fuzzers share: hostile parcels, the layouts of both interfaces, and objects that record.
+// What the fuzzers share: hostile parcels, and the layouts of both interfaces.
 #pragma once
 
 #include <android/log.h>
@@ -10,18 +10,16 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
-#include <utility>
 #include <vector>
 
-#include "aidl/BnDisplayEngineCallback.h"
-#include "aidl/BnDisplayEngineService.h"
 #include "aidl/ParcelItems.h"
 #include "aidl/TransactionCodes.h"
 #include "platform/src/UniqueFd.h"
+#include "support/Recording.h"
+#include "support/ServiceOperations.h"
 
 /** Ends the run with a finding unless the condition holds. */
 #define REQUIRE(condition)                                                               \
@@ -51,91 +49,49 @@ int requireNoLeak(F f) {
     return 0;
 }
 
-inline sp<GraphicBuffer> newImage() {
-    return new GraphicBuffer(4, 2, PIXEL_FORMAT_RGBA_8888, 1, GraphicBuffer::USAGE_SW_WRITE_OFTEN);
-}
-
 /** One of everything that the operations take and give. */
-struct Values {
+struct Values : protocol::Results {
     int32_t a = 0;
     int32_t b = 0;
     int32_t c = 0;
-    std::vector<int32_t> values;
-    std::vector<uint8_t> bytes;
     PersistableBundle bundle;
     sp<de::IDisplayEngineCallback> callback;
-    de::DeGraphicBuffer input;
-    de::DeGraphicBuffer output;
-    int32_t result = 0;
-    bool accepted = false;
-
-    Values() = default;
-    /** Any numbers; bundle, buffers and callback are one or none. */
-    explicit Values(FuzzedDataProvider& data);
 };
 
-/** Members of Values, as they stand one behind the other in a parcel. */
-struct Layout {
-    status_t (*read)(Values& values, const Parcel& from);
-    status_t (*write)(const Values& values, Parcel& to);
-};
-
+/** Reads members of Values as they stand one behind the other in a parcel. */
 template <auto... MEMBERS>
-status_t readMembers(Values& values, const Parcel& from) {
+status_t read(Values& values, const Parcel& from) {
     return de::items::readItems(from, &(values.*MEMBERS)...);
 }
-template <auto... MEMBERS>
-status_t writeMembers(const Values& values, Parcel& to) {
-    return de::items::writeItems(to, values.*MEMBERS...);
-}
-template <auto... MEMBERS>
-constexpr Layout kMembers = {readMembers<MEMBERS...>, writeMembers<MEMBERS...>};
+using ReadMembers = status_t (*)(Values& values, const Parcel& from);
 using V = Values;
-constexpr Layout kEverything =
-    kMembers<&V::a, &V::b, &V::c, &V::values, &V::bytes, &V::bundle, &V::callback, &V::input,
-             &V::output, &V::result, &V::accepted>;
 
-/** An operation of the service, or of the callback, which is neither answered nor called here. */
+/** What an operation's parcels hold; a oneway operation has no reply. */
 struct Operation {
-    Layout request;
-    Layout reply;
-    Status (*call)(de::IDisplayEngineService& service, Values& v);
+    ReadMembers request;
+    ReadMembers reply;
 };
 
 /** By code; one that is missing does not compile. */
 constexpr Operation kServiceOperations[] = {
-    {kMembers<&V::a>, kMembers<&V::result>,
-     [](auto& it, V& v) { return it.getSupported(v.a, &v.result); }},
-    {kMembers<&V::a, &V::b>, kMembers<&V::result>,
-     [](auto& it, V& v) { return it.setScene(v.a, v.b, &v.result); }},
-    {kMembers<&V::a, &V::bundle>, kMembers<&V::result>,
-     [](auto& it, V& v) { return it.setData(v.a, v.bundle, &v.result); }},
-    {kMembers<&V::a, &V::b, &V::values, &V::c>, kMembers<&V::result, &V::values>,
-     [](auto& it, V& v) { return it.getEffectEx(v.a, v.b, &v.values, v.c, &v.result); }},
-    {kMembers<&V::a, &V::b, &V::bytes, &V::c>, kMembers<&V::result, &V::bytes>,
-     [](auto& it, V& v) { return it.getEffect(v.a, v.b, &v.bytes, v.c, &v.result); }},
-    {kMembers<&V::a, &V::bundle, &V::values>, kMembers<&V::result, &V::values>,
-     [](auto& it, V& v) { return it.getEffectExByData(v.a, v.bundle, &v.values, &v.result); }},
-    {kMembers<&V::a, &V::b, &V::bundle>, kMembers<&V::result>,
-     [](auto& it, V& v) { return it.setEffect(v.a, v.b, v.bundle, &v.result); }},
-    {kMembers<&V::callback>, kMembers<>,
-     [](auto& it, V& v) { return it.registerCallback(v.callback); }},
-    {kMembers<&V::callback, &V::bundle>, kMembers<&V::accepted>,
-     [](auto& it, V& v) { return it.registerCallbackEx(v.callback, v.bundle, &v.accepted); }},
-    {kMembers<&V::callback>, kMembers<>,
-     [](auto& it, V& v) { return it.unregisterCallback(v.callback); }},
-    {kMembers<&V::bundle>, kMembers<>,
-     [](auto& it, V& v) { return it.unregisterCallbackEx(v.bundle); }},
-    {kMembers<&V::a, &V::b, &V::input, &V::output>, kMembers<&V::result, &V::input, &V::output>,
-     [](auto& it, V& v) {
-         return it.processGraphicBuffer(v.a, v.b, &v.input, &v.output, &v.result);
-     }},
+    {read<&V::a>, read<&V::result>},
+    {read<&V::a, &V::b>, read<&V::result>},
+    {read<&V::a, &V::bundle>, read<&V::result>},
+    {read<&V::a, &V::b, &V::values, &V::c>, read<&V::result, &V::values>},
+    {read<&V::a, &V::b, &V::bytes, &V::c>, read<&V::result, &V::bytes>},
+    {read<&V::a, &V::bundle, &V::values>, read<&V::result, &V::values>},
+    {read<&V::a, &V::b, &V::bundle>, read<&V::result>},
+    {read<&V::callback>, read<>},
+    {read<&V::callback, &V::bundle>, read<&V::accepted>},
+    {read<&V::callback>, read<>},
+    {read<&V::bundle>, read<>},
+    {read<&V::a, &V::b, &V::input, &V::output>, read<&V::result, &V::input, &V::output>},
 };
 static_assert(std::size(kServiceOperations) == de::kServiceCodeCount);
 
 constexpr Operation kCallbackOperations[] = {
-    {kMembers<&V::a, &V::b>, {}, nullptr},
-    {kMembers<&V::a, &V::bundle>, {}, nullptr},
+    {read<&V::a, &V::b>, nullptr},
+    {read<&V::a, &V::bundle>, nullptr},
 };
 static_assert(std::size(kCallbackOperations) ==
               static_cast<size_t>(de::CallbackCode::ON_EVENT_WITH_DATA));
@@ -152,99 +108,6 @@ inline void touch(const sp<GraphicBuffer>& image) {
     }
 }
 
-/** A stub that keeps code and arguments of the call, and answers what it is told to. */
-template <typename STUB>
-class Recording : public STUB {
-public:
-    Parcel call;
-    Values answers;
-    Status outcome;
-
-protected:
-    template <typename... ARGUMENTS>
-    Status record(int32_t code, const ARGUMENTS&... arguments) {
-        de::items::writeItems(call, code, arguments...);
-        return outcome;
-    }
-};
-
-class RecordingCallback : public Recording<de::BnDisplayEngineCallback> {
-public:
-    Status onEvent(int32_t event, int32_t value) override { return record(1, event, value); }
-    Status onEventWithData(int32_t event, const PersistableBundle& data) override {
-        return record(2, event, data);
-    }
-};
-
-class RecordingService : public Recording<de::BnDisplayEngineService> {
-    using Callback = sp<de::IDisplayEngineCallback>;
-    using Bundle = PersistableBundle;
-    using Buffer = de::DeGraphicBuffer;
-    using Int = int32_t;
-
-public:
-    Status getSupported(Int a, Int* r) override { return recordFor(r, 1, a); }
-    Status setScene(Int a, Int b, Int* r) override { return recordFor(r, 2, a, b); }
-    Status setData(Int a, const Bundle& b, Int* r) override { return recordFor(r, 3, a, b); }
-    Status getEffectEx(Int a, Int b, std::vector<Int>* v, Int c, Int* r) override {
-        return recordFor(r, 4, a, b, std::exchange(*v, answers.values), c);
-    }
-    Status getEffect(Int a, Int b, std::vector<uint8_t>* y, Int c, Int* r) override {
-        return recordFor(r, 5, a, b, std::exchange(*y, answers.bytes), c);
-    }
-    Status getEffectExByData(Int a, const Bundle& b, std::vector<Int>* v, Int* r) override {
-        return recordFor(r, 6, a, b, std::exchange(*v, answers.values));
-    }
-    Status setEffect(Int a, Int b, const Bundle& c, Int* r) override {
-        return recordFor(r, 7, a, b, c);
-    }
-    Status registerCallback(const Callback& c) override { return record(8, c); }
-    Status registerCallbackEx(const Callback& c, const Bundle& b, bool* accepted) override {
-        *accepted = answers.accepted;
-        return record(9, c, b);
-    }
-    Status unregisterCallback(const Callback& c) override { return record(10, c); }
-    Status unregisterCallbackEx(const Bundle& b) override { return record(11, b); }
-    Status processGraphicBuffer(Int a, Int b, Buffer* g, Buffer* h, Int* r) override {
-        touch(g->getGraphicBuffer());
-        touch(h->getGraphicBuffer());
-        const Buffer input = std::exchange(*g, answers.input);
-        return recordFor(r, 12, a, b, input, std::exchange(*h, answers.output));
-    }
-
-private:
-    template <typename... ARGUMENTS>
-    Status recordFor(Int* result, Int code, const ARGUMENTS&... arguments) {
-        *result = answers.result;
-        return record(code, arguments...);
-    }
-};
-
-inline Values::Values(FuzzedDataProvider& data) {
-    enum Has : uint8_t { ACCEPTED = 1, BUNDLE = 2, INPUT = 4, OUTPUT = 8, CALLBACK = 16 };
-    static auto* const known = new sp<RecordingCallback>(new RecordingCallback);
-    a = data.ConsumeIntegral<int32_t>();
-    b = data.ConsumeIntegral<int32_t>();
-    c = data.ConsumeIntegral<int32_t>();
-    result = data.ConsumeIntegral<int32_t>();
-    values.resize(data.ConsumeIntegralInRange<size_t>(0, 7), result);
-    bytes.resize(data.ConsumeIntegralInRange<size_t>(0, 7), 0xa5);
-    const auto has = data.ConsumeIntegral<uint8_t>();
-    accepted = (has & ACCEPTED) != 0;
-    if ((has & BUNDLE) != 0) {
-        bundle.putInt(String16("k"), a);
-    }
-    if ((has & INPUT) != 0) {
-        input.setGraphicBuffer(newImage());
-    }
-    if ((has & OUTPUT) != 0) {
-        output.setGraphicBuffer(newImage());
-    }
-    if ((has & CALLBACK) != 0) {
-        callback = *known;
-    }
-}
-
 /** A binder or a descriptor beside the bytes of a parcel. */
 struct Object {
     size_t offset = 0;
@@ -252,15 +115,13 @@ struct Object {
     transport::UniqueFd fd;
 
     explicit Object(FuzzedDataProvider& data) {
-        static auto* const callback = new sp<IBinder>(new RecordingCallback);
-        static auto* const other = new sp<IBinder>(new BBinder);
         enum { NONE, CALLBACK, OTHER, DEVICE, MEMORY, UNSEALED, READ_ONLY };
         const int kind = data.ConsumeIntegralInRange<int>(NONE, READ_ONLY);
         const off_t size = data.ConsumeIntegral<uint16_t>();
         if (kind == CALLBACK) {
-            binder = *callback;
+            binder = new protocol::RecordingCallback;
         } else if (kind == OTHER) {
-            binder = *other;
+            binder = new BBinder;
         } else if (kind == DEVICE) {
             fd = transport::UniqueFd(open("/dev/null", O_RDWR | O_CLOEXEC));
         } else if (kind >= MEMORY) {
@@ -316,24 +177,5 @@ struct Input {
     std::vector<Object> objects;
     size_t size = 0; /**< to which the parcel is cut */
 };
-
-inline Status makeStatus(FuzzedDataProvider& data) {
-    const int kind = data.ConsumeIntegralInRange(0, 3);
-    const auto number = data.ConsumeIntegral<int32_t>();
-    return kind == 0   ? Status::ok()
-           : kind == 1 ? Status::fromExceptionCode(number, "why")
-           : kind == 2 ? Status::fromServiceSpecificError(number, "why")
-                       : Status::fromStatusT(number);
-}
-
-/** Whether both hold the same bytes and the same binders. */
-inline bool same(const Parcel& a, const Parcel& b) {
-    const auto sameObject = [](const ParcelObject& one, const ParcelObject& other) {
-        return one.binder == other.binder && (one.fd < 0) == (other.fd < 0);
-    };
-    return std::equal(a.data(), a.data() + a.dataSize(), b.data(), b.data() + b.dataSize()) &&
-           std::equal(a.objects().begin(), a.objects().end(), b.objects().begin(),
-                      b.objects().end(), sameObject);
-}
 
 }  // namespace fuzz
