@@ -37,15 +37,21 @@ using namespace android;
 using android::binder::Status;
 using android::os::PersistableBundle;
 
-/** Runs one input, and looks for descriptors that it has left open: they take the lowest numbers.
- */
+/** Runs one input, and looks for descriptors that it has left open. */
 template <typename F>
 int requireNoLeak(F f) {
     __android_log_set_logger([](const __android_log_message* /*message*/) {});
-    const auto lowestFree = [] { return transport::UniqueFd(dup(STDERR_FILENO)).get(); };
-    const int before = lowestFree();
+    const auto countOpen = [] {
+        constexpr int kMost = 64;  // More than an input opens.
+        int count = 0;
+        for (int fd = 0; fd < kMost; ++fd) {
+            count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
+        }
+        return count;
+    };
+    const int before = countOpen();
     f();
-    REQUIRE(lowestFree() == before);
+    REQUIRE(countOpen() == before);
     return 0;
 }
 
@@ -158,6 +164,12 @@ struct Input {
         if (parcel->ipcSetData(bytes, handed) != OK) {
             REQUIRE(!objects.empty() && parcel->dataSize() == 0 && parcel->objects().empty());
             return false;
+        }
+        constexpr size_t kPlaceholder = 24;
+        size_t end = 0;
+        for (const ParcelObject& object : parcel->objects()) {
+            REQUIRE(object.offset >= end && object.offset + kPlaceholder <= bytes.size());
+            end = object.offset + kPlaceholder;
         }
         REQUIRE(parcel->setDataSize(size) == OK);
         return true;
