@@ -109,25 +109,19 @@ TEST_F(FacadeTest, TakesTheLastAnswerForGood) {
     race(0);
 }
 
-TEST_F(FacadeTest, MakesAnEventWaitForTheEngine) {
+TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
     const sp<EngineService> service = EngineService::install();
+    const PersistableBundle off = protocol::enable(false);
+    const PersistableBundle on = protocol::enable(true);
     std::future<void> event;
     service->whenRegistered = [&](const EngineService::Callback& callback) {
-        event = startAndWaitUntilAsleep([callback] {
-            EXPECT_TRUE(callback->onEventWithData(3, protocol::enable(false)).isOk());
-        });
+        event = startAndWaitUntilAsleep(
+            [callback, &off] { EXPECT_TRUE(callback->onEventWithData(3, off).isOk()); });
     };
     EXPECT_TRUE(manager->isVideoEngineSupported());
     event.get();
-    EXPECT_FALSE(manager->getVideoAppConfig()) << "it came while the engine was registering";
-}
-
-TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
-    const sp<EngineService> service = EngineService::install();
-    ASSERT_TRUE(manager->getVideoAppConfig());
+    EXPECT_FALSE(manager->getVideoAppConfig()) << "it waited while the engine was registering";
     const EngineService::Callback callback = service->callback();
-    const PersistableBundle off = protocol::enable(false);
-    const PersistableBundle on = protocol::enable(true);
     PersistableBundle number;
     number.putInt(String16("Enable"), 0);
     const std::string tag = "DE N AISR onEventWithData:#: ";
@@ -141,12 +135,12 @@ TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
         std::string last;
         bool isEnabled;
     } events[] = {
+        {3, on, "4 " + tag + "Enable:1", "Because mIsEnable:1", true},
         {2, off, wrongType, wrongType, true},
         {3, number, noEnable, noEnable, true},
         {3, PersistableBundle(), noEnable, noEnable, true},
         {3, on, "4 " + tag + "Enable:1", "setEnableInternal:#: Same enable:1 for ", true},
         {3, off, "4 " + tag + "Enable:0", "Because mIsEnable:0", false},
-        {3, on, "4 " + tag + "Enable:1", "Because mIsEnable:1", true},
     };
     for (const auto& expected : events) {
         log.take();

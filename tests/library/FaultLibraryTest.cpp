@@ -4,12 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 
 #include "aisr/AisrEngine.h"
-#include "support/ControlledClock.h"
 #include "support/EngineService.h"
 #include "support/FaultInjection.h"
 #include "support/LogCapture.h"
@@ -22,10 +20,9 @@ namespace {
 const std::string kPath = "/system/lib64/libAISRProcess_interface.so";
 const std::string kAdapter = "5 DE N AISRAlgo ";
 const std::string kEngine = "5 DE N AISR ";
-const std::string kFrame = "(data:{ id=1 idx=# 32(64)x16 }) ";
 const std::string kNotReady = kEngine + "getReady:#: mAlgorithm.init() failed!\n";
 const std::string kFailed =
-    kEngine + "doEnhance:#: mAlgorithm.enhance" + kFrame + "failed! Used #ms\n";
+    kEngine + "doEnhance:#: mAlgorithm.enhance(data:{ id=1 idx=# 32(64)x16 }) failed! Used #ms\n";
 const std::string kNoInit = kAdapter + "init:#: mInitFunc failed, return AISR_ERR_FATAL(1)\n";
 const std::string kSetParam = kAdapter + "setParam:#: mSetParamFunc(&mContext,";
 
@@ -67,22 +64,6 @@ Fault without(const std::string& entry, const std::string& name) {
                 kPath + ": undefined symbol: " + entry + "\n" + kNotReady};
 }
 
-/** The frame is given up at once, and lasts until its cancel, which is refused. */
-void refuseCancel() {
-    controlled_clock::misreadWallClockOnce(-std::chrono::hours(1));
-    const auto cancelled = std::make_shared<processing::Gate>();
-    processing::setHook([cancelled](const Call& call) {
-        if (call.tag == AISR_TAG_SET_TIMEOUT) {
-            cancelled->open();
-            return AISR_ERR_TIMEOUT;
-        }
-        if (call.entry == "AisrProcess") {
-            cancelled->pass();
-        }
-        return AISR_SUCCESS;
-    });
-}
-
 void throwInProcess() {
     processing::setHook([](const Call& call) {
         if (call.entry == "AisrProcess") {
@@ -116,11 +97,6 @@ const Fault kFaults[] = {
     {"no process", kStart, failing("AisrProcess", -1),
      kAdapter + "enhance:#: mProcessFunc failed, return Unknown error code: -1\n" + kFailed, 1},
     {"exception", kStart, throwInProcess, kFailed, 1},
-    {"cancel refused", kStart, refuseCancel,
-     kEngine + "enhance:#: doEnhance" + kFrame + "expired #(10000)ms timeout!\n" + kSetParam +
-         "AISR_TAG_SET_TIMEOUT(3),&bufInfo,48) failed, return AISR_ERR_TIMEOUT(3)\n"
-         "4 DE N AISRAlgo cancel:#: data:{ id=1 idx=# y=0x# uv=0x# 32(64)x16 } -- failed!\n",
-     1},
     {"no deinit", kStart, failing("AisrDeinit", 3),
      kAdapter + "deinit:#: mDeinitFunc failed, return AISR_ERR_TIMEOUT(3)\n" + kEngine +
          "onAppStop:#: mAlgorithm.deinit() failed!\n",

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
 #include <list>
-#include <vector>
 
 #include "aisr/AisrAlgorithm.h"
 #include "support/ProcessingLibrary.h"
@@ -15,7 +15,10 @@ namespace {
 TEST(RuntimeListTest, CarriesTheFrameToTheProcessingLibrary) {
     using Frames = std::list<AisrBuffer>;
     const Frames* frames = nullptr;
-    std::vector<AisrBuffer> found;
+    processing::Frame frame;
+    Aisr::BufferInfo info = frame.info(0x7b3f);
+    info.idx = 9;
+    const AisrBuffer sent = {info.id, 9, info.width, info.height, info.stride, 0, info.y, info.uv};
     processing::use("without_nothing");
     processing::setHook([&](const processing::Call& call) {
         if (call.tag == AISR_TAG_SET_BUF) {
@@ -24,23 +27,15 @@ TEST(RuntimeListTest, CarriesTheFrameToTheProcessingLibrary) {
         } else if (call.entry == "AisrProcess") {
             // Walked only here: it has to last until the process call has returned.
             EXPECT_EQ(frames->size(), 1U);
-            found.assign(frames->begin(), frames->end());
-            found.insert(found.end(), frames->rbegin(), frames->rend());
+            EXPECT_EQ(std::distance(frames->begin(), frames->end()), 1);
+            EXPECT_EQ(std::memcmp(&frames->front(), &sent, sizeof(sent)), 0);
+            EXPECT_EQ(std::memcmp(&frames->back(), &sent, sizeof(sent)), 0);
         }
         return 0;
     });
     AisrAlgorithm algorithm;
-    processing::Frame frame;
-    for (uint64_t idx = 9; idx < 12; ++idx) {
-        Aisr::BufferInfo info = frame.info(0x7b3f);
-        info.idx = idx;
-        ASSERT_EQ(algorithm.enhance(info), 0);
-        const AisrBuffer sent = {info.id,     idx, info.width, info.height,
-                                 info.stride, 0,   info.y,     info.uv};
-        ASSERT_EQ(found.size(), 2U) << "once each way";
-        EXPECT_EQ(std::memcmp(&found.front(), &sent, sizeof(sent)), 0);
-        EXPECT_EQ(std::memcmp(&found.back(), &sent, sizeof(sent)), 0);
-    }
+    EXPECT_EQ(algorithm.enhance(info), 0);
+    EXPECT_EQ(processing::count("AisrProcess"), 1U);
 }
 
 }  // namespace

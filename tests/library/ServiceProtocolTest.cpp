@@ -3,6 +3,7 @@
 // Bytes that nobody of ours sends are the fuzzers' subject.
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
+#include <ui/GraphicBuffer.h>
 
 #include <functional>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "support/Recording.h"
 #include "support/ServiceOperations.h"
 
+using android::GraphicBuffer;
 using android::IBinder;
 using android::OK;
 using android::Parcel;
@@ -72,11 +74,15 @@ protected:
 };
 
 // "com.tivora.displayengine.IDisplayEngineService" behind the platform's header.
-const std::string kToken =
-    "00000080 ffffffff 54535953 2e000000 "
+const std::string kHeader = "00000080 ffffffff 54535953 ";
+const std::string kBothNames =
     "63006f00 6d002e00 74006900 76006f00 72006100 2e006400 69007300 70006c00 61007900 65006e00 "
-    "67006900 6e006500 2e004900 44006900 73007000 6c006100 79004500 6e006700 69006e00 65005300 "
-    "65007200 76006900 63006500 00000000";
+    "67006900 6e006500 2e004900 44006900 73007000 6c006100 79004500 6e006700 69006e00 6500";
+const std::string kToken =
+    kHeader + "2e000000 " + kBothNames + "5300 65007200 76006900 63006500 00000000";
+// "com.tivora.displayengine.IDisplayEngineCallback".
+const std::string kCallbackToken =
+    kHeader + "2f000000 " + kBothNames + "4300 61006c00 6c006200 61006300 6b000000";
 
 TEST_F(ServiceProtocolTest, RequestsAndRepliesHaveTheirLayout) {
     const sp<RecordingCallback> callback = new RecordingCallback;
@@ -107,7 +113,7 @@ TEST_F(ServiceProtocolTest, RequestsAndRepliesHaveTheirLayout) {
         << "an operation of the service is missing in the list";
 }
 
-TEST_F(ServiceProtocolTest, ExceptionsHaveTheirLayoutAndLeaveTheResultsAlone) {
+TEST_F(ServiceProtocolTest, ExceptionsAndBrokenMessagesLeaveTheResultsAlone) {
     // exception, "no", no remote trace, and the service's own code where there is one
     const struct {
         Status outcome;
@@ -128,9 +134,9 @@ TEST_F(ServiceProtocolTest, ExceptionsHaveTheirLayoutAndLeaveTheResultsAlone) {
         EXPECT_STREQ(received.exceptionMessage().string(), "no");
         EXPECT_EQ(tap->reply, expected.reply);
     }
-}
 
-TEST_F(ServiceProtocolTest, ABrokenReplyOrRequestIsAnError) {
+    // Nor is a reply or a request used that ends too early.
+    service->outcomes.clear();
     tap->change = [](Parcel* reply) { reply->writeInt32(0); };
     EXPECT_EQ(callAndFail().transactionError(), android::NOT_ENOUGH_DATA);
     Parcel request;
@@ -138,7 +144,7 @@ TEST_F(ServiceProtocolTest, ABrokenReplyOrRequestIsAnError) {
     EXPECT_EQ(service->transact(1, request, &reply), android::BAD_TYPE) << "no token";
     request.writeInterfaceToken(IDisplayEngineService::descriptor);
     EXPECT_EQ(service->transact(1, request, &reply), android::NOT_ENOUGH_DATA);
-    EXPECT_EQ(service->journal.count("getSupported"), 1U) << "the proxy's call alone";
+    EXPECT_EQ(service->journal.take().size(), std::size(cases) + 1) << "the proxy's calls alone";
 }
 
 TEST_F(ServiceProtocolTest, TheDefaultIsAskedForUnknownTransactionsOnly) {
@@ -167,13 +173,6 @@ TEST_F(ServiceProtocolTest, TheDefaultIsAskedForUnknownTransactionsOnly) {
     EXPECT_EQ(out.text(), kOperations[0].results);
 }
 
-// "com.tivora.displayengine.IDisplayEngineCallback" behind the platform's header.
-const std::string kCallbackToken =
-    "00000080 ffffffff 54535953 2f000000 "
-    "63006f00 6d002e00 74006900 76006f00 72006100 2e006400 69007300 70006c00 61007900 65006e00 "
-    "67006900 6e006500 2e004900 44006900 73007000 6c006100 79004500 6e006700 69006e00 65004300 "
-    "61006c00 6c006200 61006300 6b000000";
-
 TEST_F(ServiceProtocolTest, EventsHaveTheirLayoutAndAskForNoReply) {
     const sp<RecordingCallback> callback = new RecordingCallback;
     const sp<Tap> line = new Tap(callback);
@@ -196,6 +195,38 @@ TEST_F(ServiceProtocolTest, EventsHaveTheirLayoutAndAskForNoReply) {
     EXPECT_EQ(sender->onEvent(3, -1).transactionError(), android::UNKNOWN_TRANSACTION);
     EXPECT_TRUE(IDisplayEngineCallback::setDefaultImpl(std::make_unique<RecordingCallback>()));
     EXPECT_EQ(sender->onEvent(3, -1).exceptionCode(), Status::EX_ILLEGAL_STATE);
+}
+
+sp<GraphicBuffer> newBuffer(uint32_t width) {
+    return new GraphicBuffer(width, 2, android::PIXEL_FORMAT_RGBA_8888, 1,
+                             GraphicBuffer::USAGE_SW_WRITE_OFTEN);
+}
+
+std::string written(const DeGraphicBuffer& object) {
+    Parcel parcel;
+    object.writeToParcel(&parcel);
+    return hex(parcel);
+}
+
+TEST_F(ServiceProtocolTest, AGraphicBufferIsReadIntoTheOneHeldWhichStaysWhenNoneComes) {
+    Parcel parcel;
+    parcel.writeBool(false);
+    for (const int32_t value : {1, 1, 2, 3, 4}) {
+        parcel.writeInt32(value);  // present, and its four integers
+    }
+    parcel.write(*newBuffer(6));
+    const sp<GraphicBuffer> held = newBuffer(5);
+    DeGraphicBuffer object(held);
+    parcel.setDataPosition(0);
+    EXPECT_EQ(object.readFromParcel(&parcel), OK);
+    EXPECT_EQ(object.getGraphicBuffer(), held) << "none came";
+    EXPECT_EQ(held->getWidth(), 5U);
+    EXPECT_EQ(object.readFromParcel(&parcel), OK);
+    EXPECT_EQ(object.getGraphicBuffer(), held);
+    EXPECT_EQ(held->getWidth(), 6U);
+    EXPECT_EQ(written(object).rfind("01000000 01000000 02000000 03000000 04000000 ", 0), 0U);
+    object.setGraphicBuffer(nullptr);
+    EXPECT_EQ(written(object), "00000000");
 }
 
 }  // namespace
