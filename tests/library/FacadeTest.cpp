@@ -13,6 +13,7 @@
 #include "client/VideoEngine.h"
 #include "common/DisplayEngineCleanCommon.h"
 #include "support/EngineService.h"
+#include "support/FaultInjection.h"
 #include "support/LogCapture.h"
 #include "support/ProcessingLibrary.h"
 #include "support/ThreadState.h"
@@ -32,6 +33,7 @@ protected:
     }
 
     void race(int32_t secondAnswer);
+    void expectNoEngine(EngineService& service, const std::string& complaints);
 
     LogCapture log;
     processing::Frame frame;
@@ -107,6 +109,57 @@ TEST_F(FacadeTest, CreatesOneEngineForTwoFirstCallers) {
 
 TEST_F(FacadeTest, TakesTheLastAnswerForGood) {
     race(0);
+}
+
+// Every video method, in a client's order, has no effect, also when all would be well again.
+void FacadeTest::expectNoEngine(EngineService& service, const std::string& complaints) {
+    for (const std::string& expected : {complaints, std::string()}) {
+        Aisr::BufferInfo info = frame.info(1);
+        info.idx = 77;
+        EXPECT_FALSE(manager->isVideoEngineSupported());
+        manager->onVideoAppStart();
+        manager->onVideoStart();
+        manager->setVideoRect(1280, 720);
+        manager->setVideoFrameRate(30);
+        manager->setAisrEnable(true);
+        EXPECT_FALSE(manager->needVideoEnhance());
+        EXPECT_FALSE(manager->getVideoAppConfig());
+        manager->doVideoEnhance(info);
+        manager->onVideoStop();
+        manager->onVideoAppStop();
+        EXPECT_EQ(info.idx, 77U);
+        EXPECT_TRUE(processing::calls().empty());
+        EXPECT_EQ(fault::takeComplaints(&log), expected);
+        service.support = 1;
+        service.registerResult = true;
+        service.outcomes.clear();
+    }
+    EXPECT_EQ(service.journal.count("getSupported"), 1U);
+    EXPECT_EQ(manager->getReadingSupport(), 1) << "everything but enhancement works";
+}
+
+const std::string kNotSupported =
+    "5 DE N VideoEngine isAisrValid:#: AisrProcessor is NOT supported!\n";
+
+TEST_F(FacadeTest, IsWithoutAnEngineWhenTheAnswerIsTwo) {
+    const sp<EngineService> service = EngineService::install();
+    service->support = 2;
+    expectNoEngine(*service, kNotSupported);
+}
+
+TEST_F(FacadeTest, IsWithoutAnEngineWhenNoAnswerComes) {
+    const sp<EngineService> service = EngineService::install();
+    service->outcomes["getSupported"] = EngineService::Status::fromStatusT(android::DEAD_OBJECT);
+    expectNoEngine(*service,
+                   "5 DE N VideoEngine isAisrProcessorSupported:#: "
+                   "getSupported(DE_FEATURE_AISR, &support) failed!\n" +
+                       kNotSupported);
+}
+
+TEST_F(FacadeTest, IsWithoutAnEngineWhenItIsRefused) {
+    const sp<EngineService> service = EngineService::install();
+    service->registerResult = false;
+    expectNoEngine(*service, "5 DE N VideoEngine isAisrValid:#: AisrEngine initialize() failed!\n");
 }
 
 TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
