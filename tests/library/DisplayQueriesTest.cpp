@@ -98,7 +98,6 @@ int unregisterIt(Manager& it) {
 const std::string kNoBinder = "Failed to get displayengineserver binder!";
 const std::string kNoService = "service is nullptr!";
 const std::string kClosed = "RgLed closed. mSupportRgLedPrinted=1";
-const std::string kBadLevel = "INVALID BrightnessLevel=-1.";
 const std::string kNoName = "getPanelName() failded ret= ";
 const std::string kNoFolding = "Failed to getSupported(DE_FEATURE_FOLDINGCOMPENSATION)";
 const std::string kNoAlpha =
@@ -111,8 +110,6 @@ const Method kMethods[] = {
            [](auto& it) { return it.displayengineSetBrightness(100); },
            "getSupported 19;setScene 20 100;", {1, "mSupportRgLed=1"}, {-3, kClosed}, {0, kClosed},
            {-1, kNoService}),
-    method("displayengineSetBrightness", [](auto& it) { return it.displayengineSetBrightness(-1); },
-           "", {-1, kBadLevel}, {-1, kBadLevel}, {-1, kBadLevel}, {-1, kBadLevel}),
     method("getPanelName", getName, "getEffect 14 0 [255] 255;", {0}, {5, kNoName + "5"},
            {-1, kNoName + "-1"}, {-1, kNoService}),
     method("getReadingSupport", &Manager::getReadingSupport, "getSupported 26;", {1}, {-3}, {0},
@@ -225,6 +222,9 @@ TEST_F(DisplayQueriesTest, SendABrightnessOnce) {
     for (const int level : {100, 100, 101, 0, 0}) {
         EXPECT_EQ(manager->displayengineSetBrightness(level), 1);
     }
+    EXPECT_EQ(manager->displayengineSetBrightness(-1), -1);
+    EXPECT_EQ(log.last("INVALID"),
+              "6 DE N DEM displayengineSetBrightness:#: INVALID BrightnessLevel=-1.");
     EXPECT_EQ(takeCalls(), "getSupported 19;setScene 20 100;setScene 20 101;setScene 20 0;");
 
     service->mode = REFUSES;

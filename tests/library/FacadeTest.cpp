@@ -178,8 +178,7 @@ TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
     PersistableBundle number;
     number.putInt(String16("Enable"), 0);
     const std::string tag = "DE N AISR onEventWithData:#: ";
-    const std::string wrongType =
-        "5 " + tag + "Invalid input: event:2(expeted IDisplayEngineService::DE_EVENT_AISR:3)!";
+    const std::string wrongType = "(expeted IDisplayEngineService::DE_EVENT_AISR:3)!";
     const std::string noEnable = "5 " + tag + "Invalid input: no \"Enable\" found in data!";
     const struct {
         int event;
@@ -189,7 +188,8 @@ TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
         bool isEnabled;
     } events[] = {
         {3, on, "4 " + tag + "Enable:1", "Because mIsEnable:1", true},
-        {2, off, wrongType, wrongType, true},
+        {2, off, "5 " + tag + "Invalid input: event:2" + wrongType, wrongType, true},
+        {4, off, "5 " + tag + "Invalid input: event:4" + wrongType, wrongType, true},
         {3, number, noEnable, noEnable, true},
         {3, PersistableBundle(), noEnable, noEnable, true},
         {3, on, "4 " + tag + "Enable:1", "setEnableInternal:#: Same enable:1 for ", true},
