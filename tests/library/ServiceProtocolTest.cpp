@@ -269,13 +269,13 @@ Texts slotsOf(const std::string& className, size_t count) {
 // The interfaces are abstract, so their order is read off classes that implement the operations.
 // A destructor takes two slots. kUnnamed: onAsBinder and other members of the platform's bases.
 TEST_F(ServiceProtocolTest, VirtualOperationsHaveTheirSlots) {
-    Texts service = {"~BpDisplayEngineService", "~BpDisplayEngineService", kUnnamed,
-                     "getInterfaceDescriptor"};
+    Texts serviceTable = {"~BpDisplayEngineService", "~BpDisplayEngineService", kUnnamed,
+                          "getInterfaceDescriptor"};
     for (const Operation& operation : kOperations) {
-        service.push_back(operation.name());
+        serviceTable.push_back(operation.name());
     }
     const std::pair<std::string, Texts> tables[] = {
-        {"N3com6tivora13displayengine22BpDisplayEngineServiceE", service},
+        {"N3com6tivora13displayengine22BpDisplayEngineServiceE", serviceTable},
         {"N3com6tivora13displayengine23BpDisplayEngineCallbackE",
          {"~BpDisplayEngineCallback", "~BpDisplayEngineCallback", kUnnamed,
           "getInterfaceDescriptor", "onEvent", "onEventWithData"}},
