@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The display queries and settings, each with a service that answers, answers with errors or too
-// little, refuses by an exception, or is not there.
+// little, refuses by an exception, or is not there; and how the service is found.
 #include <binder/IServiceManager.h>
 #include <gtest/gtest.h>
 
@@ -8,6 +8,7 @@
 #include <map>
 #include <thread>
 
+#include "aisr/AisrEngine.h"
 #include "client/DisplayEngineManager.h"
 #include "client/ServiceConnection.h"
 #include "common/DisplayEngineCleanCommon.h"
@@ -97,7 +98,6 @@ int unregisterIt(Manager& it) {
 const std::string kNoBinder = "Failed to get displayengineserver binder!";
 const std::string kNoService = "service is nullptr!";
 const std::string kClosed = "RgLed closed. mSupportRgLedPrinted=1";
-const std::string kBadLevel = "INVALID BrightnessLevel=-1.";
 const std::string kNoName = "getPanelName() failded ret= ";
 const std::string kNoFolding = "Failed to getSupported(DE_FEATURE_FOLDINGCOMPENSATION)";
 const std::string kNoAlpha =
@@ -110,8 +110,6 @@ const Method kMethods[] = {
            [](auto& it) { return it.displayengineSetBrightness(100); },
            "getSupported 19;setScene 20 100;", {1, "mSupportRgLed=1"}, {-3, kClosed}, {0, kClosed},
            {-1, kNoService}),
-    method("displayengineSetBrightness", [](auto& it) { return it.displayengineSetBrightness(-1); },
-           "", {-1, kBadLevel}, {-1, kBadLevel}, {-1, kBadLevel}, {-1, kBadLevel}),
     method("getPanelName", getName, "getEffect 14 0 [255] 255;", {0}, {5, kNoName + "5"},
            {-1, kNoName + "-1"}, {-1, kNoService}),
     method("getReadingSupport", &Manager::getReadingSupport, "getSupported 26;", {1}, {-3}, {0},
@@ -148,8 +146,11 @@ class DisplayQueriesTest : public testing::Test {
 protected:
     void install(Mode mode) {
         service->mode = mode;
+        add(service);
+    }
+    static void add(const sp<QueriedService>& added) {
         EXPECT_EQ(android::defaultServiceManager()->addService(
-                      android::String16("DisplayEngineService"), service),
+                      android::String16("DisplayEngineService"), added),
                   android::OK);
     }
     /** A manager of a client that wants to read the log. */
@@ -157,17 +158,6 @@ protected:
         const sp<Manager> made = new Manager;
         g_delogdEnable = g_delogiEnable = true;  // It has switched them off.
         return made;
-    }
-    /** Calls the method: its result, and its last message or none, are those of the mode. */
-    void expect(const Method& method, Manager& manager, Mode mode) {
-        const Outcome& expected = method.outcomes[mode];
-        log.take();
-        EXPECT_EQ(method.call(manager), expected.result);
-        const std::string line = log.last("DE N DEM ");
-        EXPECT_EQ(line.substr(std::min(line.size(), size_t{2})),
-                  expected.message.empty()
-                      ? ""
-                      : std::string("DE N DEM ") + method.name + ":#: " + expected.message);
     }
     std::string takeCalls() {
         std::string calls;
@@ -181,22 +171,26 @@ protected:
     const sp<QueriedService> service = new QueriedService;
 };
 
-TEST_F(DisplayQueriesTest, PassAnswersAndErrorsOnAndMeetARefusalWithTheirFailureValues) {
+TEST_F(DisplayQueriesTest, PassAnswersAndErrorsOnAndMeetOtherRepliesWithTheirFailureValues) {
     for (const Mode mode : {ANSWERS, ERRORS, REFUSES}) {
         install(mode);
         for (const Method& method : kMethods) {
             SCOPED_TRACE(method.name);
-            expect(method, *newManager(), mode);
+            const Outcome& expected = method.outcomes[mode];
+            const std::string message = std::string("DE N DEM ") + method.name + ":#: ";
+            const sp<Manager> manager = newManager();
+            log.take();
+            EXPECT_EQ(method.call(*manager), expected.result);
+            const std::string last = log.last("DE N DEM ");
+            EXPECT_EQ(last.empty() ? "" : last.substr(2),
+                      expected.message.empty() ? "" : message + expected.message);
             const std::string calls = takeCalls();
             // Without the feature the brightness is not sent.
             EXPECT_EQ(calls, mode != ANSWERS && calls == "getSupported 19;" ? calls : method.calls);
         }
         EXPECT_EQ(gPanelName, mode == ANSWERS ? "PANEL01" : "untouched");
     }
-}
-
-TEST_F(DisplayQueriesTest, ReadNothingBehindAShortReply) {
-    install(SHORT);
+    service->mode = SHORT;
     const sp<Manager> manager = newManager();
     EXPECT_EQ(manager->getFoldingCompensationAlpha(), 1023);
     EXPECT_EQ(manager->getLocalHBMSupport(), 0);
@@ -228,6 +222,9 @@ TEST_F(DisplayQueriesTest, SendABrightnessOnce) {
     for (const int level : {100, 100, 101, 0, 0}) {
         EXPECT_EQ(manager->displayengineSetBrightness(level), 1);
     }
+    EXPECT_EQ(manager->displayengineSetBrightness(-1), -1);
+    EXPECT_EQ(log.last("INVALID"),
+              "6 DE N DEM displayengineSetBrightness:#: INVALID BrightnessLevel=-1.");
     EXPECT_EQ(takeCalls(), "getSupported 19;setScene 20 100;setScene 20 101;setScene 20 0;");
 
     service->mode = REFUSES;
@@ -238,6 +235,38 @@ TEST_F(DisplayQueriesTest, SendABrightnessOnce) {
     EXPECT_EQ(log.count(kClosed), 1U);
     EXPECT_EQ(log.count("mSupportRgLed=0"), 1U);
     EXPECT_EQ(takeCalls(), "getSupported 19;");
+}
+
+TEST_F(DisplayQueriesTest, LookForTheServiceUntilItIsFoundAndThenNeverMore) {
+    const sp<Manager> manager = newManager();
+    EXPECT_EQ(checkDisplayEngineService(), nullptr);
+    EXPECT_EQ(log.lines().back(), "6 DE N DEM checkDisplayEngineService:#: binder is nullptr!");
+    EXPECT_EQ(manager->getService(), nullptr) << "after the service manager's wait";
+    EXPECT_EQ(log.lines().back(), "6 DE N DEM getDisplayEngineService:#: binder is nullptr!");
+    const std::string noLookup = ":#: Failed to get displayengineserver binder(";
+    EXPECT_FALSE(AisrEngine().initialize());
+    EXPECT_TRUE(log.contains("6 DE N AISR initialize" + noLookup));
+    EXPECT_FALSE(manager->isVideoEngineSupported());
+    EXPECT_TRUE(log.contains("5 DE N VideoEngine isAisrProcessorSupported" + noLookup));
+
+    install(ANSWERS);
+    EXPECT_FALSE(manager->isVideoEngineSupported());
+    EXPECT_EQ(takeCalls(), "") << "that outcome holds for the process";
+    const int32_t before = service->getStrongCount();
+    EXPECT_EQ(manager->getService(), service);
+    EXPECT_EQ(checkDisplayEngineService(), service);
+    EXPECT_EQ(getDisplayEngineService(), service);
+    EXPECT_EQ(service->getStrongCount(), before + 1) << "the manager keeps a reference";
+    sp<Manager> another = newManager();
+    EXPECT_EQ(another->getService(), service);
+    EXPECT_EQ(service->getStrongCount(), before + 2);
+    another.clear();
+    EXPECT_EQ(service->getStrongCount(), before + 1) << "and gives it back";
+
+    const sp<QueriedService> successor = new QueriedService;
+    add(successor);
+    EXPECT_EQ(checkDisplayEngineService(), successor);
+    EXPECT_EQ(manager->getService(), service) << "once found, it is never looked up again";
 }
 
 }  // namespace

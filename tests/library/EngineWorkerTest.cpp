@@ -2,7 +2,6 @@
 // A frame's way through the engine: its guards, the worker, the time limits and the stop.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <future>
 #include <optional>
 
@@ -63,15 +62,11 @@ protected:
     std::optional<AisrEngine> engine;
 };
 
-TEST_F(EngineWorkerTest, DoesNothingBeforeItIsInitialised) {
-    EXPECT_EQ(offer(kStream), 77U);
-    EXPECT_FALSE(engine->isReady());
+TEST_F(EngineWorkerTest, RefusesInvalidFramesAndNumbersTheOthers) {
+    EXPECT_EQ(offer(kStream), 77U) << "not yet initialised";
     engine->onAppStart();
     EXPECT_TRUE(log.contains("5 DE N AISR onAppStart:#: Not ready for enhancement!"));
     EXPECT_EQ(processing::calls().size(), 0U);
-}
-
-TEST_F(EngineWorkerTest, RefusesInvalidFramesAndNumbersTheOthers) {
     ASSERT_TRUE(engine->initialize());
     EXPECT_EQ(offer(kStream), 0U);
     const struct {
@@ -122,24 +117,42 @@ TEST_F(EngineWorkerTest, SpendsItsRetriesOnlyOnFrames) {
     EXPECT_EQ(processing::count("AisrProcess"), 1U);
 }
 
-TEST_F(EngineWorkerTest, WaitsForTheFrameAndReportsIt) {
+TEST_F(EngineWorkerTest, TellsFastSlowAndFailedFramesBehindTheirOwnSwitches) {
     ASSERT_TRUE(engine->initialize());
-    take(milliseconds(32));
-    offer(kStream);
-    const std::string safe = "data:{ id=7b3f idx=0 32(64)x16 }";
-    EXPECT_TRUE(log.contains("4 DE N AISR doEnhance:#: enhance(" + safe + ") used 32ms"));
-    EXPECT_TRUE(log.contains(") used 32ms return 0"));
-
+    const std::string told = "4 DE N AISR doEnhance:#: enhance(data:{ id=7b3f idx=";
+    const std::string untold = "";
+    const struct {
+        bool isDebugOn; /**< The info switch is the other way round. */
+        int durationMs;
+        std::string line; /**< of the worker */
+    } cases[] = {{true, 32, told + "0 32(64)x16 }) used 32ms"},
+                 {false, 32, untold},
+                 {true, 33, untold},
+                 {false, 33, told + "3 32(64)x16 }) used 33ms"}};
+    for (const auto& expected : cases) {
+        g_delogdEnable = expected.isDebugOn;
+        g_delogiEnable = !expected.isDebugOn;
+        log.take();
+        take(milliseconds(expected.durationMs));
+        offer(kStream);
+        EXPECT_EQ(log.last("doEnhance:#: enhance("), expected.line);
+        const std::string end = ") used " + std::to_string(expected.durationMs) + "ms return 0";
+        EXPECT_EQ(log.contains(end), expected.isDebugOn) << "of the caller";
+    }
+    g_delogdEnable = g_delogiEnable = true;
+    log.take();
     take(milliseconds(50), 1);
     offer(kStream);
-    EXPECT_TRUE(
-        log.contains("5 DE N AISR doEnhance:#: mAlgorithm.enhance(data:{ id=7b3f idx=1 "
-                     "32(64)x16 }) failed! Used 50ms"));
+    EXPECT_EQ(log.last("failed! "),
+              "5 DE N AISR doEnhance:#: mAlgorithm.enhance(data:{ id=7b3f "
+              "idx=4 32(64)x16 }) failed! Used 50ms");
     EXPECT_TRUE(log.contains(") used 50ms return -1"));
-    EXPECT_EQ(log.count("Overload:"), 0U) << "a failed frame is no timeout";
+    EXPECT_FALSE(log.contains("Overload:")) << "a failed frame is no timeout";
 }
 
 TEST_F(EngineWorkerTest, LatchesOverloadUntilTheStreamChanges) {
+    service->config.maxFps = 7;
+    service->config.monitorMaxFps = 8;  // The monitor's interval closes on its ninth frame.
     ASSERT_TRUE(engine->initialize());
     take(milliseconds(33));
     for (int slow = 1; slow <= 4; ++slow) {
@@ -171,22 +184,8 @@ TEST_F(EngineWorkerTest, LatchesOverloadUntilTheStreamChanges) {
     EXPECT_EQ(offer(kOther), 0U);
     EXPECT_EQ(processing::count("AisrProcess"), 7U);
     EXPECT_NE(log.last("count:").find("count:1 at"), std::string::npos) << "a new history";
-}
-
-TEST_F(EngineWorkerTest, KeepsOverloadedFramesFromTheMonitor) {
-    service->config.maxFps = 2;
-    service->config.monitorMaxFps =
-        3;  // The monitor's interval closes on the fourth frame that it sees.
-    service->config.overloadMs = 5;      // ms
-    service->config.toleranceCount = 2;  // Two slow frames latch the overload.
-    ASSERT_TRUE(engine->initialize());
-    take(milliseconds(5));
-    for (int offered = 0; offered < 10; ++offered) {
-        offer(kStream);
-    }
-    EXPECT_EQ(processing::count("AisrProcess"), 2U);
     offer(kOther);
-    EXPECT_FALSE(log.contains("isUnhealthy:#: "));
+    EXPECT_FALSE(log.contains("isUnhealthy:#: ")) << "the refused frames are not monitored";
     offer(kOther);
     EXPECT_TRUE(log.contains("isUnhealthy:#: "));
 }
@@ -214,10 +213,10 @@ TEST_F(EngineWorkerTest, GivesUpAndCancelsAnExpiredFrame) {
     // The worker is still at it: the next frame waits in the queue, and the one after is refused.
     offer(kStream);
     EXPECT_EQ(log.count("expired"), 2U);
-    const Call cancel = processing::calls().back();
-    EXPECT_EQ(cancel.text(), "AisrSetParam(3)");
-    EXPECT_EQ(cancel.buffer.id, kStream);
-    EXPECT_EQ(cancel.buffer.idx, 1U);
+    Aisr::BufferInfo queued = frame.info(kStream);
+    queued.idx = 1;
+    EXPECT_EQ(log.last("AISRAlgo cancel"),
+              "4 DE N AISRAlgo cancel:#: " + AisrAlgorithm::toString(queued) + " -- failed!");
     offer(kStream);
     EXPECT_NE(log.last("skip!").find("5 DE N AISR enhance:#: Tasks is not empty! enhance(data:{ "
                                      "id=7b3f idx=2 y=0x"),
@@ -233,44 +232,17 @@ TEST_F(EngineWorkerTest, GivesUpAndCancelsAnExpiredFrame) {
     EXPECT_EQ(processing::count("AisrProcess"), 2U);
 }
 
-TEST_F(EngineWorkerTest, WaitsByTheWallClock) {
-    service->config.abortMs = 600'000;
+TEST_F(EngineWorkerTest, WaitsByTheWallClockAndDropsTheQueuedFrameAtTheEnd) {
+    service->config.abortMs = 10 * EngineService::kPatientMs;  // The gate does not wait so long.
     ASSERT_TRUE(engine->initialize());
     Gate gate;
     processing::hold("AisrProcess", &gate);
-    controlled_clock::misreadWallClockOnce(-std::chrono::hours(1));
-    offer(kStream);  // Its deadline, ten minutes ahead by that clock, lies behind.
-    EXPECT_TRUE(log.contains("expired"));
-    gate.open();
-    engine.reset();  // The worker may come to the gate only now.
-}
-
-TEST_F(EngineWorkerTest, TellsFastAndSlowFramesBehindTheirOwnSwitches) {
-    ASSERT_TRUE(engine->initialize());
-    const struct {
-        bool isDebugOn; /**< The info switch is the other way round. */
-        int64_t durationMs;
-        bool isTold;
-    } cases[] = {{true, 32, true}, {false, 32, false}, {true, 33, false}, {false, 33, true}};
-    for (const auto& expected : cases) {
-        g_delogdEnable = expected.isDebugOn;
-        g_delogiEnable = !expected.isDebugOn;
-        log.take();
-        take(milliseconds(expected.durationMs));
-        offer(kStream);
-        EXPECT_EQ(log.contains("doEnhance:#: enhance("), expected.isTold);
+    for (size_t frames = 1; frames <= 2; ++frames) {
+        controlled_clock::misreadWallClockOnce(-std::chrono::hours(1));
+        offer(kStream);  // Its deadline, some seconds ahead by that clock, lies behind.
+        EXPECT_EQ(log.count("expired"), frames);
+        processing::waitFor("AisrProcess");
     }
-    g_delogdEnable = g_delogiEnable = true;
-}
-
-TEST_F(EngineWorkerTest, FinishesTheFrameInProcessingAndDropsTheQueuedOne) {
-    service->config.abortMs = service->config.overloadMs = 5;  // ms of real time
-    ASSERT_TRUE(engine->initialize());
-    Gate gate;
-    processing::hold("AisrProcess", &gate);
-    offer(kStream);
-    processing::waitFor("AisrProcess");
-    offer(kStream);  // Expires in the queue.
     auto stopped = std::async(std::launch::async, [&] { engine.reset(); });
     log.waitFor("~AisrEngine:#: join");
     EXPECT_FALSE(log.contains("enhance died."));

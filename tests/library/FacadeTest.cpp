@@ -13,6 +13,7 @@
 #include "client/VideoEngine.h"
 #include "common/DisplayEngineCleanCommon.h"
 #include "support/EngineService.h"
+#include "support/FaultInjection.h"
 #include "support/LogCapture.h"
 #include "support/ProcessingLibrary.h"
 #include "support/ThreadState.h"
@@ -32,6 +33,7 @@ protected:
     }
 
     void race(int32_t secondAnswer);
+    void expectNoEngine(EngineService& service, const std::string& complaints);
 
     LogCapture log;
     processing::Frame frame;
@@ -109,32 +111,74 @@ TEST_F(FacadeTest, TakesTheLastAnswerForGood) {
     race(0);
 }
 
-TEST_F(FacadeTest, MakesAnEventWaitForTheEngine) {
+// Every video method, in a client's order, has no effect, also when all would be well again.
+void FacadeTest::expectNoEngine(EngineService& service, const std::string& complaints) {
+    for (const std::string& expected : {complaints, std::string()}) {
+        Aisr::BufferInfo info = frame.info(1);
+        info.idx = 77;
+        EXPECT_FALSE(manager->isVideoEngineSupported());
+        manager->onVideoAppStart();
+        manager->onVideoStart();
+        manager->setVideoRect(1280, 720);
+        manager->setVideoFrameRate(30);
+        manager->setAisrEnable(true);
+        EXPECT_FALSE(manager->needVideoEnhance());
+        EXPECT_FALSE(manager->getVideoAppConfig());
+        manager->doVideoEnhance(info);
+        manager->onVideoStop();
+        manager->onVideoAppStop();
+        EXPECT_EQ(info.idx, 77U);
+        EXPECT_TRUE(processing::calls().empty());
+        EXPECT_EQ(fault::takeComplaints(&log), expected);
+        service.support = 1;
+        service.registerResult = true;
+        service.outcomes.clear();
+    }
+    EXPECT_EQ(service.journal.count("getSupported"), 1U);
+    EXPECT_EQ(manager->getReadingSupport(), 1) << "everything but enhancement works";
+}
+
+const std::string kNotSupported =
+    "5 DE N VideoEngine isAisrValid:#: AisrProcessor is NOT supported!\n";
+
+TEST_F(FacadeTest, IsWithoutAnEngineWhenTheAnswerIsTwo) {
     const sp<EngineService> service = EngineService::install();
-    std::future<void> event;
-    service->whenRegistered = [&](const EngineService::Callback& callback) {
-        event = startAndWaitUntilAsleep([callback] {
-            EXPECT_TRUE(callback->onEventWithData(3, protocol::enable(false)).isOk());
-        });
-    };
-    EXPECT_TRUE(manager->isVideoEngineSupported());
-    event.get();
-    EXPECT_FALSE(manager->getVideoAppConfig()) << "it came while the engine was registering";
+    service->support = 2;
+    expectNoEngine(*service, kNotSupported);
+}
+
+TEST_F(FacadeTest, IsWithoutAnEngineWhenNoAnswerComes) {
+    const sp<EngineService> service = EngineService::install();
+    service->outcomes["getSupported"] = EngineService::Status::fromStatusT(android::DEAD_OBJECT);
+    expectNoEngine(*service,
+                   "5 DE N VideoEngine isAisrProcessorSupported:#: "
+                   "getSupported(DE_FEATURE_AISR, &support) failed!\n" +
+                       kNotSupported);
+}
+
+TEST_F(FacadeTest, IsWithoutAnEngineWhenItIsRefused) {
+    const sp<EngineService> service = EngineService::install();
+    service->registerResult = false;
+    expectNoEngine(*service, "5 DE N VideoEngine isAisrValid:#: AisrEngine initialize() failed!\n");
 }
 
 TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
     const sp<EngineService> service = EngineService::install();
-    ASSERT_TRUE(manager->getVideoAppConfig());
-    const EngineService::Callback callback = service->callback();
     const PersistableBundle off = protocol::enable(false);
     const PersistableBundle on = protocol::enable(true);
+    std::future<void> event;
+    service->whenRegistered = [&](const EngineService::Callback& callback) {
+        event = startAndWaitUntilAsleep(
+            [callback, &off] { EXPECT_TRUE(callback->onEventWithData(3, off).isOk()); });
+    };
+    EXPECT_TRUE(manager->isVideoEngineSupported());
+    event.get();
+    EXPECT_FALSE(manager->getVideoAppConfig()) << "it waited while the engine was registering";
+    const EngineService::Callback callback = service->callback();
     PersistableBundle number;
     number.putInt(String16("Enable"), 0);
     const std::string tag = "DE N AISR onEventWithData:#: ";
-    const auto wrongType = [&tag](int event) {
-        return "5 " + tag + "Invalid input: event:" + std::to_string(event) +
-               "(expeted IDisplayEngineService::DE_EVENT_AISR:3)!";
-    };
+    const std::string wrongType = "(expeted IDisplayEngineService::DE_EVENT_AISR:3)!";
     const std::string noEnable = "5 " + tag + "Invalid input: no \"Enable\" found in data!";
     const struct {
         int event;
@@ -143,13 +187,13 @@ TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
         std::string last;
         bool isEnabled;
     } events[] = {
-        {2, off, wrongType(2), wrongType(2), true},
-        {4, off, wrongType(4), wrongType(4), true},
+        {3, on, "4 " + tag + "Enable:1", "Because mIsEnable:1", true},
+        {2, off, "5 " + tag + "Invalid input: event:2" + wrongType, wrongType, true},
+        {4, off, "5 " + tag + "Invalid input: event:4" + wrongType, wrongType, true},
         {3, number, noEnable, noEnable, true},
         {3, PersistableBundle(), noEnable, noEnable, true},
         {3, on, "4 " + tag + "Enable:1", "setEnableInternal:#: Same enable:1 for ", true},
         {3, off, "4 " + tag + "Enable:0", "Because mIsEnable:0", false},
-        {3, on, "4 " + tag + "Enable:1", "Because mIsEnable:1", true},
     };
     for (const auto& expected : events) {
         log.take();

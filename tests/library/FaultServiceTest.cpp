@@ -6,7 +6,6 @@
 
 #include <csignal>
 #include <future>
-#include <ostream>
 
 #include "client/ServiceConnection.h"
 #include "support/ChildProcess.h"
@@ -20,13 +19,12 @@
 using android::DEAD_OBJECT;
 using android::OK;
 using android::sp;
+using android::status_t;
 using android::binder::Status;
-using protocol::Operation;
 
 namespace {
 
 constexpr char kServiceArgument[] = "--service";
-constexpr char kInterrupted[] = "Interrupted";
 
 class FaultyService : public protocol::RecordingService {
 public:
@@ -34,77 +32,51 @@ public:
     Status registerCallback(const Callback& /*callback*/) override { return Status::ok(); }
 };
 
-struct Fault {
-    std::string name;
-    bool isBlocking; /**< The caller is in the middle of the transaction. */
-    bool isAnswered; /**< The outcome is OK and the results are the service's. */
+/** Starts a call that is under way, as the program is stopped in front of it. */
+template <typename CALL>
+std::future<void> callStopped(ChildProcess& program, const CALL& call) {
+    siginfo_t stopped{};
+    program.kill(SIGSTOP);
+    EXPECT_EQ(waitid(P_PID, static_cast<id_t>(program.pid()), &stopped, WSTOPPED), 0);
+    return startAndWaitUntilAsleep(call);
+}
 
-    friend void PrintTo(const Fault& it, std::ostream* text) { *text << it.name; }
-};
-
-const Fault kFaults[] = {
-    {"Late", true, true},
-    {"Interrupted", false, true},
-    {"DeadBefore", false, false},
-    {"DeadDuring", true, false},
-};
-
-class FaultServiceTest : public testing::TestWithParam<Fault> {
-protected:
-    /** The operation has the service's results, or DEAD_OBJECT and none. */
-    void expectCall(const Operation& operation, bool isAnswered) {
-        protocol::Results out;
-        const Status status = operation.run(*service, &out, callback);
-        EXPECT_EQ(status.transactionError(), isAnswered ? OK : DEAD_OBJECT);
-        EXPECT_EQ(status.isOk(), isAnswered);
-        EXPECT_EQ(out.text(), isAnswered ? operation.results : protocol::kUntouched);
-    }
-
+TEST(FaultServiceTest, HasItsPromisedOutcomeInAnyTransactionAndLeavesNothing) {
     LogCapture log;
-    const sp<protocol::RecordingCallback> callback = new protocol::RecordingCallback;
-    sp<protocol::IDisplayEngineService> service;
-};
-
-TEST_P(FaultServiceTest, HasItsPromisedOutcomeInAnyTransactionAndLeavesNothing) {
-    const Fault& fault = GetParam();
-    fault::setInterrupting(fault.name == kInterrupted);
+    fault::setInterrupting(true);
     EXPECT_EQ(checkDisplayEngineService(), nullptr);
     const std::string before = fault::holdings();
-    for (const Operation& operation : protocol::kOperations) {
+    const sp<protocol::RecordingCallback> callback = new protocol::RecordingCallback;
+    for (const protocol::Operation& operation : protocol::kOperations) {
         SCOPED_TRACE(operation.call);
-        ChildProcess program(ChildProcess::ownPath(), {kServiceArgument, fault.name});
+        ChildProcess program(ChildProcess::ownPath(), {kServiceArgument});
         ASSERT_TRUE(program.waitForLine("ready"));
-        service = checkDisplayEngineService();
+        const sp<protocol::IDisplayEngineService> service = checkDisplayEngineService();
         ASSERT_NE(service, nullptr);
-        std::future<void> called;
-        if (fault.isBlocking) {
-            siginfo_t stopped{};
-            program.kill(SIGSTOP);
-            EXPECT_EQ(waitid(P_PID, static_cast<id_t>(program.pid()), &stopped, WSTOPPED), 0);
-            called = startAndWaitUntilAsleep([&] { expectCall(operation, fault.isAnswered); });
-        }
-        if (fault.isAnswered) {
-            program.kill(SIGCONT);
-            called = {};
-            expectCall(operation, true);
-        }
+        const auto call = [&](status_t expected) {
+            protocol::Results out;
+            const Status status = operation.run(*service, &out, callback);
+            EXPECT_EQ(status.transactionError(), expected);
+            EXPECT_EQ(status.isOk(), expected == OK);
+            EXPECT_EQ(out.text(), expected == OK ? operation.results : protocol::kUntouched);
+        };
+        const std::future<void> late = callStopped(program, [&] { call(OK); });
+        program.kill(SIGCONT);
+        late.wait();
+        const std::future<void> lost = callStopped(program, [&] { call(DEAD_OBJECT); });
         program.kill();
+        lost.wait();
         program.wait();
-        expectCall(operation, false);
-        called = {};
-        service.clear();
+        call(DEAD_OBJECT);
     }
     EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FaultServiceTest, testing::ValuesIn(kFaults),
-                         [](const auto& fault) { return fault.param.name; });
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    const auto run = [](const std::string& fault) {
-        fault::setInterrupting(fault == kInterrupted);
+    const auto run = [](const std::string&) {
+        fault::setInterrupting(true);
         return serve(new FaultyService);
     };
     return testMain(argc, argv, {{kServiceArgument, run}});

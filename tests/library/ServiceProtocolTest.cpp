@@ -1,18 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two interfaces: every transaction, its bytes, and what becomes of an answer that is none.
+// The two interfaces: every transaction, its bytes, and what becomes of an answer that is none; and
+// the places of virtual operations, which code built apart from the library relies on.
 // Bytes that nobody of ours sends are the fuzzers' subject.
 #include <binder/Parcel.h>
+#include <cxxabi.h>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <ui/GraphicBuffer.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "aidl/IDisplayEngineService.h"
 #include "support/Recording.h"
 #include "support/ServiceOperations.h"
 
+using android::GraphicBuffer;
 using android::IBinder;
 using android::OK;
 using android::Parcel;
@@ -72,11 +80,15 @@ protected:
 };
 
 // "com.tivora.displayengine.IDisplayEngineService" behind the platform's header.
-const std::string kToken =
-    "00000080 ffffffff 54535953 2e000000 "
+const std::string kHeader = "00000080 ffffffff 54535953 ";
+const std::string kBothNames =
     "63006f00 6d002e00 74006900 76006f00 72006100 2e006400 69007300 70006c00 61007900 65006e00 "
-    "67006900 6e006500 2e004900 44006900 73007000 6c006100 79004500 6e006700 69006e00 65005300 "
-    "65007200 76006900 63006500 00000000";
+    "67006900 6e006500 2e004900 44006900 73007000 6c006100 79004500 6e006700 69006e00 6500";
+const std::string kToken =
+    kHeader + "2e000000 " + kBothNames + "5300 65007200 76006900 63006500 00000000";
+// "com.tivora.displayengine.IDisplayEngineCallback".
+const std::string kCallbackToken =
+    kHeader + "2f000000 " + kBothNames + "4300 61006c00 6c006200 61006300 6b000000";
 
 TEST_F(ServiceProtocolTest, RequestsAndRepliesHaveTheirLayout) {
     const sp<RecordingCallback> callback = new RecordingCallback;
@@ -107,7 +119,7 @@ TEST_F(ServiceProtocolTest, RequestsAndRepliesHaveTheirLayout) {
         << "an operation of the service is missing in the list";
 }
 
-TEST_F(ServiceProtocolTest, ExceptionsHaveTheirLayoutAndLeaveTheResultsAlone) {
+TEST_F(ServiceProtocolTest, ExceptionsAndBrokenMessagesLeaveTheResultsAlone) {
     // exception, "no", no remote trace, and the service's own code where there is one
     const struct {
         Status outcome;
@@ -128,9 +140,9 @@ TEST_F(ServiceProtocolTest, ExceptionsHaveTheirLayoutAndLeaveTheResultsAlone) {
         EXPECT_STREQ(received.exceptionMessage().string(), "no");
         EXPECT_EQ(tap->reply, expected.reply);
     }
-}
 
-TEST_F(ServiceProtocolTest, ABrokenReplyOrRequestIsAnError) {
+    // Nor is a reply or a request used that ends too early.
+    service->outcomes.clear();
     tap->change = [](Parcel* reply) { reply->writeInt32(0); };
     EXPECT_EQ(callAndFail().transactionError(), android::NOT_ENOUGH_DATA);
     Parcel request;
@@ -138,7 +150,7 @@ TEST_F(ServiceProtocolTest, ABrokenReplyOrRequestIsAnError) {
     EXPECT_EQ(service->transact(1, request, &reply), android::BAD_TYPE) << "no token";
     request.writeInterfaceToken(IDisplayEngineService::descriptor);
     EXPECT_EQ(service->transact(1, request, &reply), android::NOT_ENOUGH_DATA);
-    EXPECT_EQ(service->journal.count("getSupported"), 1U) << "the proxy's call alone";
+    EXPECT_EQ(service->journal.take().size(), std::size(cases) + 1) << "the proxy's calls alone";
 }
 
 TEST_F(ServiceProtocolTest, TheDefaultIsAskedForUnknownTransactionsOnly) {
@@ -147,32 +159,23 @@ TEST_F(ServiceProtocolTest, TheDefaultIsAskedForUnknownTransactionsOnly) {
 
     EXPECT_FALSE(IDisplayEngineService::setDefaultImpl(nullptr));
     EXPECT_EQ(IDisplayEngineService::getDefaultImpl(), nullptr);
-    const status_t errors[] = {android::UNKNOWN_TRANSACTION, android::DEAD_OBJECT,
-                               android::FAILED_TRANSACTION, android::BAD_TYPE};
-    for (const status_t error : errors) {
-        tap->returned = error;
-        EXPECT_EQ(callAndFail().transactionError(), error) << "without a default";
-    }
-    EXPECT_TRUE(IDisplayEngineService::setDefaultImpl(std::make_unique<RecordingService>()));
-    EXPECT_FALSE(IDisplayEngineService::setDefaultImpl(nullptr));
-    for (const status_t error : errors) {
-        tap->returned = error;
-        if (error != android::UNKNOWN_TRANSACTION) {
-            EXPECT_EQ(callAndFail().transactionError(), error);
+    for (const bool hasDefault : {false, true}) {
+        if (hasDefault) {
+            EXPECT_TRUE(
+                IDisplayEngineService::setDefaultImpl(std::make_unique<RecordingService>()));
+            EXPECT_FALSE(IDisplayEngineService::setDefaultImpl(nullptr));
+        }
+        for (const status_t error : {android::DEAD_OBJECT, android::FAILED_TRANSACTION,
+                                     android::BAD_TYPE, android::UNKNOWN_TRANSACTION}) {
+            const bool isAsked = hasDefault && error == android::UNKNOWN_TRANSACTION;
+            tap->returned = error;
+            Results out;
+            const Status status = kOperations[0].run(*proxy, &out, nullptr);
+            EXPECT_EQ(status.transactionError(), isAsked ? OK : error);
+            EXPECT_EQ(out.text(), isAsked ? kOperations[0].results : kUntouched);
         }
     }
-    tap->returned = android::UNKNOWN_TRANSACTION;
-    Results out;
-    EXPECT_TRUE(kOperations[0].run(*proxy, &out, nullptr).isOk());
-    EXPECT_EQ(out.text(), kOperations[0].results);
 }
-
-// "com.tivora.displayengine.IDisplayEngineCallback" behind the platform's header.
-const std::string kCallbackToken =
-    "00000080 ffffffff 54535953 2f000000 "
-    "63006f00 6d002e00 74006900 76006f00 72006100 2e006400 69007300 70006c00 61007900 65006e00 "
-    "67006900 6e006500 2e004900 44006900 73007000 6c006100 79004500 6e006700 69006e00 65004300 "
-    "61006c00 6c006200 61006300 6b000000";
 
 TEST_F(ServiceProtocolTest, EventsHaveTheirLayoutAndAskForNoReply) {
     const sp<RecordingCallback> callback = new RecordingCallback;
@@ -196,6 +199,95 @@ TEST_F(ServiceProtocolTest, EventsHaveTheirLayoutAndAskForNoReply) {
     EXPECT_EQ(sender->onEvent(3, -1).transactionError(), android::UNKNOWN_TRANSACTION);
     EXPECT_TRUE(IDisplayEngineCallback::setDefaultImpl(std::make_unique<RecordingCallback>()));
     EXPECT_EQ(sender->onEvent(3, -1).exceptionCode(), Status::EX_ILLEGAL_STATE);
+}
+
+sp<GraphicBuffer> newBuffer(uint32_t width) {
+    return new GraphicBuffer(width, 2, android::PIXEL_FORMAT_RGBA_8888, 1,
+                             GraphicBuffer::USAGE_SW_WRITE_OFTEN);
+}
+
+std::string written(const DeGraphicBuffer& object) {
+    Parcel parcel;
+    object.writeToParcel(&parcel);
+    return hex(parcel);
+}
+
+TEST_F(ServiceProtocolTest, AGraphicBufferIsReadIntoTheOneHeldWhichStaysWhenNoneComes) {
+    Parcel parcel;
+    parcel.writeBool(false);
+    for (const int32_t value : {1, 1, 2, 3, 4}) {
+        parcel.writeInt32(value);  // present, and its four integers
+    }
+    parcel.write(*newBuffer(6));
+    const sp<GraphicBuffer> held = newBuffer(5);
+    DeGraphicBuffer object(held);
+    parcel.setDataPosition(0);
+    EXPECT_EQ(object.readFromParcel(&parcel), OK);
+    EXPECT_EQ(object.getGraphicBuffer(), held) << "none came";
+    EXPECT_EQ(held->getWidth(), 5U);
+    EXPECT_EQ(object.readFromParcel(&parcel), OK);
+    EXPECT_EQ(object.getGraphicBuffer(), held);
+    EXPECT_EQ(held->getWidth(), 6U);
+    EXPECT_EQ(written(object).rfind("01000000 01000000 02000000 03000000 04000000 ", 0), 0U);
+    object.setGraphicBuffer(nullptr);
+    EXPECT_EQ(written(object), "00000000");
+}
+
+/** An operation that is not among the library's exported ones, so that its slot has no name. */
+const char* const kUnnamed = "";
+
+/** The exported operation at `address`: "setScene", or kUnnamed. */
+std::string operationAt(const void* address) {
+    Dl_info symbol{};
+    if (dladdr(address, &symbol) == 0 || symbol.dli_saddr != address) {
+        return kUnnamed;
+    }
+    // "...::IDisplayEngineService::getSupported(int, int*)"
+    char* const demangled = abi::__cxa_demangle(symbol.dli_sname, nullptr, nullptr, nullptr);
+    const std::string text = demangled == nullptr ? symbol.dli_sname : demangled;
+    std::free(demangled);
+    const std::string qualified = text.substr(0, text.find('('));
+    return qualified.substr(qualified.rfind(':') + 1);
+}
+
+/** The operations in the first slots of the table of the class that has this decorated name. */
+Texts slotsOf(const std::string& className, size_t count) {
+    const auto* table = static_cast<void**>(dlsym(RTLD_DEFAULT, ("_ZTV" + className).c_str()));
+    const void* type = dlsym(RTLD_DEFAULT, ("_ZTI" + className).c_str());
+    if (table == nullptr || type == nullptr) {
+        return {className + " is not exported"};
+    }
+    // The slots follow the type information; in front of it stand the offsets of virtual bases.
+    while (*table != type) {
+        ++table;
+    }
+    Texts slots(count);
+    std::transform(table + 1, table + 1 + count, slots.begin(), operationAt);
+    return slots;
+}
+
+// The interfaces are abstract, so their order is read off classes that implement the operations.
+// A destructor takes two slots. kUnnamed: onAsBinder and other members of the platform's bases.
+TEST_F(ServiceProtocolTest, VirtualOperationsHaveTheirSlots) {
+    Texts serviceTable = {"~BpDisplayEngineService", "~BpDisplayEngineService", kUnnamed,
+                          "getInterfaceDescriptor"};
+    for (const Operation& operation : kOperations) {
+        serviceTable.push_back(operation.name());
+    }
+    const std::pair<std::string, Texts> tables[] = {
+        {"N3com6tivora13displayengine22BpDisplayEngineServiceE", serviceTable},
+        {"N3com6tivora13displayengine23BpDisplayEngineCallbackE",
+         {"~BpDisplayEngineCallback", "~BpDisplayEngineCallback", kUnnamed,
+          "getInterfaceDescriptor", "onEvent", "onEventWithData"}},
+        {"N10AisrEngine14ClientCallbackE",
+         {"~ClientCallback", "~ClientCallback", kUnnamed, kUnnamed, "onEvent", "onEventWithData",
+          kUnnamed, "onTransact"}},
+        {"N3com6tivora13displayengine15DeGraphicBufferE",
+         {"~DeGraphicBuffer", "~DeGraphicBuffer", "writeToParcel", "readFromParcel", kUnnamed}},
+    };
+    for (const auto& [className, slots] : tables) {
+        EXPECT_EQ(slotsOf(className, slots.size()), slots) << className;
+    }
 }
 
 }  // namespace

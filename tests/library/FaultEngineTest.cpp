@@ -1,20 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-// What goes wrong with the processing library and its worker, one fault at a time: the frame that
-// meets it passes with the promised messages, nothing is left behind, and the next is enhanced.
+// What goes wrong while the engine comes up, and with the processing library and its worker, one
+// fault at a time: the promised messages, and nothing left behind.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 
 #include "aisr/AisrEngine.h"
-#include "support/ControlledClock.h"
 #include "support/EngineService.h"
 #include "support/FaultInjection.h"
 #include "support/LogCapture.h"
 #include "support/ProcessingLibrary.h"
 
+using android::sp;
+using android::binder::Status;
 using processing::Call;
 
 namespace {
@@ -22,10 +23,9 @@ namespace {
 const std::string kPath = "/system/lib64/libAISRProcess_interface.so";
 const std::string kAdapter = "5 DE N AISRAlgo ";
 const std::string kEngine = "5 DE N AISR ";
-const std::string kFrame = "(data:{ id=1 idx=# 32(64)x16 }) ";
 const std::string kNotReady = kEngine + "getReady:#: mAlgorithm.init() failed!\n";
 const std::string kFailed =
-    kEngine + "doEnhance:#: mAlgorithm.enhance" + kFrame + "failed! Used #ms\n";
+    kEngine + "doEnhance:#: mAlgorithm.enhance(data:{ id=1 idx=# 32(64)x16 }) failed! Used #ms\n";
 const std::string kNoInit = kAdapter + "init:#: mInitFunc failed, return AISR_ERR_FATAL(1)\n";
 const std::string kSetParam = kAdapter + "setParam:#: mSetParamFunc(&mContext,";
 
@@ -67,22 +67,6 @@ Fault without(const std::string& entry, const std::string& name) {
                 kPath + ": undefined symbol: " + entry + "\n" + kNotReady};
 }
 
-/** The frame is given up at once, and lasts until its cancel, which is refused. */
-void refuseCancel() {
-    controlled_clock::misreadWallClockOnce(-std::chrono::hours(1));
-    const auto cancelled = std::make_shared<processing::Gate>();
-    processing::setHook([cancelled](const Call& call) {
-        if (call.tag == AISR_TAG_SET_TIMEOUT) {
-            cancelled->open();
-            return AISR_ERR_TIMEOUT;
-        }
-        if (call.entry == "AisrProcess") {
-            cancelled->pass();
-        }
-        return AISR_SUCCESS;
-    });
-}
-
 void throwInProcess() {
     processing::setHook([](const Call& call) {
         if (call.entry == "AisrProcess") {
@@ -116,19 +100,15 @@ const Fault kFaults[] = {
     {"no process", kStart, failing("AisrProcess", -1),
      kAdapter + "enhance:#: mProcessFunc failed, return Unknown error code: -1\n" + kFailed, 1},
     {"exception", kStart, throwInProcess, kFailed, 1},
-    {"cancel refused", kStart, refuseCancel,
-     kEngine + "enhance:#: doEnhance" + kFrame + "expired #(10000)ms timeout!\n" + kSetParam +
-         "AISR_TAG_SET_TIMEOUT(3),&bufInfo,48) failed, return AISR_ERR_TIMEOUT(3)\n"
-         "4 DE N AISRAlgo cancel:#: data:{ id=1 idx=# y=0x# uv=0x# 32(64)x16 } -- failed!\n",
-     1},
     {"no deinit", kStart, failing("AisrDeinit", 3),
      kAdapter + "deinit:#: mDeinitFunc failed, return AISR_ERR_TIMEOUT(3)\n" + kEngine +
          "onAppStop:#: mAlgorithm.deinit() failed!\n",
      0, kStop},
 };
 
-TEST(FaultLibraryTest, LosesOneFrameAndNothingElse) {
-    const android::sp<EngineService> service = EngineService::install();
+// The frame that meets the fault passes, and the next is enhanced.
+TEST(FaultEngineTest, LosesOneFrameAndNothingElse) {
+    const sp<EngineService> service = EngineService::install();
     for (const Fault& fault : kFaults) {
         SCOPED_TRACE(fault.name);
         processing::use("without_nothing");
@@ -155,6 +135,72 @@ TEST(FaultLibraryTest, LosesOneFrameAndNothingElse) {
         }
         EXPECT_EQ(fault::takeComplaints(&log), "");
         EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
+    }
+}
+
+/** Held on to until the fault is over. */
+std::optional<fault::FullDescriptorTable> gFullTable;
+
+/** A fault that keeps the engine from coming up. */
+struct BringUpFault {
+    const char* name;
+    void (*begin)(EngineService&);
+    std::string complaints;
+    size_t calls; /**< How many of the engine's calls the service gets. */
+};
+
+const BringUpFault kBringUpFaults[] = {
+    {"no name", [](auto&) { fault::setReadError(EIO); },
+     kEngine + "updateAppName:#: Failed to read /proc/PID/cmdline! Input/output error\n", 0},
+#ifndef FAULT_REAL_ALLOCATIONS
+    // Not under a sanitizer, whose runtime has an allocator of its own and needs descriptors.
+    {"no descriptor", [](auto&) { gFullTable.emplace(); },
+     kEngine + "updateAppName:#: Failed to open /proc/PID/cmdline! Too many open files\n" +
+         kAdapter +
+         "openLibrary:#: Can't open library 'libAISRProcess_interface.so' - "
+         "libAISRProcess_interface.so: cannot open shared object file: Too many open files\n",
+     0},
+    {"no callback", [](auto&) { fault::setFailingAllocation(1); },
+     "6 DE N AISR registerCallback:#: new ClientCallback() failed!\n", 1},
+#endif
+    {"no configuration",
+     [](auto& it) {
+         it.outcomes["getEffectExByData"] = Status::fromExceptionCode(Status::EX_SECURITY);
+     },
+     "6 DE N AISR getConfig:#: Failed to getEffectEx(DE_FEATURE_AISR, "
+     "data:{DE_EFFECT_TYPE_CONFIG,NAME},&status(size=13),&ret)\n",
+     1},
+    {"lost",
+     [](auto& it) {
+         it.outcomes["registerCallbackEx"] = Status::fromStatusT(android::DEAD_OBJECT);
+     },
+     "6 DE N AISR registerCallback:#: registerCallbackEx(callback, data:{ key:NAME feature:44 }) "
+     "failed!\n",
+     2},
+    {"refused", [](auto& it) { it.registerResult = false; }, "", 2},
+};
+
+TEST(FaultEngineTest, ComesUpWhollyOrNotAtAll) {
+    processing::use("without_nothing");
+    for (const BringUpFault& fault : kBringUpFaults) {
+        SCOPED_TRACE(fault.name);
+        const sp<EngineService> service = EngineService::install();
+        LogCapture log;
+        const std::string before = fault::holdings();
+        fault.begin(*service);
+        {
+            AisrEngine engine;
+            EXPECT_FALSE(engine.initialize());
+        }
+        gFullTable.reset();
+        fault::setReadError(0);
+        fault::setFailingAllocation(0);
+        EXPECT_EQ(fault::takeComplaints(&log), fault.complaints);
+        EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
+        EXPECT_EQ(service->journal.lines().size(), fault.calls);
+        const EngineService::Callback held = service->callback();
+        EXPECT_TRUE(held == nullptr || held->getStrongCount() == 2) << "the service's and this one";
+        EXPECT_TRUE(processing::calls().empty());
     }
 }
 
