@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <future>
 #include <optional>
 
@@ -216,8 +217,11 @@ TEST_F(EngineWorkerTest, GivesUpAndCancelsAnExpiredFrame) {
     EXPECT_EQ(log.count("expired"), 2U);
     const Call cancel = processing::calls().back();
     EXPECT_EQ(cancel.text(), "AisrSetParam(3)");
-    EXPECT_EQ(cancel.buffer.id, kStream);
-    EXPECT_EQ(cancel.buffer.idx, 1U);
+    AisrBuffer cancelled{};
+    ASSERT_EQ(cancel.data.size(), sizeof(cancelled));
+    std::memcpy(&cancelled, cancel.data.data(), sizeof(cancelled));
+    EXPECT_EQ(cancelled.id, kStream);
+    EXPECT_EQ(cancelled.idx, 1U);
     offer(kStream);
     EXPECT_NE(log.last("skip!").find("5 DE N AISR enhance:#: Tasks is not empty! enhance(data:{ "
                                      "id=7b3f idx=2 y=0x"),

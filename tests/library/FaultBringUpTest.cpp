@@ -35,8 +35,6 @@ protected:
     }
 };
 
-// What a fault holds on to until it is over.
-std::optional<fault::FullDescriptorTable> gFullTable;
 std::optional<ChildProcess> gLeavingService;
 
 void startLeavingService(EngineService& /*none*/) {
@@ -45,10 +43,10 @@ void startLeavingService(EngineService& /*none*/) {
 }
 
 void endFault() {
-    gFullTable.reset();
+    fault::setFullDescriptorTable(false);
     gLeavingService.reset();
     fault::setReadError(0);
-    fault::setFailingAllocation(0);
+    fault::setNoMemory(false);
 }
 
 /** A fault that leaves the process without an engine: what is logged, and what is called. */
@@ -84,7 +82,7 @@ const Fault kFaults[] = {
      kFacade + "isAisrProcessorSupported:#: getSupported(DE_FEATURE_AISR, &support) failed!\n" +
          kNotSupported,
      kAsked},
-    {"NoDescriptor", [](auto&) { gFullTable.emplace(); },
+    {"NoDescriptor", [](auto&) { fault::setFullDescriptorTable(true); },
      "5 DE N AISR updateAppName:#: Failed to open /proc/PID/cmdline! Too many open files\n" +
          kFailed +
          "5 DE N AISRAlgo openLibrary:#: Can't open library 'libAISRProcess_interface.so' - "
@@ -100,8 +98,7 @@ const Fault kFaults[] = {
          "data:{DE_EFFECT_TYPE_CONFIG,NAME},&status(size=13),&ret)\n" +
          kFailed,
      kConfigured},
-    {"NoCallback", [](auto&) { fault::setFailingAllocation(1); }, kNoCallback + kFailed,
-     kConfigured},
+    {"NoCallback", [](auto&) { fault::setNoMemory(true); }, kNoCallback + kFailed, kConfigured},
     {"Lost", [](auto& it) { it.outcomes["registerCallbackEx"] = kLost; },
      kEngine +
          "registerCallback:#: registerCallbackEx(callback, data:{ key:NAME feature:44 }) "

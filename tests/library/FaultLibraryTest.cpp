@@ -5,7 +5,6 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "aisr/AisrEngine.h"
@@ -92,8 +91,6 @@ void throwInProcess() {
     });
 }
 
-std::optional<fault::NoThreads> gNoThreads;
-
 const Fault kFaults[] = {
     without("AisrInit", "without_init"),
     without("AisrDeinit", "without_deinit"),
@@ -108,7 +105,7 @@ const Fault kFaults[] = {
     {"no init", kNothing, failing("AisrInit", 1), kNoInit + kNotReady},
     {"no init again", kRestart, failing("AisrInit", 1),
      kNoInit + kAdapter + "enhance:#: Retry init() failed!\n" + kFailed},
-    {"no thread", kNothing, [] { gNoThreads.emplace(); },
+    {"no thread", kNothing, [] { fault::setNoThreads(true); },
      kEngine + "getReady:#: Failed to start the worker!\n"},
     {"frame refused", kStart, failing("AisrSetParam(2)", 2),
      kSetParam + "AISR_TAG_SET_BUF(2),&bufInfo,24) failed, return AISR_ERR_BUF_COPY(2)\n" +
@@ -145,7 +142,7 @@ TEST(FaultLibraryTest, LosesOneFrameAndNothingElse) {
             processing::waitFor("AisrProcess", fault.processed);
             EXPECT_EQ(processing::count("AisrProcess"), fault.processed);
             EXPECT_EQ(fault::takeComplaints(&log), fault.complaints);
-            gNoThreads.reset();
+            fault::setNoThreads(false);
             if (fault.name == "no deinit") {
                 processing::endSession();  // The adapter has given it up.
             }

@@ -53,8 +53,7 @@ public:
 
 private:
     pid_t mPid = -1;
-    int mInput = -1;
-    int mOutput = -1;
+    int mSocket = -1;  // Its standard input and output.
     int mError = -1;
     std::string mUnread;
     std::optional<int> mResult;

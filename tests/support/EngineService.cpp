@@ -31,17 +31,13 @@ Status EngineService::respond(const std::string& call, const protocol::Answer& t
                       config.monitorMaxFps, config.monitorTolerance, config.monitorRestore,
                       config.abortMs,       config.overloadMs,       config.toleranceCount,
                       config.toleranceMs};
-        to.values->resize(config.size);
     }
     return outcome;
 }
 
 Status EngineService::registerCallbackEx(const Callback& callback, const Bundle& data,
                                          bool* result) {
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mCallback = callback;
-    }
+    mCallback = callback;
     if (whenRegistered) {
         whenRegistered(callback);
     }

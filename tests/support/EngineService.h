@@ -31,7 +31,6 @@ public:
         Int overloadMs = 33;
         Int toleranceCount = 5;
         Int toleranceMs = 10'000;
-        size_t size = 13; /**< How many of these the service answers with. */
     };
 
     /** A new one, registered in place of an earlier one of this process. */
@@ -45,10 +44,7 @@ public:
     std::function<void(const Callback&)> whenRegistered; /**< Likewise for registerCallbackEx. */
 
     /** The callback registered last, or null. */
-    Callback callback() const {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return mCallback;
-    }
+    const Callback& callback() const { return mCallback; }
 
     Status registerCallbackEx(const Callback& callback, const Bundle& data, bool* result) override;
 
@@ -56,6 +52,5 @@ protected:
     Status respond(const std::string& call, const protocol::Answer& to) override;
 
 private:
-    mutable std::mutex mMutex;
-    Callback mCallback;  // guarded by mMutex
+    Callback mCallback;
 };

@@ -2,6 +2,7 @@
 #include "support/FaultInjection.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -22,15 +23,6 @@ namespace {
 size_t countFiles(const std::string& directory) {
     const std::filesystem::directory_iterator files(directory);
     return static_cast<size_t>(std::distance(begin(files), end(files)));
-}
-
-rlim_t exchangeLimit(rlim_t value) {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlim_t usual = limit.rlim_cur;
-    limit.rlim_cur = value;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    return usual;
 }
 
 }  // namespace
@@ -80,27 +72,25 @@ std::string takeComplaints(LogCapture* log) {
 }
 
 // The limit is on the numbers of descriptors, and the lowest free number is always taken first.
-FullDescriptorTable::FullDescriptorTable() {
-    const int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(lowest);
-    mUsual = exchangeLimit(static_cast<rlim_t>(lowest));
+void setFullDescriptorTable(bool on) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    if (on) {
+        const int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        close(lowest);
+        limit.rlim_cur = static_cast<rlim_t>(lowest);
+    }
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-FullDescriptorTable::~FullDescriptorTable() {
-    exchangeLimit(mUsual);
-}
-
-// No machine has room for such a stack.
-NoThreads::NoThreads() {
-    pthread_attr_t huge;
-    pthread_getattr_default_np(&mUsual);
-    pthread_getattr_default_np(&huge);
-    pthread_attr_setstacksize(&huge, size_t{1} << 47);
-    pthread_setattr_default_np(&huge);
-}
-
-NoThreads::~NoThreads() {
-    pthread_setattr_default_np(&mUsual);
+void setNoThreads(bool on) {
+    static constexpr size_t kUsualStack = size_t{8} << 20;
+    static constexpr size_t kHugeStack = size_t{1} << 47;  // No machine has room for it.
+    pthread_attr_t attributes;
+    pthread_getattr_default_np(&attributes);
+    pthread_attr_setstacksize(&attributes, on ? kHugeStack : kUsualStack);
+    pthread_setattr_default_np(&attributes);
 }
 
 }  // namespace fault

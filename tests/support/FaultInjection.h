@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <pthread.h>
-#include <sys/types.h>
-
 #include <string>
 
 class LogCapture;
@@ -24,29 +21,11 @@ bool returnsTo(const std::string& before);
  */
 std::string takeComplaints(LogCapture* log);
 
-/** While it lives, this process can open no descriptor. */
-class FullDescriptorTable {
-public:
-    FullDescriptorTable();
-    FullDescriptorTable(const FullDescriptorTable&) = delete;
-    FullDescriptorTable& operator=(const FullDescriptorTable&) = delete;
-    ~FullDescriptorTable();
+/** While on, this process can open no descriptor. */
+void setFullDescriptorTable(bool on);
 
-private:
-    size_t mUsual;
-};
-
-/** While it lives, no thread can be started in this process. */
-class NoThreads {
-public:
-    NoThreads();
-    NoThreads(const NoThreads&) = delete;
-    NoThreads& operator=(const NoThreads&) = delete;
-    ~NoThreads();
-
-private:
-    pthread_attr_t mUsual;
-};
+/** While on, no thread can be started in this process. */
+void setNoThreads(bool on);
 
 /**
  * While on, every other one of the calls that move the binder's bytes, and of those that wait for
@@ -57,10 +36,7 @@ void setInterrupting(bool on);
 /** While set, read() fails with this error. */
 void setReadError(int error);
 
-/**
- * Fails an allocation of this thread: with 1 the next one that may answer null, with 2 the one
- * after that, and so on; 0 for none.
- */
-void setFailingAllocation(int number);
+/** While on, the allocations of this thread that may answer null do so. */
+void setNoMemory(bool on);
 
 }  // namespace fault

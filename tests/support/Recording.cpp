@@ -54,11 +54,6 @@ std::string text(const RecordingService::Buffer& buffer) {
                : " " + std::to_string(held->getWidth()) + "x" + std::to_string(held->getHeight());
 }
 
-Status RecordingService::finish(const std::string& call, const Answer& to) {
-    journal.add(call);
-    return respond(call, to);
-}
-
 Status RecordingService::respond(const std::string& call, const Answer& to) {
     const auto outcome = outcomes.find(call.substr(0, call.find(' ')));
     if (outcome != outcomes.end()) {
@@ -67,14 +62,14 @@ Status RecordingService::respond(const std::string& call, const Answer& to) {
     if (to.result != nullptr) {
         *to.result = to.value;
     }
-    if (to.values != nullptr) {
-        std::reverse(to.values->begin(), to.values->end());
-        to.values->push_back(77);
-    }
-    if (to.bytes != nullptr) {
-        std::reverse(to.bytes->begin(), to.bytes->end());
-        to.bytes->push_back(77);
-    }
+    const auto change = [](auto* elements) {
+        if (elements != nullptr) {
+            std::reverse(elements->begin(), elements->end());
+            elements->push_back(77);
+        }
+    };
+    change(to.values);
+    change(to.bytes);
     return Status::ok();
 }
 
@@ -97,16 +92,6 @@ Status RecordingService::processGraphicBuffer(Int feature, Int type, Buffer* inp
     }
     output->setGraphicBuffer(new GraphicBuffer(4, 2, android::PIXEL_FORMAT_RGBA_8888, 1, kUsage));
     return finish(entry, {1012, result});
-}
-
-Status RecordingCallback::onEvent(int32_t event, int32_t value) {
-    add(call("onEvent", event, value));
-    return Status::fromExceptionCode(Status::EX_ILLEGAL_STATE);
-}
-
-Status RecordingCallback::onEventWithData(int32_t event, const PersistableBundle& data) {
-    add(call("onEventWithData", event) + " {" + text(data) + " }");
-    return Status::fromExceptionCode(Status::EX_ILLEGAL_STATE);
 }
 
 }  // namespace protocol

@@ -17,6 +17,14 @@
 
 namespace protocol {
 
+/** The data of a registration. */
+inline android::os::PersistableBundle registration(const char* key) {
+    android::os::PersistableBundle data;
+    data.putString(android::String16("Key"), android::String16(key));
+    data.putInt(android::String16("Feature"), 44);
+    return data;
+}
+
 /** The data of an event that switches the engine. */
 inline android::os::PersistableBundle enable(bool on) {
     android::os::PersistableBundle data;
@@ -114,15 +122,29 @@ protected:
     virtual Status respond(const std::string& call, const Answer& to);
 
 private:
-    Status finish(const std::string& call, const Answer& to = Answer());
+    Status finish(const std::string& call, const Answer& to = Answer()) {
+        journal.add(call);
+        return respond(call, to);
+    }
 };
 
 class RecordingCallback : public com::tivora::displayengine::BnDisplayEngineCallback, public Lines {
 public:
     /** Both answer with an exception, which no caller of another process may ever see. */
-    android::binder::Status onEvent(int32_t event, int32_t value) override;
-    android::binder::Status onEventWithData(int32_t event,
-                                            const android::os::PersistableBundle& data) override;
+    RecordingService::Status onEvent(int32_t event, int32_t value) override {
+        return finish(call("onEvent", event, value));
+    }
+    RecordingService::Status onEventWithData(int32_t event,
+                                             const RecordingService::Bundle& data) override {
+        return finish(call("onEventWithData", event, data));
+    }
+
+private:
+    RecordingService::Status finish(const std::string& call) {
+        add(call);
+        return RecordingService::Status::fromExceptionCode(
+            RecordingService::Status::EX_ILLEGAL_STATE);
+    }
 };
 
 }  // namespace protocol

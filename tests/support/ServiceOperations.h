@@ -24,11 +24,12 @@ struct Results {
     DeGraphicBuffer input;
     DeGraphicBuffer output;
 
-    /** Result, acceptance, values, bytes and output: "-5 no 1,2,3 4,5,6,7,8 none" at the start. */
+    /** Result, acceptance, values, bytes and output: "-5 no [ 1 2 3 ] [ 4 5 6 7 8 ] none" at the
+     * start. */
     std::string text() const;
 };
 
-constexpr char kUntouched[] = "-5 no 1,2,3 4,5,6,7,8 none";
+constexpr char kUntouched[] = "-5 no [ 1 2 3 ] [ 4 5 6 7 8 ] none";
 
 /** An operation of the service; its arguments differ from each other. */
 struct Operation {

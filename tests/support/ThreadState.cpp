@@ -11,7 +11,7 @@
 #include <fstream>
 #include <thread>
 
-bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
+void waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                const std::string& what, const std::function<bool()>& isSo) {
     timespec deadline{};
     clock_gettime(CLOCK_REALTIME, &deadline);
@@ -21,11 +21,7 @@ bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& l
         error = pthread_cond_timedwait(changed.native_handle(), lock.mutex()->native_handle(),
                                        &deadline);
     }
-    if (!isSo()) {
-        ADD_FAILURE() << "waited " << kPatienceSeconds << " s for " << what;
-        return false;
-    }
-    return true;
+    EXPECT_TRUE(isSo()) << "waited " << kPatienceSeconds << " s for " << what;
 }
 
 pid_t ownThread() {

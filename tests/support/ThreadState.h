@@ -15,10 +15,10 @@
 constexpr int kPatienceSeconds = 10;
 
 /**
- * Waits on `changed` until `isSo`; otherwise fails the test with `what` and returns false. The time
- * is the kernel's, also in a program with a controlled clock.
+ * Waits on `changed` until `isSo`; otherwise fails the test with `what`. The time is the kernel's,
+ * also in a program with a controlled clock.
  */
-bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
+void waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                const std::string& what, const std::function<bool()>& isSo);
 
 /** The calling thread, for waitUntilAsleep(). */

@@ -16,8 +16,7 @@ namespace {
 
 std::atomic<bool> gIsInterrupting{false};
 std::atomic<int> gReadError{0};
-thread_local int tFailing = 0;
-[[maybe_unused]] thread_local bool tCounting = false;
+[[maybe_unused]] thread_local bool tHasNoMemory = false;
 
 /** True, with errno set, when this call of the function is the one to be interrupted. */
 template <char FUNCTION>
@@ -65,24 +64,9 @@ extern "C" int poll(pollfd* waited, nfds_t count, int timeout) {
 }
 
 #ifndef FAULT_REAL_ALLOCATIONS
-// Only the allocations from the first one that may answer null are counted. What they answer is
-// freed by the C++ runtime's own operator, which calls free().
-void* operator new(size_t size) {
-    void* const memory = tCounting && --tFailing == 0 ? nullptr : std::malloc(size);
-    if (memory == nullptr) {
-        tCounting = false;
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
+// What it answers is freed by the C++ runtime's own operator, which calls free().
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    tCounting = tFailing > 0;
-    try {
-        return operator new(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    return tHasNoMemory ? nullptr : std::malloc(size);
 }
 #endif
 
@@ -96,8 +80,8 @@ void setReadError(int error) {
     gReadError = error;
 }
 
-void setFailingAllocation(int number) {
-    tFailing = number;
+void setNoMemory(bool on) {
+    tHasNoMemory = on;
 }
 
 }  // namespace fault
