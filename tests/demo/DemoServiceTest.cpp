@@ -46,8 +46,7 @@ TEST(DemoServiceTest, AKeyHasOneCallbackAndItIsToldTheState) {
 TEST(DemoServiceTest, StartsAndEndsCleanOrSaysWhyNot) {
     const std::string directory = std::getenv("DISPLAYENGINE_RUNTIME_DIR");
     const std::string shared = directory + "/shared";
-    ChildProcess program(kService, {"--toggle", "3600:on"});
-    EXPECT_TRUE(program.waitForLine("ready"));
+    Service program({"--toggle", "3600:on"});
     ASSERT_EQ(mkdir(shared.c_str(), 0755), 0);
     ProgramRun(kService, {}).expectFailure(1, "another process has already registered");
     ProgramRun(kService, {}, {"DISPLAYENGINE_RUNTIME_DIR=" + shared})
@@ -61,8 +60,7 @@ TEST(DemoServiceTest, StartsAndEndsCleanOrSaysWhyNot) {
     EXPECT_EQ(program.wait(), 0);
     for (const int signal : {SIGTERM, SIGINT}) {
         EXPECT_TRUE(std::filesystem::is_empty(directory));
-        ChildProcess next(kService);
-        EXPECT_TRUE(next.waitForLine("ready"));
+        Service next;
         next.kill(signal);
         EXPECT_EQ(next.wait(), 0);
     }

@@ -72,7 +72,7 @@ void offer(uint64_t stream) {
 void runOnOtherThread(const std::function<void()>& operation) {
     std::promise<pid_t> thread;
     otherThread() = std::thread([&thread, operation] {
-        thread.set_value(ownThread());
+        thread.set_value(gettid());
         operation();
     });
     waitUntilAsleep(thread.get_future().get());

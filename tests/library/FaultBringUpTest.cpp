@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // What goes wrong while the engine comes up, one fault at a time: the promised messages, no
 // registration left behind, and everything but enhancement works.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
+#include <new>
 #include <optional>
 
 #include "aisr/AisrEngine.h"
@@ -24,6 +29,9 @@ using Texts = std::vector<std::string>;
 namespace {
 
 constexpr char kServiceArgument[] = "--service";
+
+std::atomic<int> gReadError{0};                           // Unless 0, what read() fails with.
+[[maybe_unused]] thread_local bool tHasNoMemory = false;  // Where it may be told by null.
 
 /** Supports enhancement, and is gone for those who look it up again. */
 class LeavingService : public EngineService {
@@ -45,8 +53,8 @@ void startLeavingService(EngineService& /*none*/) {
 void endFault() {
     fault::setFullDescriptorTable(false);
     gLeavingService.reset();
-    fault::setReadError(0);
-    fault::setNoMemory(false);
+    gReadError = 0;
+    tHasNoMemory = false;
 }
 
 /** A fault that leaves the process without an engine: what is logged, and what is called. */
@@ -88,7 +96,7 @@ const Fault kFaults[] = {
          "5 DE N AISRAlgo openLibrary:#: Can't open library 'libAISRProcess_interface.so' - "
          "libAISRProcess_interface.so: cannot open shared object file: Too many open files\n",
      kAsked},
-    {"NoName", [](auto&) { fault::setReadError(EIO); },
+    {"NoName", [](auto&) { gReadError = EIO; },
      "5 DE N AISR updateAppName:#: Failed to read /proc/PID/cmdline! Input/output error\n" +
          kFailed,
      kAsked},
@@ -98,7 +106,7 @@ const Fault kFaults[] = {
          "data:{DE_EFFECT_TYPE_CONFIG,NAME},&status(size=13),&ret)\n" +
          kFailed,
      kConfigured},
-    {"NoCallback", [](auto&) { fault::setNoMemory(true); }, kNoCallback + kFailed, kConfigured},
+    {"NoCallback", [](auto&) { tHasNoMemory = true; }, kNoCallback + kFailed, kConfigured},
     {"Lost", [](auto& it) { it.outcomes["registerCallbackEx"] = kLost; },
      kEngine +
          "registerCallback:#: registerCallbackEx(callback, data:{ key:NAME feature:44 }) "
@@ -158,7 +166,7 @@ TEST_P(FaultBringUpTest, IsFinalAndLeavesNoRegistration) {
     endFault();
     EXPECT_EQ(fault::takeComplaints(&log), GetParam().complaints);
     if (isHere) {
-        EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
+        fault::expectReturnTo(before);
         const EngineService::Callback held = service->callback();
         EXPECT_TRUE(held == nullptr || held->getStrongCount() == 2) << "the service's and this one";
     } else {
@@ -180,6 +188,26 @@ INSTANTIATE_TEST_SUITE_P(All, FaultBringUpTest, testing::ValuesIn(kFaults),
                          [](const auto& fault) { return std::string(fault.param.name); });
 
 }  // namespace
+
+// Stand before functions of the C library and the C++ runtime, also for the libraries used here. A
+// sanitizer's runtime stands before read() as well; it has to see the calls.
+extern "C" __attribute__((weak)) ssize_t __interceptor_read(int, void*, size_t);
+
+extern "C" ssize_t read(int file, void* bytes, size_t size) {
+    using Read = decltype(&__interceptor_read);
+    Read const real = __interceptor_read != nullptr
+                          ? __interceptor_read
+                          : reinterpret_cast<Read>(dlsym(RTLD_NEXT, "read"));
+    errno = gReadError;
+    return gReadError != 0 ? -1 : real(file, bytes, size);
+}
+
+#ifndef FAULT_REAL_ALLOCATIONS
+// The memory is freed by the runtime's own operator, which calls free().
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return tHasNoMemory ? nullptr : std::malloc(size);
+}
+#endif
 
 int main(int argc, char** argv) {
     const auto run = [](const std::string&) { return serve(new LeavingService); };

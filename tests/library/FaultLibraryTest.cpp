@@ -151,7 +151,7 @@ TEST(FaultLibraryTest, LosesOneFrameAndNothingElse) {
             processing::waitFor("AisrProcess");
         }
         EXPECT_EQ(fault::takeComplaints(&log), "");
-        EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
+        fault::expectReturnTo(before);
     }
 }
 

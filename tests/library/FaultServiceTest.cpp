@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service that is late, dies, or has its transfers interrupted, in every transaction: the
+// A service that is late, or dies, in every transaction, whose wait a signal interrupts: the
 // promised outcome, nothing left behind, and the next service's calls work.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <future>
 #include <ostream>
@@ -26,7 +28,6 @@ using protocol::Operation;
 namespace {
 
 constexpr char kServiceArgument[] = "--service";
-constexpr char kInterrupted[] = "Interrupted";
 
 class FaultyService : public protocol::RecordingService {
 public:
@@ -44,7 +45,6 @@ struct Fault {
 
 const Fault kFaults[] = {
     {"Late", true, true},
-    {"Interrupted", false, true},
     {"DeadBefore", false, false},
     {"DeadDuring", true, false},
 };
@@ -67,21 +67,29 @@ protected:
 
 TEST_P(FaultServiceTest, HasItsPromisedOutcomeInAnyTransactionAndLeavesNothing) {
     const Fault& fault = GetParam();
-    fault::setInterrupting(fault.name == kInterrupted);
+    struct sigaction wake {};
+    wake.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &wake, nullptr);
     EXPECT_EQ(checkDisplayEngineService(), nullptr);
     const std::string before = fault::holdings();
     for (const Operation& operation : protocol::kOperations) {
         SCOPED_TRACE(operation.call);
-        ChildProcess program(ChildProcess::ownPath(), {kServiceArgument, fault.name});
+        ChildProcess program(ChildProcess::ownPath(), {kServiceArgument});
         ASSERT_TRUE(program.waitForLine("ready"));
         service = checkDisplayEngineService();
         ASSERT_NE(service, nullptr);
+        std::atomic<pid_t> caller{0};
         std::future<void> called;
         if (fault.isBlocking) {
             siginfo_t stopped{};
             program.kill(SIGSTOP);
             EXPECT_EQ(waitid(P_PID, static_cast<id_t>(program.pid()), &stopped, WSTOPPED), 0);
-            called = startAndWaitUntilAsleep([&] { expectCall(operation, fault.isAnswered); });
+            called = startAndWaitUntilAsleep([&] {
+                caller = gettid();
+                expectCall(operation, fault.isAnswered);
+            });
+            tgkill(getpid(), caller, SIGUSR1);
+            waitUntilAsleep(caller);
         }
         if (fault.isAnswered) {
             program.kill(SIGCONT);
@@ -94,7 +102,7 @@ TEST_P(FaultServiceTest, HasItsPromisedOutcomeInAnyTransactionAndLeavesNothing) 
         called = {};
         service.clear();
     }
-    EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
+    fault::expectReturnTo(before);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FaultServiceTest, testing::ValuesIn(kFaults),
@@ -103,9 +111,6 @@ INSTANTIATE_TEST_SUITE_P(All, FaultServiceTest, testing::ValuesIn(kFaults),
 }  // namespace
 
 int main(int argc, char** argv) {
-    const auto run = [](const std::string& fault) {
-        fault::setInterrupting(fault == kInterrupted);
-        return serve(new FaultyService);
-    };
+    const auto run = [](const std::string&) { return serve(new FaultyService); };
     return testMain(argc, argv, {{kServiceArgument, run}});
 }

@@ -6,7 +6,6 @@
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,13 +34,6 @@ Strings commandFor(const std::string& program, const Strings& arguments,
     command.push_back(program);
     command.insert(command.end(), arguments.begin(), arguments.end());
     return command;
-}
-
-/** Whether the file becomes readable in time. */
-bool isReadable(int file) {
-    pollfd waited{file, POLLIN, 0};
-    const auto limitMs = static_cast<int>(ChildProcess::patience.count()) * 1000;
-    return TEMP_FAILURE_RETRY(poll(&waited, 1, limitMs)) > 0;
 }
 
 }  // namespace
@@ -100,7 +92,7 @@ void ChildProcess::writeLine(const std::string& line) {
 std::optional<std::string> ChildProcess::readLine() {
     size_t end = 0;
     while ((end = mUnread.find('\n')) == std::string::npos) {
-        if (!isReadable(mSocket)) {
+        if (!waitFor(POLLIN)) {
             ADD_FAILURE() << "process " << mPid << " said nothing for too long";
             return std::nullopt;
         }
@@ -117,10 +109,10 @@ std::optional<std::string> ChildProcess::readLine() {
 }
 
 bool ChildProcess::waitForLine(const std::string& line) {
-    std::optional<std::string> read;
-    do {
+    std::optional<std::string> read = readLine();
+    while (read.has_value() && *read != line) {
         read = readLine();
-    } while (read.has_value() && *read != line);
+    }
     return read.has_value();
 }
 
@@ -132,18 +124,21 @@ void ChildProcess::kill(int signal) {
 
 int ChildProcess::wait() {
     if (!mResult.has_value()) {
-        // An emulator may have no such descriptor; then the wait is the runner's to bound.
-        const auto process = static_cast<int>(syscall(SYS_pidfd_open, mPid, 0));
-        if (process >= 0 && !isReadable(process)) {
+        if (!waitFor(0)) {
             ADD_FAILURE() << "process " << mPid << " did not end";
             kill();
         }
-        close(process);
         int status = 0;
         waitpid(mPid, &status, 0);
         mResult = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
     return *mResult;
+}
+
+bool ChildProcess::waitFor(short events) const {
+    pollfd waited{mSocket, events, 0};  // The end of the program is told in any case.
+    const auto limitMs = static_cast<int>(patience.count()) * 1000;
+    return TEMP_FAILURE_RETRY(poll(&waited, 1, limitMs)) > 0;
 }
 
 std::string ChildProcess::standardError() const {

@@ -25,8 +25,7 @@ public:
     explicit ChildProcess(const std::string& program,
                           const std::vector<std::string>& arguments = {},
                           const std::vector<std::string>& environment = {});
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
+    ChildProcess(ChildProcess&&) = delete;
     ~ChildProcess();
 
     /** The test's own executable, to be started with arguments that make it another program. */
@@ -52,6 +51,9 @@ public:
     std::string standardError() const;
 
 private:
+    /** Whether the socket has something, or the program has closed it, in time. */
+    bool waitFor(short events) const;
+
     pid_t mPid = -1;
     int mSocket = -1;  // Its standard input and output.
     int mError = -1;

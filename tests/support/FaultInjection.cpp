@@ -6,9 +6,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <ctime>
 #include <filesystem>
 #include <iterator>
+#include <mutex>
 #include <regex>
 #include <thread>
 #include <utility>
@@ -28,26 +28,15 @@ size_t countFiles(const std::string& directory) {
 }  // namespace
 
 std::string holdings() {
-    // A sanitizer starts a thread of its own with the program's first. The kernel lists a thread
-    // for a little longer than it takes to join it.
-    [[maybe_unused]] static const bool hasThread = [] {
-        std::string entry;
-        std::thread([&] { entry = "/proc/self/task/" + std::to_string(ownThread()); }).join();
-        while (std::filesystem::exists(entry)) {
-            std::this_thread::yield();
-        }
-        return true;
-    }();
+    // A sanitizer starts a thread of its own with the program's first, which this one then is.
+    static std::once_flag isStarted;
+    std::call_once(isStarted, [] { std::thread(pause).detach(); });
     return std::to_string(countFiles("/proc/self/fd")) + " descriptors, " +
            std::to_string(countFiles("/proc/self/task")) + " threads";
 }
 
-bool returnsTo(const std::string& before) {
-    const std::time_t deadline = std::time(nullptr) + 10;
-    while (holdings() != before && std::time(nullptr) < deadline) {
-        std::this_thread::yield();
-    }
-    return holdings() == before;
+void expectReturnTo(const std::string& before) {
+    waitUntil("the process to hold " + before + " again", [&] { return holdings() == before; });
 }
 
 std::string takeComplaints(LogCapture* log) {
