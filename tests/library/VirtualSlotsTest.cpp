@@ -56,7 +56,7 @@ TEST(VirtualSlotsTest, FollowThePublishedOrder) {
     Slots service = {"~BpDisplayEngineService", "~BpDisplayEngineService", kUnnamed,
                      "getInterfaceDescriptor"};
     for (const protocol::Operation& operation : protocol::kOperations) {
-        service.push_back(operation.name());
+        service.push_back(operation.call.substr(0, operation.call.find(' ')));
     }
     const std::pair<std::string, Slots> tables[] = {
         {"N3com6tivora13displayengine22BpDisplayEngineServiceE", service},

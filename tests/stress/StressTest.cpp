@@ -23,9 +23,7 @@ namespace fs = std::filesystem;
 constexpr int kSideBySide = 4;
 constexpr int kExits = 200;
 
-std::string beside(const std::string& path) {
-    return (fs::path(ChildProcess::ownPath()).parent_path() / path).string();
-}
+const fs::path kFolder = fs::path(ChildProcess::ownPath()).parent_path();
 
 /** Has the service send an event as soon as it has sent the last; counts each of its lines. */
 std::map<std::string, int> watch(ChildProcess& service, const std::atomic<bool>& mayQuit) {
@@ -62,7 +60,7 @@ struct Client {
 TEST(StressTest, EveryClientWithdrawsOnceWheneverItExits) {
     processing::use("without_nothing");
     ChildProcess::patience = std::chrono::minutes(3);
-    ChildProcess service(beside("../../demo/service/displayengine-service"),
+    ChildProcess service(kFolder / "../../demo/service/displayengine-service",
                          {"--monitor-frames", "1000000", "--abort-ms", "3", "--overload-ms", "2"});
     ASSERT_TRUE(service.waitForLine("ready"));
     std::atomic<bool> mayQuit{false};
@@ -77,7 +75,7 @@ TEST(StressTest, EveryClientWithdrawsOnceWheneverItExits) {
             const fs::path folder = fs::path(std::getenv("DISPLAYENGINE_RUNTIME_DIR")) /
                                     std::to_string(slot) / std::string(240, 'n');
             fs::create_directories(folder);
-            fs::create_symlink(beside("stress_client"), folder / "client");
+            fs::create_symlink(kFolder / "stress_client", folder / "client");
             for (int i = slot; i < kExits && !testing::Test::HasFailure(); i += kSideBySide) {
                 clients[static_cast<size_t>(i)].run(folder / "client", i);
             }

@@ -46,7 +46,7 @@ inline std::string hex(const android::Parcel& parcel) {
     return text;
 }
 
-/** An argument as a call's record shows it: " 7", " [ 1 2 ]", " Key=player Feature=44", " 3x2". */
+/** An argument as a call's record shows it: " 7", " [ 1 2 ]", " Key=player Feature=44". */
 inline std::string text(int32_t value) {
     return " " + std::to_string(value);
 }
@@ -67,12 +67,10 @@ inline std::string text(const android::os::PersistableBundle& data) {
     }
     return result;
 }
-inline std::string text(const com::tivora::displayengine::DeGraphicBuffer& buffer) {
-    const android::sp<android::GraphicBuffer> held =
-        com::tivora::displayengine::DeGraphicBuffer(buffer).getGraphicBuffer();
-    return held == nullptr
-               ? " none"
-               : " " + std::to_string(held->getWidth()) + "x" + std::to_string(held->getHeight());
+/** Of a buffer, the width, or 0 for none. */
+inline std::string text(com::tivora::displayengine::DeGraphicBuffer buffer) {
+    const android::sp<android::GraphicBuffer> held = buffer.getGraphicBuffer();
+    return text(held == nullptr ? 0 : static_cast<int32_t>(held->getWidth()));
 }
 /** Of a long vector, the length: " [255]". */
 template <typename T>
