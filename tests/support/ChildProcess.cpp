@@ -6,6 +6,7 @@
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,7 +27,7 @@ using Strings = std::vector<std::string>;
 /** The words that start the program: the environment's, the emulator's and its own. */
 Strings commandFor(const std::string& program, const Strings& arguments,
                    const Strings& environment) {
-    Strings command = {"env"};
+    Strings command = {"/usr/bin/env"};
     command.insert(command.end(), environment.begin(), environment.end());
     const char* const emulator = std::getenv("DISPLAYENGINE_EMULATOR");
     std::istringstream words(emulator != nullptr ? emulator : "");
@@ -34,6 +35,13 @@ Strings commandFor(const std::string& program, const Strings& arguments,
     command.push_back(program);
     command.insert(command.end(), arguments.begin(), arguments.end());
     return command;
+}
+
+/** Whether the file becomes readable in time. */
+bool isReadable(int file) {
+    pollfd waited{file, POLLIN, 0};
+    const auto limitMs = static_cast<int>(ChildProcess::patience.count()) * 1000;
+    return TEMP_FAILURE_RETRY(poll(&waited, 1, limitMs)) > 0;
 }
 
 }  // namespace
@@ -92,7 +100,7 @@ void ChildProcess::writeLine(const std::string& line) {
 std::optional<std::string> ChildProcess::readLine() {
     size_t end = 0;
     while ((end = mUnread.find('\n')) == std::string::npos) {
-        if (!waitFor(POLLIN)) {
+        if (!isReadable(mSocket)) {
             ADD_FAILURE() << "process " << mPid << " said nothing for too long";
             return std::nullopt;
         }
@@ -124,21 +132,18 @@ void ChildProcess::kill(int signal) {
 
 int ChildProcess::wait() {
     if (!mResult.has_value()) {
-        if (!waitFor(0)) {
+        // An emulator may have no such descriptor; then the wait is the runner's to bound.
+        const auto process = static_cast<int>(syscall(SYS_pidfd_open, mPid, 0));
+        if (process >= 0 && !isReadable(process)) {
             ADD_FAILURE() << "process " << mPid << " did not end";
             kill();
         }
+        close(process);
         int status = 0;
         waitpid(mPid, &status, 0);
         mResult = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
     return *mResult;
-}
-
-bool ChildProcess::waitFor(short events) const {
-    pollfd waited{mSocket, events, 0};  // The end of the program is told in any case.
-    const auto limitMs = static_cast<int>(patience.count()) * 1000;
-    return TEMP_FAILURE_RETRY(poll(&waited, 1, limitMs)) > 0;
 }
 
 std::string ChildProcess::standardError() const {

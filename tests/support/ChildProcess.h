@@ -51,9 +51,6 @@ public:
     std::string standardError() const;
 
 private:
-    /** Whether the socket has something, or the program has closed it, in time. */
-    bool waitFor(short events) const;
-
     pid_t mPid = -1;
     int mSocket = -1;  // Its standard input and output.
     int mError = -1;
