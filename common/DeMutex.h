@@ -29,7 +29,7 @@
 class DE_THREAD_ANNOTATION(capability("mutex")) DeMutex {
 public:
     constexpr DeMutex() : mMutex() {}
-    ~DeMutex() {}
+    ~DeMutex() {}  // NOLINT(modernize-use-equals-default): the mutex in the union has one.
     DeMutex(const DeMutex&) = delete;
     DeMutex& operator=(const DeMutex&) = delete;
 

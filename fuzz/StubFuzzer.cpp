@@ -6,80 +6,90 @@ using namespace fuzz;
 
 namespace {
 
-/** What a stub has to do with a request: the call that it makes, its reply and its result. */
-status_t model(BBinder& stub, const Operation& operation, uint32_t code, const Parcel& request,
-               const Status& outcome, Values* answers, Parcel* call, Parcel* reply) {
-    if (!request.checkInterface(&stub)) {
-        return BAD_TYPE;
+/** Uses the whole of the images that it is given. */
+class Service : public protocol::RecordingService {
+public:
+    static constexpr auto& kOperations = kServiceOperations;
+
+    Status processGraphicBuffer(Int feature, Int type, Buffer* input, Buffer* output,
+                                Int* result) override {
+        touch(input->getGraphicBuffer());
+        touch(output->getGraphicBuffer());
+        return RecordingService::processGraphicBuffer(feature, type, input, output, result);
     }
+};
+
+class Callback : public protocol::RecordingCallback {
+public:
+    static constexpr auto& kOperations = kCallbackOperations;
+
+    Lines& journal = *this;
+};
+
+/** What a stub has to say to a request; OK is for one that reaches the implementation. */
+status_t judge(BBinder& stub, const Operation& operation, const Parcel& request) {
     Values arguments;
-    status_t status = arguments.read(operation.request, request);
-    if (status == OK) {
-        call->writeInt32(static_cast<int32_t>(code));
-        arguments.write(operation.request, call);
-        if (operation.reply != nullptr) {
-            status = outcome.writeToParcel(reply);
-            if (status == OK && outcome.isOk()) {
-                status = answers->write(operation.reply, reply);
-            }
-        }
-    }
-    return status == UNEXPECTED_NULL
-               ? Status::fromExceptionCode(Status::EX_NULL_POINTER).writeToParcel(reply)
-               : status;
+    request.setDataPosition(0);
+    return request.checkInterface(&stub) ? operation.request(arguments, request) : BAD_TYPE;
 }
 
-template <typename STUB, size_t N>
-void transact(STUB& stub, const Operation (&operations)[N], uint32_t code, uint32_t flags,
-              const Parcel& request, Values* answers) {
-    stub.call.freeData();
-    Parcel call;
-    Parcel reply;
-    Parcel expected;
-    const status_t status = stub.onTransact(code, request, &reply, flags);
-    if (code >= 1 && code <= N) {
-        request.setDataPosition(0);
-        REQUIRE(status == model(stub, operations[code - 1], code, request, stub.outcome, answers,
-                                &call, &expected));
-    } else if (code == IBinder::INTERFACE_TRANSACTION) {
-        REQUIRE(status == expected.writeString16(STUB::descriptor));
-    } else if (code != IBinder::DUMP_TRANSACTION) {
-        REQUIRE(status == (code == IBinder::PING_TRANSACTION ? status_t{OK} : UNKNOWN_TRANSACTION));
+/** Requires a whole reply and nothing behind it. */
+void requireReply(const Operation& operation, status_t judgement, const Parcel& reply) {
+    reply.setDataPosition(0);
+    if (judgement == UNEXPECTED_NULL || (judgement == OK && operation.reply != nullptr)) {
+        Values results;
+        Status outcome;
+        REQUIRE(outcome.readFromParcel(reply) == OK);
+        REQUIRE(outcome.exceptionCode() ==
+                (judgement == OK ? Status::EX_NONE : Status::EX_NULL_POINTER));
+        REQUIRE(judgement != OK || operation.reply(results, reply) == OK);
     }
-    REQUIRE(same(stub.call, call));
-    REQUIRE(code == IBinder::DUMP_TRANSACTION || same(reply, expected));
+    REQUIRE(reply.dataAvail() == 0);
+}
+
+template <typename STUB>
+void transact(FuzzedDataProvider& data, bool hasToken, bool everyCut) {
+    const auto code = data.ConsumeIntegral<uint32_t>();
+    const auto flags = data.ConsumeIntegral<uint32_t>();
+    Parcel front;
+    if (hasToken) {
+        front.writeInterfaceToken(STUB::descriptor);
+    }
+    Input input(data, front);
+    const sp<STUB> stub = new STUB;
+    input.eachCut(everyCut, [&] {
+        Parcel request;
+        if (!input.fill(&request)) {
+            return;
+        }
+        Parcel reply;
+        const status_t status = stub->onTransact(code, request, &reply, flags);
+        const size_t calls = stub->journal.take().size();
+        if (code < 1 || code > std::size(STUB::kOperations)) {
+            REQUIRE(calls == 0);
+            return;
+        }
+        const Operation& operation = STUB::kOperations[code - 1];
+        const status_t judgement = judge(*stub, operation, request);
+        REQUIRE(calls == (judgement == OK ? 1 : 0));
+        REQUIRE(status == (judgement == UNEXPECTED_NULL ? status_t{OK} : judgement));
+        requireReply(operation, judgement, reply);
+    });
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     return requireNoLeak([&] {
-        enum : uint8_t { kToCallback = 1, kWithToken = 2, kEveryCut = 4 };
+        enum : uint8_t { TO_CALLBACK = 1, HAS_TOKEN = 2, EVERY_CUT = 4 };
         FuzzedDataProvider data(bytes, size);
         const auto choice = data.ConsumeIntegral<uint8_t>();
-        const bool toCallback = (choice & kToCallback) != 0;
-        const auto code = data.ConsumeIntegral<uint32_t>();
-        const auto flags = data.ConsumeIntegral<uint32_t>();
-        const auto service = sp<RecordingService>(new RecordingService);
-        const auto callback = sp<RecordingCallback>(new RecordingCallback);
-        service->outcome = callback->outcome = makeStatus(data);
-        service->answers = Values(data);
-        Parcel front;
-        if ((choice & kWithToken) != 0) {
-            front.writeInterfaceToken(toCallback ? RecordingCallback::descriptor
-                                                 : RecordingService::descriptor);
+        const bool hasToken = (choice & HAS_TOKEN) != 0;
+        const bool everyCut = (choice & EVERY_CUT) != 0;
+        if ((choice & TO_CALLBACK) != 0) {
+            transact<Callback>(data, hasToken, everyCut);
+        } else {
+            transact<Service>(data, hasToken, everyCut);
         }
-        Input input(data, front);
-        input.eachCut((choice & kEveryCut) != 0, [&] {
-            Parcel request;
-            if (!input.fill(&request)) {
-                return;
-            }
-            if (toCallback) {
-                transact(*callback, kCallbackOperations, code, flags, request, nullptr);
-            } else {
-                transact(*service, kServiceOperations, code, flags, request, &service->answers);
-            }
-        });
     });
 }

@@ -37,7 +37,7 @@ while [ $# -gt 0 ]; do
     shift
 done
 
-require_packages "${build_packages[@]}" clang libclang-rt-14-dev
+require_packages "${build_packages[@]}" clang libclang-rt-14-dev libgtest-dev
 cd "$root"
 
 names=()

@@ -107,14 +107,18 @@ std::shared_ptr<Session> BinderProcess::findSession(const std::string& name) con
 }
 
 sp<IBinder> BinderProcess::getService(const String16& name) const {
+    sp<IBinder> service = checkService(name);
+    if (service != nullptr) {
+        return service;  // A watch takes the kernel some milliseconds to end.
+    }
     const int64_t deadlineMs = nowMs() + kGetServiceTimeoutMs;
-    // The directory is watched before the first look, so no service can slip in between.
+    // The directory is watched before the next look, so no service can slip in between.
     UniqueFd changes(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     RuntimeDirectory directory;
     bool isWatched = openForLookup(true, &directory);
     ::inotify_add_watch(changes.get(), directory.pathOf(".").c_str(), IN_MOVED_TO);
     while (isWatched) {
-        sp<IBinder> service = checkService(name);
+        service = checkService(name);
         if (service != nullptr) {
             return service;
         }

@@ -6,6 +6,7 @@
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <ctime>
@@ -39,6 +40,7 @@ using android::binder::Status;
 using android::os::PersistableBundle;
 using com::tivora::displayengine::BnDisplayEngineCallback;
 using com::tivora::displayengine::DeGraphicBuffer;
+using com::tivora::displayengine::IDisplayEngineCallback;
 using com::tivora::displayengine::IDisplayEngineService;
 
 namespace {
@@ -80,22 +82,20 @@ namespace {
 
 constexpr char kServiceArgument[] = "--service";
 constexpr char kBringUpArgument[] = "--bring-up";
-const std::string kLongText = "a text that does not fit into the string itself";
 constexpr int kMost = 2000;  // More allocations than any operation makes.
+const std::string kLongText = "a text that does not fit into the string itself";
 
-enum class Outcome { GOOD, FAILED, WRONG };
-
-/** One attempt at an operation. Only the call has its allocations counted. */
-struct Attempt {
-    std::function<void()> call;
-    std::function<Outcome()> judge; /**< What has come of the call. */
+struct Operation {
+    std::string name;
+    std::function<int()> call; /**< Its answer; what it allocates itself would be counted too. */
+    int failure;               /**< The answer when memory runs out. */
 };
 
 /** Calls with the allocation of this number failing; whether fewer were made. */
-bool callFailing(int number, const std::function<void()>& call) {
+bool callFailing(int number, const std::function<int()>& call, int* answer) {
     gLeft = number;
     try {
-        call();
+        *answer = call();
     } catch (...) {
         gLeft = 0;
         ADD_FAILURE() << "an exception came out";
@@ -103,36 +103,35 @@ bool callFailing(int number, const std::function<void()>& call) {
     return gLeft.exchange(0) > 0;
 }
 
-void expectGood(const std::function<Attempt()>& prepare, const char* which) {
-    const Attempt attempt = prepare();
-    attempt.call();
-    EXPECT_EQ(attempt.judge(), Outcome::GOOD) << which;
-}
-
 /** Waits, ten seconds at most: another thread may still be about to let go of a frame. */
 bool returnsTo(int64_t living) {
     const std::time_t deadline = std::time(nullptr) + kPatienceSeconds;
-    while (gLiving != living && std::time(nullptr) < deadline) {
+    while (gLiving > living && std::time(nullptr) < deadline) {
         std::this_thread::yield();
     }
-    return gLiving == living;
+    return gLiving <= living;
 }
 
-/** `prepare` makes all that an attempt needs before its allocations are counted. */
-void sweep(const std::string& name, const std::function<Attempt()>& prepare) {
-    SCOPED_TRACE(name);
-    expectGood(prepare, "the first call");
+/** `prepare` is called before each attempt; its allocations do not count. */
+void sweep(const Operation& operation, const std::function<void()>& prepare) {
+    SCOPED_TRACE(operation.name);
+    prepare();
+    operation.call();  // What is made once and kept does not count.
+    prepare();
+    const int good = operation.call();
+    int64_t living = gLiving;
     for (int number = 1; number < kMost && !testing::Test::HasFailure(); ++number) {
         SCOPED_TRACE("allocation " + std::to_string(number));
-        const int64_t before = gLiving;
-        bool isUntouched = false;
-        {
-            const Attempt attempt = prepare();
-            isUntouched = callFailing(number, attempt.call);
-            EXPECT_NE(attempt.judge(), Outcome::WRONG);
+        prepare();
+        int answer = good;
+        const bool isUntouched = callFailing(number, operation.call, &answer);
+        if (answer != good) {
+            EXPECT_EQ(answer, operation.failure);
         }
-        expectGood(prepare, "the next call");
-        EXPECT_TRUE(returnsTo(before)) << gLiving - before << " allocations stayed behind";
+        prepare();
+        EXPECT_EQ(operation.call(), good) << "the next call";
+        EXPECT_TRUE(returnsTo(living)) << gLiving - living << " allocations stayed behind";
+        living = std::min<int64_t>(living, gLiving);
         if (isUntouched) {
             return;
         }
@@ -140,228 +139,124 @@ void sweep(const std::string& name, const std::function<Attempt()>& prepare) {
     EXPECT_TRUE(testing::Test::HasFailure()) << "no run passed untouched";
 }
 
-/** A service in a process of its own. */
-class RemoteService {
-public:
-    RemoteService() { EXPECT_TRUE(mProcess.waitForLine("ready")); }
-
-private:
-    ChildProcess mProcess{ChildProcess::ownPath(), {kServiceArgument, ""}};
-};
-
-class Callback : public BnDisplayEngineCallback {
-public:
-    Status onEvent(int32_t /*event*/, int32_t /*value*/) override {
-        ++events;
-        return Status::ok();
-    }
-    Status onEventWithData(int32_t /*event*/, const PersistableBundle& data) override {
-        bool enable = false;
-        events += data.getBoolean(String16("Enable"), &enable) ? 1 : 0;
-        return Status::ok();
-    }
-
-    std::atomic<int> events{0};
-};
-
-// The transactions ---------------------------------------------------------------------------
-
-Outcome outcomeOf(const Status& status) {
-    if (status.isOk()) {
-        return Outcome::GOOD;
-    }
-    return status.transactionError() == NO_MEMORY ? Outcome::FAILED : Outcome::WRONG;
+int answer(const Status& status) {
+    return status.isOk() ? OK : status.transactionError();
 }
 
-struct Transaction {
-    const char* name;
-    Status (*call)(IDisplayEngineService& service, const sp<Callback>& callback,
-                   const PersistableBundle& data);
+class Callback : public BnDisplayEngineCallback {
+    Status onEvent(int32_t, int32_t) override { return Status::ok(); }
+    Status onEventWithData(int32_t, const PersistableBundle&) override { return Status::ok(); }
 };
 
-const Transaction kTransactions[] = {
-    {"getSupported",
-     [](auto& service, auto&, auto&) {
-         int32_t result = 0;
-         return service.getSupported(1, &result);
-     }},
-    {"setScene",
-     [](auto& service, auto&, auto&) {
-         int32_t result = 0;
-         return service.setScene(1, 2, &result);
-     }},
-    {"setData",
-     [](auto& service, auto&, auto& data) {
-         int32_t result = 0;
-         return service.setData(1, data, &result);
-     }},
-    {"getEffectEx",
-     [](auto& service, auto&, auto&) {
-         std::vector<int32_t> values;
-         int32_t result = 0;
-         return service.getEffectEx(1, 2, &values, 0, &result);
-     }},
-    {"getEffect",
-     [](auto& service, auto&, auto&) {
-         std::vector<uint8_t> bytes;
-         int32_t result = 0;
-         return service.getEffect(1, 2, &bytes, 0, &result);
-     }},
-    {"getEffectExByData",
-     [](auto& service, auto&, auto& data) {
-         std::vector<int32_t> values;
-         int32_t result = 0;
-         return service.getEffectExByData(1, data, &values, &result);
-     }},
-    {"setEffect",
-     [](auto& service, auto&, auto& data) {
-         int32_t result = 0;
-         return service.setEffect(1, 2, data, &result);
-     }},
-    {"registerCallback",
-     [](auto& service, auto& callback, auto&) { return service.registerCallback(callback); }},
-    {"registerCallbackEx",
-     [](auto& service, auto& callback, auto& data) {
-         bool isAccepted = false;
-         return service.registerCallbackEx(callback, data, &isAccepted);
-     }},
-    {"unregisterCallback",
-     [](auto& service, auto& callback, auto&) { return service.unregisterCallback(callback); }},
-    {"unregisterCallbackEx",
-     [](auto& service, auto&, auto& data) { return service.unregisterCallbackEx(data); }},
-    {"processGraphicBuffer",
-     [](auto& service, auto&, auto&) {
-         DeGraphicBuffer input;
-         DeGraphicBuffer output;
-         int32_t result = 0;
-         return service.processGraphicBuffer(1, 2, &input, &output, &result);
-     }},
-};
+/** A service in a process of its own. */
+struct RemoteService {
+    RemoteService() { EXPECT_TRUE(process.waitForLine("ready")); }
 
-static_assert(std::size(kTransactions) == com::tivora::displayengine::kServiceCodeCount);
+    ChildProcess process{ChildProcess::ownPath(), {kServiceArgument}};
+};
 
 TEST(AllocationSweepTest, ATransactionAnswersNoMemory) {
     const RemoteService remote;
+    const sp<Callback> callback = new Callback;
+    int32_t result = 0;
     const sp<IDisplayEngineService> service = getDisplayEngineService();
     ASSERT_NE(service, nullptr);
-    const sp<Callback> callback = new Callback;
     PersistableBundle data;
     data.putString(String16("Key"), String16(kLongText.c_str()));
-    for (const Transaction& transaction : kTransactions) {
-        const auto status = std::make_shared<Status>();
-        sweep(transaction.name, [&] {
-            return Attempt{[&] { *status = transaction.call(*service, callback, data); },
-                           [&] { return outcomeOf(*status); }};
-        });
+    bool isAccepted = false;
+    const std::function<Status()> transactions[] = {
+        [&] { return service->getSupported(1, &result); },
+        [&] { return service->setScene(1, 2, &result); },
+        [&] { return service->setData(1, data, &result); },
+        [&] {
+            std::vector<int32_t> values;
+            return service->getEffectEx(1, 2, &values, 0, &result);
+        },
+        [&] {
+            std::vector<uint8_t> bytes;
+            return service->getEffect(1, 2, &bytes, 0, &result);
+        },
+        [&] {
+            std::vector<int32_t> values;
+            return service->getEffectExByData(1, data, &values, &result);
+        },
+        [&] { return service->setEffect(1, 2, data, &result); },
+        [&] { return service->registerCallback(callback); },
+        [&] { return service->registerCallbackEx(callback, data, &isAccepted); },
+        [&] { return service->unregisterCallback(callback); },
+        [&] { return service->unregisterCallbackEx(data); },
+        [&] {
+            DeGraphicBuffer input;
+            DeGraphicBuffer output;
+            return service->processGraphicBuffer(1, 2, &input, &output, &result);
+        },
+    };
+    static_assert(std::size(transactions) == com::tivora::displayengine::kServiceCodeCount);
+    int code = 0;
+    for (const auto& transact : transactions) {
+        sweep({"transaction " + std::to_string(++code), [&] { return answer(transact()); },
+               NO_MEMORY},
+              [] {});
     }
 }
-
-// The facade ---------------------------------------------------------------------------------
-
-struct Method {
-    const char* name;
-    int (*call)(DisplayEngineManager& manager, const sp<Callback>& callback);
-    int failure; /**< Answered when the call fails. */
-};
-
-const Method kMethods[] = {
-    {"displayengineSetBrightness",
-     [](auto& manager, auto&) { return manager.displayengineSetBrightness(7) > 0 ? 1 : 0; }, 0},
-    {"getPanelName",
-     [](auto& manager, auto&) {
-         std::string name;
-         const int result = manager.getPanelName(name);
-         return result != -1 ? 1 : 0;
-     },
-     0},
-    {"getReadingSupport", [](auto& manager, auto&) { return manager.getReadingSupport(); }, 0},
-    {"getGlobalReadingSupport",
-     [](auto& manager, auto&) { return manager.getGlobalReadingSupport(); }, 0},
-    {"getFoldingCompensationSupported",
-     [](auto& manager, auto&) { return manager.getFoldingCompensationSupported(); }, 0},
-    {"setScene", [](auto& manager, auto&) { return manager.setScene(1, 2); }, -22},
-    {"setFrameRate", [](auto& manager, auto&) { return manager.setFrameRate(kLongText); }, -22},
-    {"setCwbForceEnable", [](auto&, auto&) { return static_cast<int>(setCwbForceEnable(1)); }, -22},
-    {"getDisplayEngineService",
-     [](auto&, auto&) { return getDisplayEngineService() != nullptr ? 1 : 0; }, 0},
-    {"checkDisplayEngineService",
-     [](auto&, auto&) { return checkDisplayEngineService() != nullptr ? 1 : 0; }, 0},
-    // These answer nothing, or the failure value in any case.
-    {"getFoldingCompensationAlpha",
-     [](auto& manager, auto&) { return manager.getFoldingCompensationAlpha(); }, 1023},
-    {"getLocalHBMSupport", [](auto& manager, auto&) { return manager.getLocalHBMSupport(); }, 0},
-    {"registerCallback",
-     [](auto& manager, auto& callback) {
-         manager.registerCallback(callback);
-         return 0;
-     },
-     0},
-    {"unregisterCallback",
-     [](auto& manager, auto& callback) {
-         manager.unregisterCallback(callback);
-         return 0;
-     },
-     0},
-};
 
 TEST(AllocationSweepTest, AMethodAnswersItsFailureValue) {
     const RemoteService remote;
-    ASSERT_NE(getDisplayEngineService(), nullptr);
     const sp<Callback> callback = new Callback;
-    for (const Method& method : kMethods) {
-        const int good = method.call(*sp<DisplayEngineManager>(new DisplayEngineManager), callback);
-        int answer = 0;
-        sweep(method.name, [&] {
-            // A manager of its own, since one asks some questions only once.
-            const sp<DisplayEngineManager> manager = new DisplayEngineManager;
-            return Attempt{[&, manager] { answer = method.call(*manager, callback); },
-                           [&] {
-                               if (answer == good) {
-                                   return Outcome::GOOD;
-                               }
-                               return answer == method.failure ? Outcome::FAILED : Outcome::WRONG;
-                           }};
-        });
+    sp<DisplayEngineManager> manager;
+    const Operation methods[] = {
+        {"brightness", [&] { return std::max(manager->displayengineSetBrightness(7), 0); }, 0},
+        {"panel name",
+         [&] {
+             std::string name;
+             return manager->getPanelName(name);
+         },
+         -1},
+        {"reading", [&] { return manager->getReadingSupport(); }, 0},
+        {"global reading", [&] { return manager->getGlobalReadingSupport(); }, 0},
+        {"folding", [&] { return manager->getFoldingCompensationSupported(); }, 0},
+        {"alpha", [&] { return manager->getFoldingCompensationAlpha(); }, 1023},
+        {"local HBM", [&] { return manager->getLocalHBMSupport(); }, 0},
+        {"scene", [&] { return manager->setScene(1, 2); }, -22},
+        {"frame rate", [&] { return manager->setFrameRate(kLongText); }, -22},
+        {"CWB", [] { return setCwbForceEnable(1); }, -22},
+        {"lookup", [] { return getDisplayEngineService() != nullptr ? 1 : 0; }, 0},
+        {"look", [] { return checkDisplayEngineService() != nullptr ? 1 : 0; }, 0},
+        {"callbacks",
+         [&] {
+             manager->registerCallback(callback);
+             manager->unregisterCallback(callback);
+             return 0;
+         },
+         0},
+    };
+    for (const Operation& method : methods) {
+        // A manager of its own, since one asks some questions only once.
+        sweep(method, [&] { manager = new DisplayEngineManager; });
     }
 }
 
-TEST(AllocationSweepTest, StringsComeOutWholeOrEmpty) {
-    const std::string text(40, 'x');
-    const std::string two = text + "," + text;
-    const String16 wide(text.c_str());
+TEST(AllocationSweepTest, AStringComesOutWholeOrEmpty) {
+    const std::string two = kLongText + "," + kLongText;
+    const String16 wide(kLongText.c_str());
     std::vector<std::string> fields;
-    sweep("split", [&] {
-        fields.clear();
-        return Attempt{[&] { DisplayEngineCleanCommon::split(two, ",", fields); },
-                       [&] {
-                           if (fields.size() == 2) {
-                               return Outcome::GOOD;
-                           }
-                           return fields.empty() ? Outcome::FAILED : Outcome::WRONG;
-                       }};
-    });
-    std::string narrow;
-    sweep("string16ToString", [&] {
-        return Attempt{[&] { narrow = DisplayEngineCleanCommon::string16ToString(wide); },
-                       [&] {
-                           if (narrow == text) {
-                               return Outcome::GOOD;
-                           }
-                           return narrow.empty() ? Outcome::FAILED : Outcome::WRONG;
-                       }};
-    });
+    const auto split = [&] {
+        DisplayEngineCleanCommon::split(two, ",", fields);
+        return static_cast<int>(fields.size());
+    };
+    const auto narrow = [&] {
+        return static_cast<int>(DisplayEngineCleanCommon::string16ToString(wide).size());
+    };
+    sweep({"split", split, 0}, [&] { fields.clear(); });
+    sweep({"string16ToString", narrow, 0}, [] {});
 }
-
-// The engine ---------------------------------------------------------------------------------
 
 /** The transaction of an "Enable" event, as it arrives. */
 void writeEvent(Parcel* event, bool enable) {
     PersistableBundle data;
     data.putBoolean(String16("Enable"), enable);
-    EXPECT_EQ(
-        event->writeInterfaceToken(com::tivora::displayengine::IDisplayEngineCallback::descriptor),
-        OK);
-    EXPECT_EQ(event->writeInt32(IDisplayEngineService::DE_EVENT_AISR), OK);
+    event->writeInterfaceToken(IDisplayEngineCallback::descriptor);
+    event->writeInt32(IDisplayEngineService::DE_EVENT_AISR);
     EXPECT_EQ(event->writeParcelable(data), OK);
 }
 
@@ -372,58 +267,59 @@ TEST(AllocationSweepTest, AFrameOrAnEventIsLost) {
     processing::use("without_nothing");
     const sp<DisplayEngineManager> manager = new DisplayEngineManager;
     manager->onVideoAppStart();
-    const sp<android::IBinder> callback = android::IInterface::asBinder(service->callback());
-    ASSERT_NE(callback, nullptr);
-
     g_delogdEnable = g_delogiEnable = true;  // The texts for messages are allocated as well.
+    std::atomic<int> processed{0};
+    processing::setHook([&](const processing::Call& call) {
+        processed += call.entry == "AisrProcess" ? 1 : 0;
+        return AISR_SUCCESS;
+    });
     processing::Frame frame;
-    sweep("frame", [&] {
-        processing::takeTexts();
-        const auto info = std::make_shared<Aisr::BufferInfo>(frame.info(0x1234567812345678));
-        return Attempt{
-            [&manager, info] { manager->doVideoEnhance(*info); },
-            [] { return processing::count("AisrProcess") == 1 ? Outcome::GOOD : Outcome::FAILED; }};
-    });
+    Aisr::BufferInfo info = frame.info(0x1234567812345678);
+    const auto offer = [&] {
+        manager->doVideoEnhance(info);
+        return processed.exchange(0);
+    };
+    sweep({"frame", offer, 0}, [] { processing::takeTexts(); });
 
+    const sp<android::IBinder> callback = android::IInterface::asBinder(service->callback());
     bool isOn = true;
-    android::status_t status = OK;
-    sweep("event", [&] {
+    std::unique_ptr<Parcel> event;
+    const auto prepare = [&] {
         isOn = !isOn;
-        const auto event = std::make_shared<Parcel>();
+        event = std::make_unique<Parcel>();
         writeEvent(event.get(), isOn);
-        return Attempt{[&, event] {
-                           Parcel reply;
-                           status = callback->transact(2, *event, &reply, 1);
-                       },
-                       [&] {
-                           if (manager->getVideoAppConfig() == isOn) {
-                               return Outcome::GOOD;
-                           }
-                           EXPECT_EQ(status, NO_MEMORY);
-                           return Outcome::FAILED;
-                       }};
-    });
-    sweep("size and rate", [&] {
-        return Attempt{[&] {
-                           manager->setVideoRect(720, 700);
-                           manager->setVideoRect(640, 700);
-                           manager->setVideoFrameRate(25);
-                           manager->setVideoFrameRate(30);
-                       },
-                       [] { return Outcome::GOOD; }};
-    });
+    };
+    const auto arrive = [&] {
+        Parcel reply;
+        const android::status_t status = callback->transact(2, *event, &reply, 1);
+        const bool isTaken = manager->getVideoAppConfig() == isOn;
+        return status == OK && !isTaken ? android::BAD_VALUE : status;
+    };
+    sweep({"event", arrive, NO_MEMORY}, prepare);
+
+    bool isSmall = true;
+    const auto report = [&] {
+        manager->setVideoRect(isSmall ? 640 : 720, 700);
+        manager->setVideoFrameRate(isSmall ? 25 : 30);
+        return 0;
+    };
+    sweep({"size and rate", report, 0}, [&] { isSmall = !isSmall; });
+    manager->setVideoRect(640, 700);
+    manager->setVideoFrameRate(25);
+    EXPECT_EQ(manager->needVideoEnhance(), isOn);
+    processing::setHook(nullptr);
 }
 
 TEST(AllocationSweepTest, ABringUpEndsWithoutAnEngine) {
     const RemoteService remote;
     for (int number = 1; number < kMost; ++number) {
         ChildProcess client(ChildProcess::ownPath(), {kBringUpArgument, std::to_string(number)});
-        const std::string answer = client.readLine().value_or("");
-        ASSERT_EQ(client.wait(), 0) << number << ": " << answer;
-        if (answer == "untouched: 1 1") {
+        const std::string said = client.readLine().value_or("");
+        ASSERT_EQ(client.wait(), 0) << number << ": " << said;
+        if (said == "untouched: 1 1") {
             return;
         }
-        ASSERT_TRUE(answer == "failed: 0 0" || answer == "failed: 1 1") << number << ": " << answer;
+        ASSERT_TRUE(said == "failed: 0 0" || said == "failed: 1 1") << number << ": " << said;
     }
     ADD_FAILURE() << "no bring-up passed untouched";
 }
@@ -432,11 +328,10 @@ TEST(AllocationSweepTest, ABringUpEndsWithoutAnEngine) {
 int bringUp(int number) {
     processing::use("without_nothing");
     const sp<DisplayEngineManager> manager = new DisplayEngineManager;
-    int isSupported = 0;
-    const bool isUntouched =
-        callFailing(number, [&] { isSupported = manager->isVideoEngineSupported() ? 1 : 0; });
-    std::cout << (isUntouched ? "untouched: " : "failed: ") << isSupported << " "
-              << manager->isVideoEngineSupported() << std::endl;
+    const auto ask = [&] { return manager->isVideoEngineSupported() ? 1 : 0; };
+    int first = 0;
+    const bool isUntouched = callFailing(number, ask, &first);
+    std::cout << (isUntouched ? "untouched: " : "failed: ") << first << " " << ask() << std::endl;
     return testing::Test::HasFailure() ? 1 : 0;
 }
 

@@ -131,8 +131,10 @@ TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
     PersistableBundle number;
     number.putInt(String16("Enable"), 0);
     const std::string tag = "DE N AISR onEventWithData:#: ";
-    const std::string wrongType =
-        "5 " + tag + "Invalid input: event:2(expeted IDisplayEngineService::DE_EVENT_AISR:3)!";
+    const auto wrongType = [&tag](int event) {
+        return "5 " + tag + "Invalid input: event:" + std::to_string(event) +
+               "(expeted IDisplayEngineService::DE_EVENT_AISR:3)!";
+    };
     const std::string noEnable = "5 " + tag + "Invalid input: no \"Enable\" found in data!";
     const struct {
         int event;
@@ -141,7 +143,8 @@ TEST_F(FacadeTest, ObeysItsEventsAndNoOthers) {
         std::string last;
         bool isEnabled;
     } events[] = {
-        {2, off, wrongType, wrongType, true},
+        {2, off, wrongType(2), wrongType(2), true},
+        {4, off, wrongType(4), wrongType(4), true},
         {3, number, noEnable, noEnable, true},
         {3, PersistableBundle(), noEnable, noEnable, true},
         {3, on, "4 " + tag + "Enable:1", "setEnableInternal:#: Same enable:1 for ", true},

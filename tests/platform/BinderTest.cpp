@@ -225,6 +225,7 @@ TEST_F(BinderTest, ReportsADeathToThoseWhoAskedForIt) {
     EXPECT_FALSE(mPeer->isBinderAlive());
     EXPECT_EQ(mPeer->linkToDeath(other), DEAD_OBJECT);
     EXPECT_EQ(other->getStrongCount(), 1);
+    mProgram->wait();  // the kernel closes its sockets one after the other
     EXPECT_EQ(find("peer"), nullptr);
 }
 
