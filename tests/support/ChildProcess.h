@@ -20,7 +20,7 @@ class ChildProcess {
 public:
     /**
      * Starts `program`. `environment` holds NAME=VALUE entries on top of the test's own. A program
-     * that cannot be started is a test failure, and everything then answers as if it had exited.
+     * that cannot be started says so on its standard error and ends with 127 (126 for no program).
      */
     explicit ChildProcess(const std::string& program,
                           const std::vector<std::string>& arguments = {},
