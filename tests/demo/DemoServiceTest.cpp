@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The sample service as a program: its registrations, and how it starts and ends. What it answers
 // to each question, and its configuration, is seen by DectlTest.
-#include <binder/PersistableBundle.h>
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utils/String16.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -16,17 +14,10 @@
 #include "client/ServiceConnection.h"
 #include "support/Recording.h"
 
-using android::String16;
 using protocol::RecordingCallback;
+using protocol::registration;
 
 namespace {
-
-android::os::PersistableBundle request(const char* key) {
-    android::os::PersistableBundle data;
-    data.putString(String16("Key"), String16(key));
-    data.putInt(String16("Feature"), 44);
-    return data;
-}
 
 TEST(DemoServiceTest, AKeyHasOneCallbackAndItIsToldTheState) {
     android::ProcessState::self()->startThreadPool();
@@ -38,25 +29,24 @@ TEST(DemoServiceTest, AKeyHasOneCallbackAndItIsToldTheState) {
                                                         new RecordingCallback};
     for (const auto& callback : callbacks) {
         bool isAccepted = false;
-        EXPECT_TRUE(service->registerCallbackEx(callback, request("a b"), &isAccepted).isOk());
+        EXPECT_TRUE(service->registerCallbackEx(callback, registration("a b"), &isAccepted).isOk());
         EXPECT_TRUE(isAccepted);
         EXPECT_TRUE(program.waitForLine("registered" + self));
-        EXPECT_EQ(callback->take(1), Strings{"onEventWithData 3 { Enable=false }"});
+        EXPECT_EQ(callback->take(1), Strings{"onEventWithData 3 Enable=false"});
         EXPECT_TRUE(service->registerCallback(callbacks[0]).isOk()) << "a second time is nothing";
     }
     program.writeLine("enable on");
     EXPECT_TRUE(program.waitForLine("enable on clients=2"));
-    EXPECT_TRUE(service->unregisterCallbackEx(request("a b")).isOk());
+    EXPECT_TRUE(service->unregisterCallbackEx(registration("a b")).isOk());
     EXPECT_TRUE(program.waitForLine("withdrawn" + self));
-    EXPECT_FALSE(service->unregisterCallbackEx(request("a b")).isOk());
+    EXPECT_FALSE(service->unregisterCallbackEx(registration("a b")).isOk());
     EXPECT_TRUE(service->unregisterCallback(callbacks[0]).isOk());
 }
 
 TEST(DemoServiceTest, StartsAndEndsCleanOrSaysWhyNot) {
     const std::string directory = std::getenv("DISPLAYENGINE_RUNTIME_DIR");
     const std::string shared = directory + "/shared";
-    ChildProcess program(kService, {"--toggle", "3600:on"});
-    EXPECT_TRUE(program.waitForLine("ready"));
+    Service program({"--toggle", "3600:on"});
     ASSERT_EQ(mkdir(shared.c_str(), 0755), 0);
     ProgramRun(kService, {}).expectFailure(1, "another process has already registered");
     ProgramRun(kService, {}, {"DISPLAYENGINE_RUNTIME_DIR=" + shared})
@@ -70,8 +60,7 @@ TEST(DemoServiceTest, StartsAndEndsCleanOrSaysWhyNot) {
     EXPECT_EQ(program.wait(), 0);
     for (const int signal : {SIGTERM, SIGINT}) {
         EXPECT_TRUE(std::filesystem::is_empty(directory));
-        ChildProcess next(kService);
-        EXPECT_TRUE(next.waitForLine("ready"));
+        Service next;
         next.kill(signal);
         EXPECT_EQ(next.wait(), 0);
     }

@@ -167,8 +167,7 @@ TEST(PlayerTest, TellsByExitCodeAndOneLineWhatWasWrong) {
 }
 
 TEST(PlayerTest, PlaysOnWhenTheServiceIsKilledAndEndsAtASignal) {
-    ChildProcess service(kService, words("--min-width 1 --min-height 1 --abort-ms 60000"));
-    ASSERT_TRUE(service.waitForLine("ready"));
+    Service service(words("--min-width 1 --min-height 1 --abort-ms 60000"));
     ChildProcess player(kPlayer, {makeVideo(0), "--loop", "-o", ownFolder() / "out"},
                         {"LD_LIBRARY_PATH=" + (kDemo / "processing").string()});
     EXPECT_NE(player.readLine()->find("1 frames: 1 enhanced"), std::string::npos);

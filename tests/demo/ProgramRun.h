@@ -20,6 +20,14 @@ inline const std::filesystem::path kDemo =
     std::filesystem::path(ChildProcess::ownPath()).parent_path() / "../demo";
 inline const std::string kService = kDemo / "service/displayengine-service";
 
+/** The sample service, once it is ready. */
+struct Service : ChildProcess {
+    explicit Service(const std::vector<std::string>& arguments = {})
+        : ChildProcess(kService, arguments) {
+        EXPECT_TRUE(waitForLine("ready"));
+    }
+};
+
 /** The words of a command line without quotes. */
 inline Strings words(const std::string& text) {
     std::istringstream stream(text);

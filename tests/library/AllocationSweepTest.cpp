@@ -74,6 +74,9 @@ void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
 void operator delete(void* memory) noexcept {
     release(memory);
 }
+void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
+    release(memory);
+}
 void operator delete(void* memory, size_t /*size*/) noexcept {
     release(memory);
 }

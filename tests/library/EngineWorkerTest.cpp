@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A frame's way through the engine: its guards, the worker, the time limits and the stop.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <future>
 #include <optional>
@@ -46,7 +47,7 @@ protected:
 
     /** Makes each frame take `duration` of the controlled clock in the library. */
     static void take(milliseconds duration, int32_t status = 0) {
-        processing::setHook([=, caller = ownThread()](const Call& call) {
+        processing::setHook([=, caller = gettid()](const Call& call) {
             if (call.entry == "AisrProcess") {
                 waitUntilAsleep(caller);  // It has looked at the clock by then.
                 controlled_clock::advance(duration);

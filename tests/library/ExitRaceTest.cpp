@@ -64,7 +64,8 @@ sp<EngineService>& service() {
 }
 
 void offer(uint64_t stream) {
-    Aisr::BufferInfo info = (new processing::Frame)->info(stream);
+    static processing::Frame& frame = *new processing::Frame;
+    Aisr::BufferInfo info = frame.info(stream);
     client()->doVideoEnhance(info);
 }
 
@@ -72,7 +73,7 @@ void offer(uint64_t stream) {
 void runOnOtherThread(const std::function<void()>& operation) {
     std::promise<pid_t> thread;
     otherThread() = std::thread([&thread, operation] {
-        thread.set_value(ownThread());
+        thread.set_value(gettid());
         operation();
     });
     waitUntilAsleep(thread.get_future().get());

@@ -72,7 +72,7 @@ bool offer() {
 void stopTheApp() {
     std::promise<pid_t> thread;
     std::thread([&] {
-        thread.set_value(ownThread());
+        thread.set_value(gettid());
         client()->onVideoAppStop();
     }).detach();
     waitUntilAsleep(thread.get_future().get());

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // What goes wrong while the engine comes up, and with the processing library and its worker, one
 // fault at a time: the promised messages, and nothing left behind.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <functional>
-#include <optional>
+#include <new>
 #include <string>
 
 #include "aisr/AisrEngine.h"
@@ -76,8 +80,6 @@ void throwInProcess() {
     });
 }
 
-std::optional<fault::NoThreads> gNoThreads;
-
 const Fault kFaults[] = {
     without("AisrInit", "without_init"),
     without("AisrDeinit", "without_deinit"),
@@ -92,7 +94,7 @@ const Fault kFaults[] = {
     {"no init", kNothing, failing("AisrInit", 1), kNoInit + kNotReady},
     {"no init again", kRestart, failing("AisrInit", 1),
      kNoInit + kAdapter + "enhance:#: Retry init() failed!\n" + kFailed},
-    {"no thread", kNothing, [] { gNoThreads.emplace(); },
+    {"no thread", kNothing, [] { fault::setNoThreads(true); },
      kEngine + "getReady:#: Failed to start the worker!\n"},
     {"frame refused", kStart, failing("AisrSetParam(2)", 2),
      kSetParam + "AISR_TAG_SET_BUF(2),&bufInfo,24) failed, return AISR_ERR_BUF_COPY(2)\n" +
@@ -125,7 +127,7 @@ TEST(FaultEngineTest, LosesOneFrameAndNothingElse) {
             processing::waitFor("AisrProcess", fault.processed);
             EXPECT_EQ(processing::count("AisrProcess"), fault.processed);
             EXPECT_EQ(fault::takeComplaints(&log), fault.complaints);
-            gNoThreads.reset();
+            fault::setNoThreads(false);
             if (fault.name == "no deinit") {
                 processing::endSession();  // The adapter has given it up.
             }
@@ -134,12 +136,12 @@ TEST(FaultEngineTest, LosesOneFrameAndNothingElse) {
             processing::waitFor("AisrProcess");
         }
         EXPECT_EQ(fault::takeComplaints(&log), "");
-        EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
+        fault::expectReturnTo(before);
     }
 }
 
-/** Held on to until the fault is over. */
-std::optional<fault::FullDescriptorTable> gFullTable;
+std::atomic<int> gReadError{0};                           // Unless 0, what read() fails with.
+[[maybe_unused]] thread_local bool tHasNoMemory = false;  // Where it may be told by null.
 
 /** A fault that keeps the engine from coming up. */
 struct BringUpFault {
@@ -150,17 +152,17 @@ struct BringUpFault {
 };
 
 const BringUpFault kBringUpFaults[] = {
-    {"no name", [](auto&) { fault::setReadError(EIO); },
+    {"no name", [](auto&) { gReadError = EIO; },
      kEngine + "updateAppName:#: Failed to read /proc/PID/cmdline! Input/output error\n", 0},
 #ifndef FAULT_REAL_ALLOCATIONS
     // Not under a sanitizer, whose runtime has an allocator of its own and needs descriptors.
-    {"no descriptor", [](auto&) { gFullTable.emplace(); },
+    {"no descriptor", [](auto&) { fault::setFullDescriptorTable(true); },
      kEngine + "updateAppName:#: Failed to open /proc/PID/cmdline! Too many open files\n" +
          kAdapter +
          "openLibrary:#: Can't open library 'libAISRProcess_interface.so' - "
          "libAISRProcess_interface.so: cannot open shared object file: Too many open files\n",
      0},
-    {"no callback", [](auto&) { fault::setFailingAllocation(1); },
+    {"no callback", [](auto&) { tHasNoMemory = true; },
      "6 DE N AISR registerCallback:#: new ClientCallback() failed!\n", 1},
 #endif
     {"no configuration",
@@ -192,11 +194,11 @@ TEST(FaultEngineTest, ComesUpWhollyOrNotAtAll) {
             AisrEngine engine;
             EXPECT_FALSE(engine.initialize());
         }
-        gFullTable.reset();
-        fault::setReadError(0);
-        fault::setFailingAllocation(0);
+        fault::setFullDescriptorTable(false);
+        gReadError = 0;
+        tHasNoMemory = false;
         EXPECT_EQ(fault::takeComplaints(&log), fault.complaints);
-        EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
+        fault::expectReturnTo(before);
         EXPECT_EQ(service->journal.lines().size(), fault.calls);
         const EngineService::Callback held = service->callback();
         EXPECT_TRUE(held == nullptr || held->getStrongCount() == 2) << "the service's and this one";
@@ -205,3 +207,23 @@ TEST(FaultEngineTest, ComesUpWhollyOrNotAtAll) {
 }
 
 }  // namespace
+
+// Stand before functions of the C library and the C++ runtime, also for the libraries used here. A
+// sanitizer's runtime stands before read() as well; it has to see the calls.
+extern "C" __attribute__((weak)) ssize_t __interceptor_read(int, void*, size_t);
+
+extern "C" ssize_t read(int file, void* bytes, size_t size) {
+    using Read = decltype(&__interceptor_read);
+    Read const real = __interceptor_read != nullptr
+                          ? __interceptor_read
+                          : reinterpret_cast<Read>(dlsym(RTLD_NEXT, "read"));
+    errno = gReadError;
+    return gReadError != 0 ? -1 : real(file, bytes, size);
+}
+
+#ifndef FAULT_REAL_ALLOCATIONS
+// The memory is freed by the runtime's own operator, which calls free().
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return tHasNoMemory ? nullptr : std::malloc(size);
+}
+#endif

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service that is late, dies, or has its transfers interrupted, in every transaction: the
+// A service that is late, or dies, in every transaction, whose wait a signal interrupts: the
 // promised outcome, nothing left behind, and the next service's calls work.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <future>
+#include <memory>
 
 #include "client/ServiceConnection.h"
 #include "support/ChildProcess.h"
@@ -32,18 +35,27 @@ public:
     Status registerCallback(const Callback& /*callback*/) override { return Status::ok(); }
 };
 
-/** Starts a call that is under way, as the program is stopped in front of it. */
+/** Starts a call that is under way, as the program is stopped in front of it, and interrupts it. */
 template <typename CALL>
 std::future<void> callStopped(ChildProcess& program, const CALL& call) {
     siginfo_t stopped{};
     program.kill(SIGSTOP);
     EXPECT_EQ(waitid(P_PID, static_cast<id_t>(program.pid()), &stopped, WSTOPPED), 0);
-    return startAndWaitUntilAsleep(call);
+    const auto caller = std::make_shared<std::atomic<pid_t>>(0);
+    auto called = startAndWaitUntilAsleep([caller, call] {
+        *caller = gettid();
+        call();
+    });
+    tgkill(getpid(), *caller, SIGUSR1);
+    waitUntilAsleep(*caller);
+    return called;
 }
 
 TEST(FaultServiceTest, HasItsPromisedOutcomeInAnyTransactionAndLeavesNothing) {
     LogCapture log;
-    fault::setInterrupting(true);
+    struct sigaction wake {};
+    wake.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &wake, nullptr);
     EXPECT_EQ(checkDisplayEngineService(), nullptr);
     const std::string before = fault::holdings();
     const sp<protocol::RecordingCallback> callback = new protocol::RecordingCallback;
@@ -69,15 +81,12 @@ TEST(FaultServiceTest, HasItsPromisedOutcomeInAnyTransactionAndLeavesNothing) {
         program.wait();
         call(DEAD_OBJECT);
     }
-    EXPECT_TRUE(fault::returnsTo(before)) << fault::holdings() << " after " << before;
+    fault::expectReturnTo(before);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const auto run = [](const std::string&) {
-        fault::setInterrupting(true);
-        return serve(new FaultyService);
-    };
+    const auto run = [](const std::string&) { return serve(new FaultyService); };
     return testMain(argc, argv, {{kServiceArgument, run}});
 }

@@ -193,7 +193,7 @@ TEST_F(ServiceProtocolTest, EventsHaveTheirLayoutAndAskForNoReply) {
     EXPECT_EQ(line->request, kCallbackToken +
                                  " 03000000 01000000 20000000 424e444c 01000000 06000000 45006e00 "
                                  "61006200 6c006500 00000000 09000000 01000000");
-    EXPECT_EQ(callback->take(2), (Texts{"onEvent 3 -1", "onEventWithData 3 { Enable=true }"}));
+    EXPECT_EQ(callback->take(2), (Texts{"onEvent 3 -1", "onEventWithData 3 Enable=true"}));
 
     line->returned = android::UNKNOWN_TRANSACTION;
     EXPECT_EQ(sender->onEvent(3, -1).transactionError(), android::UNKNOWN_TRANSACTION);

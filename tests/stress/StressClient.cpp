@@ -14,13 +14,11 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <random>
 #include <thread>
-#include <vector>
 
 #include "aidl/BnDisplayEngineCallback.h"
 #include "client/DisplayEngineManager.h"
@@ -35,12 +33,11 @@ namespace {
 using Manager = DisplayEngineManager;
 using Random = std::minstd_rand;
 
-constexpr unsigned kDeadlineSeconds = 120;  // A client that hangs is ended by a signal.
-constexpr int kManagers = 3;                // Each with a thread of its own.
+constexpr int kManagers = 3;  // Each with a thread of its own.
 constexpr int kFrameThreads = 4;
-constexpr std::chrono::milliseconds kSlow{4};  // Longer than a frame may take.
 constexpr int kWidth = 32;
 constexpr int kHeight = 16;
+constexpr int kNumbers = 900;  // What the operations are called with stays below.
 
 // Static like the planes, or never destroyed: threads go on while the process exits.
 sp<Manager>* gManagers = new sp<Manager>[kManagers];
@@ -48,7 +45,6 @@ char gPlanes[kFrameThreads][kWidth * kHeight * 3 / 2];
 sem_t gEnough;
 std::atomic<int64_t> gLeft;
 std::atomic<int> gEvents{0};
-std::atomic<int> gProcessed{0};
 std::atomic<int> gCancelled{0};
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
@@ -63,48 +59,44 @@ public:
     }
 };
 
-/** All but the frames' and the brightness: on any manager, from any thread, also during the exit.
- */
-void (*const kOperations[])(const sp<Manager>&, Random&) = {
-    [](auto& manager, auto&) { manager->isVideoEngineSupported(); },
-    [](auto& manager, auto&) { manager->getVideoAppConfig(); },
-    [](auto& manager, auto&) { manager->onVideoAppStart(); },
-    [](auto& manager, auto&) { manager->onVideoAppStop(); },
-    [](auto& manager, auto&) { manager->onVideoStart(); },
-    [](auto& manager, auto&) { manager->onVideoStop(); },
-    [](auto& manager, auto& random) { manager->setAisrEnable(random() % 2 == 0); },
-    [](auto& manager, auto& random) {
-        manager->setVideoRect(static_cast<int>(random() % 900), static_cast<int>(random() % 900));
-    },
-    [](auto& manager, auto& random) {
-        manager->setVideoFrameRate(static_cast<int>(random() % 60));
-    },
-    [](auto& manager, auto&) { manager->getService(); },
-    [](auto& manager, auto&) {
-        std::string name;
+/** All but the frames' and the brightness: on any manager, from any thread, at the exit as well. */
+void (*const kOperations[])(const sp<Manager>&, int number) = {
+    [](auto& manager, int) { manager->isVideoEngineSupported(); },
+    [](auto& manager, int) { manager->getVideoAppConfig(); },
+    [](auto& manager, int) { manager->onVideoAppStart(); },
+    [](auto& manager, int) { manager->onVideoAppStop(); },
+    [](auto& manager, int) { manager->onVideoStart(); },
+    [](auto& manager, int) { manager->onVideoStop(); },
+    [](auto& manager, int number) { manager->setAisrEnable(number % 2 == 0); },
+    [](auto& manager, int number) { manager->setVideoRect(number, kNumbers - number); },
+    [](auto& manager, int number) { manager->setVideoFrameRate(number % 60); },
+    [](auto& manager, int) { manager->getService(); },
+    [](auto& manager, int number) {
+        std::string name = std::to_string(number % 60);
+        manager->setFrameRate(name);
         manager->getPanelName(name);
     },
-    [](auto& manager, auto&) { manager->getReadingSupport(); },
-    [](auto& manager, auto&) { manager->getFoldingCompensationAlpha(); },
-    [](auto& manager, auto&) { manager->getLocalHBMSupport(); },
-    [](auto& manager, auto& random) { manager->setScene(21, static_cast<int>(random() % 100)); },
-    [](auto& manager, auto& random) { manager->setFrameRate(std::to_string(random() % 60)); },
-    [](auto& manager, auto&) {
+    [](auto& manager, int) { manager->getReadingSupport(); },
+    [](auto& manager, int) { manager->getFoldingCompensationAlpha(); },
+    [](auto& manager, int) { manager->getLocalHBMSupport(); },
+    [](auto& manager, int number) { manager->setScene(21, number % 100); },
+    [](auto& manager, int) {
         const sp<Callback> callback = new Callback;
         manager->registerCallback(callback);
         manager->getReadingSupport();
         manager->unregisterCallback(callback);
     },
-    [](auto&, auto&) { sp<Manager>(new Manager)->getService(); },
-    [](auto&, auto&) { getDisplayEngineService(); },
-    [](auto&, auto&) { checkDisplayEngineService(); },
-    [](auto&, auto& random) { setCwbForceEnable(static_cast<int32_t>(random() % 3)); },
+    [](auto&, int) { sp<Manager>(new Manager)->getService(); },
+    [](auto&, int) { getDisplayEngineService(); },
+    [](auto&, int) { checkDisplayEngineService(); },
+    [](auto&, int number) { setCwbForceEnable(number % 3); },
 };
 
 [[noreturn]] void callForever(int index, Random random) {
     for (;;) {
         gManagers[index]->displayengineSetBrightness(static_cast<int>(random() % 256));
-        kOperations[random() % std::size(kOperations)](gManagers[random() % kManagers], random);
+        kOperations[random() % std::size(kOperations)](gManagers[random() % kManagers],
+                                                       static_cast<int>(random() % kNumbers));
         if (gLeft.fetch_sub(1, kRelaxed) == 1) {
             sem_post(&gEnough);
         }
@@ -124,7 +116,35 @@ void (*const kOperations[])(const sp<Manager>&, Random&) = {
     }
 }
 
-void run(unsigned seed, int64_t operations) {
+}  // namespace
+
+/** The sample library asks this before it does what it is called for. */
+extern "C" int32_t aisrControlledEntry(const char* entry, void** /*context*/, int32_t tag,
+                                       const void* /*data*/, uint64_t /*size*/) {
+    static std::atomic<uint32_t> calls{0};
+    const uint32_t call = calls.fetch_add(1, kRelaxed);
+    if (std::strcmp(entry, "AisrInit") == 0) {
+        return call % 8 == 0 ? AISR_ERR_FATAL : AISR_SUCCESS;
+    }
+    if (tag == AISR_TAG_SET_TIMEOUT) {
+        gCancelled.fetch_add(1, kRelaxed);
+    }
+    if (std::strcmp(entry, "AisrProcess") == 0 && call % 8 == 0) {
+        usleep(4000);  // Longer than a frame may take.
+    }
+    return AISR_SUCCESS;
+}
+
+// The thread sanitizer's pause at the end, in which it looks for late races, is a second otherwise.
+extern "C" const char* __tsan_default_options() {
+    return "atexit_sleep_ms=50";
+}
+
+int main(int /*argc*/, char** argv) {
+    const auto seed = static_cast<unsigned>(std::atoi(argv[1]));
+    const int64_t operations = std::atoi(argv[2]);
+    alarm(120);  // A client that hangs is ended by a signal.
+    __android_log_set_logger([](const __android_log_message*) {});  // It would be no end of text.
     property_set("persist.displayengine.log", seed % 4 < 2 ? "true" : "false");
     for (int i = 0; i < kManagers; ++i) {
         gManagers[i] = new Manager;
@@ -141,44 +161,7 @@ void run(unsigned seed, int64_t operations) {
     for (int i = 0; i < kManagers; ++i) {
         std::thread(callForever, i, Random(seed * 16 + static_cast<unsigned>(i))).detach();
     }
-    while (sem_wait(&gEnough) != 0) {
-    }
-}
-
-}  // namespace
-
-/** The sample library asks this before it does what it is called for. */
-extern "C" int32_t aisrControlledEntry(const char* entry, void** /*context*/, int32_t tag,
-                                       const void* /*data*/, uint64_t /*size*/) {
-    static std::atomic<uint32_t> calls{0};
-    const uint32_t call = calls.fetch_add(1, kRelaxed);
-    if (std::strcmp(entry, "AisrInit") == 0) {
-        return call % 8 == 0 ? AISR_ERR_FATAL : AISR_SUCCESS;
-    }
-    if (tag == AISR_TAG_SET_TIMEOUT) {
-        gCancelled.fetch_add(1, kRelaxed);
-    }
-    if (std::strcmp(entry, "AisrProcess") == 0) {
-        gProcessed.fetch_add(1, kRelaxed);
-        if (call % 8 == 0) {
-            std::this_thread::sleep_for(kSlow);
-        }
-    }
-    return AISR_SUCCESS;
-}
-
-// The thread sanitizer's pause at the end, in which it looks for late races, is a second otherwise.
-extern "C" const char* __tsan_default_options() {
-    return "atexit_sleep_ms=50";
-}
-
-int main(int argc, char** argv) {
-    if (argc != 3) {
-        return 2;
-    }
-    alarm(kDeadlineSeconds);
-    __android_log_set_logger([](const __android_log_message*) {});  // It would be no end of text.
-    run(static_cast<unsigned>(std::atoi(argv[1])), std::atoi(argv[2]));
-    std::cout << gEvents << " " << gProcessed << " " << gCancelled << std::endl;
+    sem_wait(&gEnough);
+    std::cout << gEvents << " " << gCancelled << std::endl;
     return 0;
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/ChildProcess.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <spawn.h>
@@ -15,28 +14,26 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <sstream>
 
-extern char** environ;
-
 namespace {
 
 using Strings = std::vector<std::string>;
 
-/** The words before the program and the program itself. */
-Strings commandFor(const std::string& program, const Strings& environment) {
-    Strings command;
-    if (!environment.empty()) {
-        command.emplace_back("env");
-        command.insert(command.end(), environment.begin(), environment.end());
-    }
+/** The words that start the program: the environment's, the emulator's and its own. */
+Strings commandFor(const std::string& program, const Strings& arguments,
+                   const Strings& environment) {
+    Strings command = {"/usr/bin/env"};
+    command.insert(command.end(), environment.begin(), environment.end());
     const char* const emulator = std::getenv("DISPLAYENGINE_EMULATOR");
     std::istringstream words(emulator != nullptr ? emulator : "");
     command.insert(command.end(), std::istream_iterator<std::string>(words), {});
     command.push_back(program);
+    command.insert(command.end(), arguments.begin(), arguments.end());
     return command;
 }
 
@@ -51,93 +48,79 @@ bool isReadable(int file) {
 
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
                            const std::vector<std::string>& environment) {
-    int input[2] = {-1, -1};
-    int output[2] = {-1, -1};
+    // A socket: writing to it when the program has ended raises no signal.
+    int ends[2] = {-1, -1};
     mError = memfd_create("standard-error", MFD_CLOEXEC);
-    // A socket for the input: writing to it when the program has ended raises no signal.
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, input) != 0 ||
-        pipe2(output, O_CLOEXEC) != 0 || mError < 0) {
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0 || mError < 0) {
         ADD_FAILURE() << "no descriptors: " << std::strerror(errno);
     }
-    mInput = input[1];
-    mOutput = output[0];
+    mSocket = ends[1];
 
-    Strings command = commandFor(program, environment);
-    command.insert(command.end(), arguments.begin(), arguments.end());
+    Strings command = commandFor(program, arguments, environment);
     std::vector<char*> pointers(command.size() + 1, nullptr);
     std::transform(command.begin(), command.end(), pointers.begin(),
                    [](std::string& word) { return word.data(); });
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[0], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, mError, STDERR_FILENO);
     const int error =
         posix_spawnp(&mPid, pointers.front(), &actions, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    close(input[0]);
-    close(output[1]);
+    close(ends[0]);
     if (error != 0) {
-        ADD_FAILURE() << "cannot start " << command.front() << ": " << std::strerror(error);
-        mPid = -1;
+        ADD_FAILURE() << "cannot start " << program << ": " << std::strerror(error);
         mResult = 127;
     }
 }
 
 ChildProcess::~ChildProcess() {
-    kill(SIGKILL);
+    kill();
     wait();
     // A program that is killed cannot report by its exit status what a sanitizer has found.
-    if (standardError().find("Sanitizer") != std::string::npos) {
-        ADD_FAILURE() << "a sanitizer has found a fault in process " << mPid;
-    }
+    EXPECT_EQ(standardError().find("Sanitizer"), std::string::npos) << "in process " << mPid;
     if (testing::Test::HasFailure()) {
         std::cerr << "standard error of process " << mPid << ":\n" << standardError();
     }
-    close(mInput);
-    close(mOutput);
+    close(mSocket);
     close(mError);
 }
 
 std::string ChildProcess::ownPath() {
-    char path[4096];
-    const ssize_t size = readlink("/proc/self/exe", path, sizeof(path));
-    return std::string(path, size > 0 ? static_cast<size_t>(size) : 0);
+    return std::filesystem::read_symlink("/proc/self/exe");
 }
 
 void ChildProcess::writeLine(const std::string& line) {
     const std::string text = line + "\n";
     // A program that has ended is found out by what it no longer says.
-    [[maybe_unused]] const ssize_t sent = send(mInput, text.data(), text.size(), MSG_NOSIGNAL);
+    [[maybe_unused]] const ssize_t sent = send(mSocket, text.data(), text.size(), MSG_NOSIGNAL);
 }
 
 std::optional<std::string> ChildProcess::readLine() {
-    for (;;) {
-        const size_t end = mUnread.find('\n');
-        if (end != std::string::npos) {
-            const std::string line = mUnread.substr(0, end);
-            mUnread.erase(0, end + 1);
-            return line;
-        }
-        if (!isReadable(mOutput)) {
+    size_t end = 0;
+    while ((end = mUnread.find('\n')) == std::string::npos) {
+        if (!isReadable(mSocket)) {
             ADD_FAILURE() << "process " << mPid << " said nothing for too long";
             return std::nullopt;
         }
         char part[4096];
-        const ssize_t size = read(mOutput, part, sizeof(part));
-        if (size > 0) {
-            mUnread.append(part, static_cast<size_t>(size));
-        } else if (size == 0 || errno != EINTR) {
+        const ssize_t size = TEMP_FAILURE_RETRY(read(mSocket, part, sizeof(part)));
+        if (size <= 0) {
             return std::nullopt;
         }
+        mUnread.append(part, static_cast<size_t>(size));
     }
+    const std::string line = mUnread.substr(0, end);
+    mUnread.erase(0, end + 1);
+    return line;
 }
 
 bool ChildProcess::waitForLine(const std::string& line) {
-    std::optional<std::string> read;
-    do {
+    std::optional<std::string> read = readLine();
+    while (read.has_value() && *read != line) {
         read = readLine();
-    } while (read.has_value() && *read != line);
+    }
     return read.has_value();
 }
 
@@ -153,12 +136,12 @@ int ChildProcess::wait() {
         const auto process = static_cast<int>(syscall(SYS_pidfd_open, mPid, 0));
         if (process >= 0 && !isReadable(process)) {
             ADD_FAILURE() << "process " << mPid << " did not end";
-            kill(SIGKILL);
+            kill();
         }
         close(process);
         int status = 0;
-        const bool isKnown = TEMP_FAILURE_RETRY(waitpid(mPid, &status, 0)) == mPid;
-        mResult = !isKnown ? 127 : WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+        waitpid(mPid, &status, 0);
+        mResult = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
     return *mResult;
 }

@@ -20,13 +20,12 @@ class ChildProcess {
 public:
     /**
      * Starts `program`. `environment` holds NAME=VALUE entries on top of the test's own. A program
-     * that cannot be started is a test failure, and everything then answers as if it had exited.
+     * that cannot be started says so on its standard error and ends with 127 (126 for no program).
      */
     explicit ChildProcess(const std::string& program,
                           const std::vector<std::string>& arguments = {},
                           const std::vector<std::string>& environment = {});
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
+    ChildProcess(ChildProcess&&) = delete;
     ~ChildProcess();
 
     /** The test's own executable, to be started with arguments that make it another program. */
@@ -53,8 +52,7 @@ public:
 
 private:
     pid_t mPid = -1;
-    int mInput = -1;
-    int mOutput = -1;
+    int mSocket = -1;  // Its standard input and output.
     int mError = -1;
     std::string mUnread;
     std::optional<int> mResult;

@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <binder/IServiceManager.h>
+#include <gtest/gtest.h>
+#include <utils/String16.h>
+
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -16,7 +21,8 @@ public:
     /** An abort timeout that no frame outlasts, however busy the machine. */
     static constexpr int32_t kPatientMs = 10'000;
 
-    /** The configuration: sizes of 513x513 to 1280x720, at up to 30 frames per second. */
+    /** The configuration: sizes of 513x513 to 1280x720, at up to 30 frames per second. In
+     * the answer's order. */
     struct Config {
         Int enable = 1;
         Int minWidth = 512;
@@ -31,11 +37,17 @@ public:
         Int overloadMs = 33;
         Int toleranceCount = 5;
         Int toleranceMs = 10'000;
-        size_t size = 13; /**< How many of these the service answers with. */
+        Int size = 13; /**< How many of these the service answers with. */
     };
 
     /** A new one, registered in place of an earlier one of this process. */
-    static android::sp<EngineService> install();
+    static android::sp<EngineService> install() {
+        const android::sp<EngineService> service = new EngineService;
+        EXPECT_EQ(android::defaultServiceManager()->addService(
+                      android::String16("DisplayEngineService"), service),
+                  android::OK);
+        return service;
+    }
 
     // What to answer beside the outcomes; set while no call is under way.
     Int support = 1;
@@ -45,17 +57,34 @@ public:
     std::function<void(const Callback&)> whenRegistered; /**< Likewise for registerCallbackEx. */
 
     /** The callback registered last, or null. */
-    Callback callback() const {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return mCallback;
+    const Callback& callback() const { return mCallback; }
+
+    Status registerCallbackEx(const Callback& callback, const Bundle& data, bool* result) override {
+        mCallback = callback;
+        if (whenRegistered) {
+            whenRegistered(callback);
+        }
+        const Status status = RecordingService::registerCallbackEx(callback, data, result);
+        *result = registerResult;
+        return status;
     }
 
-    Status registerCallbackEx(const Callback& callback, const Bundle& data, bool* result) override;
-
 protected:
-    Status respond(const std::string& call, const protocol::Answer& to) override;
+    Status respond(const std::string& call, const protocol::Answer& to) override {
+        const Status outcome = RecordingService::respond(call, to);
+        if (call.rfind("getSupported ", 0) == 0) {
+            if (whenAsked) {
+                whenAsked();
+            }
+            *to.result = support;
+        } else if (call.rfind("getEffectExByData ", 0) == 0) {
+            to.values->resize(sizeof(config) / sizeof(Int));
+            std::memcpy(to.values->data(), &config, sizeof(config));
+            to.values->resize(static_cast<size_t>(config.size));
+        }
+        return outcome;
+    }
 
 private:
-    mutable std::mutex mMutex;
-    Callback mCallback;  // guarded by mMutex
+    Callback mCallback;
 };

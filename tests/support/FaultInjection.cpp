@@ -2,12 +2,13 @@
 #include "support/FaultInjection.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <ctime>
 #include <filesystem>
 #include <iterator>
+#include <mutex>
 #include <regex>
 #include <thread>
 #include <utility>
@@ -24,38 +25,18 @@ size_t countFiles(const std::string& directory) {
     return static_cast<size_t>(std::distance(begin(files), end(files)));
 }
 
-rlim_t exchangeLimit(rlim_t value) {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlim_t usual = limit.rlim_cur;
-    limit.rlim_cur = value;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    return usual;
-}
-
 }  // namespace
 
 std::string holdings() {
-    // A sanitizer starts a thread of its own with the program's first. The kernel lists a thread
-    // for a little longer than it takes to join it.
-    [[maybe_unused]] static const bool hasThread = [] {
-        std::string entry;
-        std::thread([&] { entry = "/proc/self/task/" + std::to_string(ownThread()); }).join();
-        while (std::filesystem::exists(entry)) {
-            std::this_thread::yield();
-        }
-        return true;
-    }();
+    // A sanitizer starts a thread of its own with the program's first, which this one then is.
+    static std::once_flag isStarted;
+    std::call_once(isStarted, [] { std::thread(pause).detach(); });
     return std::to_string(countFiles("/proc/self/fd")) + " descriptors, " +
            std::to_string(countFiles("/proc/self/task")) + " threads";
 }
 
-bool returnsTo(const std::string& before) {
-    const std::time_t deadline = std::time(nullptr) + 10;
-    while (holdings() != before && std::time(nullptr) < deadline) {
-        std::this_thread::yield();
-    }
-    return holdings() == before;
+void expectReturnTo(const std::string& before) {
+    waitUntil("the process to hold " + before + " again", [&] { return holdings() == before; });
 }
 
 std::string takeComplaints(LogCapture* log) {
@@ -80,27 +61,25 @@ std::string takeComplaints(LogCapture* log) {
 }
 
 // The limit is on the numbers of descriptors, and the lowest free number is always taken first.
-FullDescriptorTable::FullDescriptorTable() {
-    const int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(lowest);
-    mUsual = exchangeLimit(static_cast<rlim_t>(lowest));
+void setFullDescriptorTable(bool on) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    if (on) {
+        const int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        close(lowest);
+        limit.rlim_cur = static_cast<rlim_t>(lowest);
+    }
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-FullDescriptorTable::~FullDescriptorTable() {
-    exchangeLimit(mUsual);
-}
-
-// No machine has room for such a stack.
-NoThreads::NoThreads() {
-    pthread_attr_t huge;
-    pthread_getattr_default_np(&mUsual);
-    pthread_getattr_default_np(&huge);
-    pthread_attr_setstacksize(&huge, size_t{1} << 47);
-    pthread_setattr_default_np(&huge);
-}
-
-NoThreads::~NoThreads() {
-    pthread_setattr_default_np(&mUsual);
+void setNoThreads(bool on) {
+    static constexpr size_t kUsualStack = size_t{8} << 20;
+    static constexpr size_t kHugeStack = size_t{1} << 47;  // No machine has room for it.
+    pthread_attr_t attributes;
+    pthread_getattr_default_np(&attributes);
+    pthread_attr_setstacksize(&attributes, on ? kHugeStack : kUsualStack);
+    pthread_setattr_default_np(&attributes);
 }
 
 }  // namespace fault

@@ -4,7 +4,6 @@
 #include <stdlib.h>
 
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 
 namespace {
@@ -12,9 +11,7 @@ namespace {
 class PrivateDirectory : public testing::Environment {
 public:
     void SetUp() override {
-        if (mkdtemp(mPath.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory: " + mPath);
-        }
+        ASSERT_NE(mkdtemp(mPath.data()), nullptr) << mPath;
         setenv("DISPLAYENGINE_RUNTIME_DIR", mPath.c_str(), 1);
     }
     void TearDown() override { std::filesystem::remove_all(mPath); }

@@ -4,20 +4,14 @@
 #include <dlfcn.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <utility>
 
 #include "support/Lines.h"
-#include "support/ThreadState.h"
 
 namespace processing {
 
 namespace {
-
-constexpr int32_t kWidth = 32;
-constexpr int32_t kHeight = 16;
-constexpr int32_t kStride = 64;
 
 // Never destroyed: a library may still be called while the process exits.
 struct Recorder {
@@ -30,18 +24,6 @@ struct Recorder {
 Recorder& recorder() {
     static Recorder& theRecorder = *new Recorder;
     return theRecorder;
-}
-
-AisrBuffer frameOf(int32_t tag, const void* data) {
-    AisrBuffer buffer{};
-    if (tag == AISR_TAG_SET_TIMEOUT) {
-        std::memcpy(&buffer, data, sizeof(buffer));
-    } else if (tag == AISR_TAG_SET_BUF) {
-        const auto* list = static_cast<const AisrBufferList*>(data);
-        const void* node = list->ends.next;
-        buffer = static_cast<const AisrBufferNode*>(node)->buffer;
-    }
-    return buffer;
 }
 
 }  // namespace
@@ -99,33 +81,13 @@ void endSession() {
     dlclose(library);
 }
 
-void Gate::open() {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mIsOpen = true;
-    mOpened.notify_all();
-}
-
-void Gate::pass() {
-    std::unique_lock<std::mutex> lock(mMutex);
-    waitUntil(mOpened, lock, "a gate to be opened", [this] { return mIsOpen; });
-}
-
-Frame::Frame() : mPlanes(static_cast<size_t>(kStride * kHeight * 3 / 2), 0x80) {}
-
-Aisr::BufferInfo Frame::info(uint64_t id) {
-    return {id, mPlanes.data(), mPlanes.data() + kStride * kHeight, kWidth, kHeight, kStride, 0};
-}
-
 }  // namespace processing
 
 extern "C" int32_t aisrControlledEntry(const char* entry, void** context, int32_t tag,
                                        const void* data, uint64_t size) {
     using processing::recorder;
     const auto* bytes = static_cast<const uint8_t*>(data);
-    const processing::Call call{
-        entry, context,
-        tag,   data == nullptr ? std::vector<uint8_t>() : std::vector<uint8_t>(bytes, bytes + size),
-        data,  processing::frameOf(tag, data)};
+    const processing::Call call{entry, context, tag, {bytes, bytes + size}, data};
     processing::Hook hook;
     {
         const std::lock_guard<std::mutex> lock(recorder().mutex);

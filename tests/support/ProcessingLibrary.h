@@ -10,6 +10,7 @@
 
 #include "common/AisrProcess.h"
 #include "common/BufferInfo.h"
+#include "support/ThreadState.h"
 
 /**
  * The controlled builds of the sample processing library, as the tests see them: each entry reports
@@ -24,7 +25,6 @@ struct Call {
     int32_t tag;               /**< Of AisrSetParam; otherwise 0. */
     std::vector<uint8_t> data; /**< Its bytes as they arrived. */
     const void* address;       /**< Where they stood. */
-    AisrBuffer buffer;         /**< The frame of AISR_TAG_SET_BUF and AISR_TAG_SET_TIMEOUT. */
 
     /** "AisrSetParam(2)", or the entry's name alone. */
     std::string text() const;
@@ -43,8 +43,15 @@ void setHook(Hook hook);
 /** A gate that stays shut until it is opened. */
 class Gate {
 public:
-    void open();
-    void pass();
+    void open() {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mIsOpen = true;
+        mOpened.notify_all();
+    }
+    void pass() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        waitUntil(mOpened, lock, "a gate to be opened", [this] { return mIsOpen; });
+    }
 
 private:
     std::mutex mMutex;
@@ -73,11 +80,14 @@ void endSession();
 /** Planes of a small frame, and records that point to them. */
 class Frame {
 public:
-    Frame();
-    Aisr::BufferInfo info(uint64_t id);
+    Aisr::BufferInfo info(uint64_t id) {
+        return {id, mPlanes.data(), mPlanes.data() + kStride * kHeight, 32, kHeight, kStride, 0};
+    }
 
 private:
-    std::vector<uint8_t> mPlanes;
+    static constexpr int32_t kHeight = 16;
+    static constexpr int32_t kStride = 64;
+    std::vector<uint8_t> mPlanes = std::vector<uint8_t>(kStride * kHeight * 3 / 2, 0x80);
 };
 
 }  // namespace processing

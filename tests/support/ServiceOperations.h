@@ -24,11 +24,11 @@ struct Results {
     DeGraphicBuffer input;
     DeGraphicBuffer output;
 
-    /** Result, acceptance, values, bytes and output: "-5 no 1,2,3 4,5,6,7,8 none" at the start. */
+    /** Result, acceptance, values, bytes and output; kUntouched at the start. */
     std::string text() const;
 };
 
-constexpr char kUntouched[] = "-5 no 1,2,3 4,5,6,7,8 none";
+constexpr char kUntouched[] = "-5 no [ 1 2 3 ] [ 4 5 6 7 8 ] 0";
 
 /** An operation of the service; its arguments differ from each other. */
 struct Operation {
@@ -38,8 +38,6 @@ struct Operation {
     std::string reply;   /**< that service's; empty where it carries descriptors */
     android::binder::Status (*run)(IDisplayEngineService&, Results*,
                                    const android::sp<IDisplayEngineCallback>&);
-
-    std::string name() const { return call.substr(0, call.find(' ')); }
 };
 
 /** All of them, in the order of their codes, which is that of the virtual operations as well. */

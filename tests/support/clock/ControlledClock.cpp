@@ -5,12 +5,8 @@
 
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <cstdint>
 #include <ctime>
-#include <mutex>
-#include <set>
-#include <utility>
 
 #include "support/ThreadState.h"
 
@@ -19,6 +15,7 @@ namespace controlled_clock {
 namespace {
 
 constexpr int64_t kSecond = 1'000'000'000;
+constexpr int64_t kLookEvery = 1'000'000;
 
 int64_t realNow(clockid_t clock) {
     timespec now{};
@@ -26,17 +23,12 @@ int64_t realNow(clockid_t clock) {
     return now.tv_sec * kSecond + now.tv_nsec;
 }
 
-// A condition somebody waits for, and the mutex that goes with it.
-using Sleepers = std::set<std::pair<pthread_cond_t*, pthread_mutex_t*>>;
-
 struct State {
     // Starts at the real time, so that a point in its future lies in the real future as well. Read
     // without the mutex, so that looking at the clock never puts a thread to sleep.
     std::atomic<int64_t> now{realNow(CLOCK_MONOTONIC)};
     std::atomic<int64_t> wallClockError{0};
-    std::mutex mutex;
-    std::condition_variable slept;
-    Sleepers sleepers;  // Those who looked at the clock since it was moved.
+    std::atomic<int64_t> sleptAt{0};  // Where the clock stood when a thread last went to sleep.
 };
 
 State& state() {
@@ -47,17 +39,7 @@ State& state() {
 }  // namespace
 
 void advance(std::chrono::nanoseconds duration) {
-    Sleepers sleepers;
-    {
-        const std::lock_guard<std::mutex> lock(state().mutex);
-        state().now += duration.count();
-        sleepers.swap(state().sleepers);
-    }
-    for (const auto& [condition, mutex] : sleepers) {
-        pthread_mutex_lock(mutex);  // Not between a sleeper's look at the clock and its sleep.
-        pthread_cond_broadcast(condition);
-        pthread_mutex_unlock(mutex);
-    }
+    state().now += duration.count();
 }
 
 void misreadWallClockOnce(std::chrono::nanoseconds error) {
@@ -65,13 +47,14 @@ void misreadWallClockOnce(std::chrono::nanoseconds error) {
 }
 
 void waitForSleeper() {
-    std::unique_lock<std::mutex> lock(state().mutex);
-    waitUntil(state().slept, lock, "a thread to wait for a point of the steady clock",
-              [] { return !state().sleepers.empty(); });
+    waitUntil("a thread to wait for a point of the steady clock",
+              [] { return state().sleptAt == state().now; });
 }
 
 }  // namespace controlled_clock
 
+using controlled_clock::kLookEvery;
+using controlled_clock::kSecond;
 using controlled_clock::realNow;
 using controlled_clock::state;
 
@@ -91,18 +74,16 @@ std::chrono::system_clock::time_point std::chrono::system_clock::now() noexcept 
 // clock.
 extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                       clockid_t /*clock*/, const timespec* deadline) {
-    const int64_t point = deadline->tv_sec * controlled_clock::kSecond + deadline->tv_nsec;
-    {
-        const std::lock_guard<std::mutex> lock(state().mutex);
-        if (state().now >= point) {
-            return ETIMEDOUT;
-        }
-        state().sleepers.emplace(condition, mutex);
-        state().slept.notify_all();
+    const int64_t point = deadline->tv_sec * kSecond + deadline->tv_nsec;
+    const int64_t now = state().now;
+    if (now >= point) {
+        return ETIMEDOUT;
     }
-    pthread_cond_wait(condition, mutex);
-    const std::lock_guard<std::mutex> lock(state().mutex);
-    state().sleepers.erase({condition, mutex});
-    return state().now >= point ? ETIMEDOUT : 0;
+    state().sleptAt = now;
+    // Woken early, the caller looks at the clock again.
+    const int64_t soon = realNow(CLOCK_REALTIME) + kLookEvery;
+    const timespec wake{soon / kSecond, soon % kSecond};
+    pthread_cond_timedwait(condition, mutex, &wake);
+    return 0;
 }
 #endif
