@@ -272,7 +272,7 @@ TEST_F(ServiceProtocolTest, VirtualOperationsHaveTheirSlots) {
     Texts serviceTable = {"~BpDisplayEngineService", "~BpDisplayEngineService", kUnnamed,
                           "getInterfaceDescriptor"};
     for (const Operation& operation : kOperations) {
-        serviceTable.push_back(operation.name());
+        serviceTable.push_back(operation.call.substr(0, operation.call.find(' ')));
     }
     const std::pair<std::string, Texts> tables[] = {
         {"N3com6tivora13displayengine22BpDisplayEngineServiceE", serviceTable},
