@@ -5,7 +5,7 @@
 #include <binder/ProcessState.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <future>
-#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -142,8 +141,9 @@ TEST_F(BinderTest, AnswersWithinItsLimits) {
     transport::RuntimeDirectory directory;
     EXPECT_EQ(directory.open(false), OK);
     const transport::ForkSafeFd stranger = directory.connect("peer");
-    EXPECT_EQ(send(stranger.get(), "nonsense", 8, MSG_NOSIGNAL), 8);
-    EXPECT_EQ(recv(stranger.get(), &byte, 1, 0), 0);
+    pollfd end = {stranger.get(), POLLRDHUP, 0};
+    EXPECT_EQ(write(stranger.get(), "nonsense", 8), 8);
+    EXPECT_EQ(poll(&end, 1, kPatienceSeconds * 1000), 1);
     EXPECT_EQ(mPeer->pingBinder(), OK);
     // A call may end its own process, and the socket and the lock go with it.
     EXPECT_EQ(call(PeerObject::EXIT), DEAD_OBJECT);
