@@ -4,8 +4,7 @@
 #include <binder/ProcessState.h>
 #include <sys/socket.h>
 
-#include <condition_variable>
-#include <thread>
+#include <future>
 
 #include "platform/src/BinderProcess.h"
 #include "support/Fuzzing.h"
@@ -14,16 +13,6 @@ using namespace android::transport;
 using namespace fuzz;
 
 namespace {
-
-std::mutex gLock;
-std::condition_variable gChanged;
-size_t gSessions = 0;
-
-void count(size_t change) {
-    const std::lock_guard<std::mutex> lock(gLock);
-    gSessions += change;
-    gChanged.notify_all();
-}
 
 /** Echoes, and keeps what it is given. */
 class Target : public BBinder {
@@ -47,16 +36,17 @@ private:
 using Sockets = std::vector<UniqueFd>;
 
 /** Makes a pair, keeps the one end and gives the other. */
-int openPair(Sockets* sockets) {
+ForkSafeFd openPair(Sockets* sockets) {
     int ends[2];
+    const Mutex::Autolock noFork(forkMutex());
     REQUIRE(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) == 0);
     sockets->emplace_back(ends[0]);
-    return ends[1];
+    return ForkSafeFd(ends[1]);
 }
 
 void sendAnything(FuzzedDataProvider& data, Sockets* sockets) {
-    const auto choice = data.ConsumeIntegralInRange<size_t>(0, sockets->size() - 1);
-    const int socket = (*sockets)[choice].get();
+    const auto upTo = [&](uint32_t max) { return data.ConsumeIntegralInRange<uint32_t>(0, max); };
+    const int socket = (*sockets)[upTo(static_cast<uint32_t>(sockets->size() - 1))].get();
     if (data.ConsumeBool()) {
         const auto bytes = data.ConsumeBytes<uint8_t>(data.ConsumeIntegral<uint8_t>());
         send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -64,45 +54,40 @@ void sendAnything(FuzzedDataProvider& data, Sockets* sockets) {
     }
     const std::vector<uint8_t> bytes(data.ConsumeBool() ? kMaxInlineBytes + 4 : 100);
     OutgoingFrame frame;
-    frame.header.type = static_cast<FrameType>(data.ConsumeIntegralInRange<uint32_t>(0, 5));
-    frame.header.handle = data.ConsumeIntegralInRange<uint64_t>(0, 2);
+    frame.header.type = static_cast<FrameType>(upTo(5));
+    frame.header.handle = upTo(2);
     frame.header.code = data.ConsumeBool() ? 1 : data.ConsumeIntegral<uint32_t>();
-    frame.header.flags = data.ConsumeIntegralInRange<uint32_t>(0, 1);
+    frame.header.flags = upTo(1);
     frame.header.dataSize = static_cast<uint32_t>(bytes.size());
     frame.data = bytes.data();
-    for (int i = data.ConsumeIntegralInRange(0, 3); i > 0; --i) {
-        const auto kind = static_cast<ObjectKind>(data.ConsumeIntegralInRange<uint32_t>(0, 4));
+    for (uint32_t i = upTo(3); i > 0; --i) {
+        const auto kind = static_cast<ObjectKind>(upTo(4));
         const auto offset = data.ConsumeIntegral<uint8_t>();
-        frame.records.push_back({offset, data.ConsumeIntegralInRange<uint64_t>(0, 2), kind, 0});
+        frame.records.push_back({offset, upTo(2), kind, 0});
     }
-    Sockets passed;
-    for (int i = data.ConsumeIntegralInRange(0, 2); i > 0; --i) {
-        passed.emplace_back(openPair(sockets));
+    std::vector<ForkSafeFd> passed;
+    for (uint32_t i = upTo(2); i > 0; --i) {
+        passed.push_back(openPair(sockets));
         frame.fds.push_back(passed.back().get());
     }
     frame.send(socket);
 }
 
-void talk(FuzzedDataProvider& data) {
+void talk(FuzzedDataProvider data) {
     const bool isService = data.ConsumeBool();
     Sockets sockets;
-    ForkSafeFd mainLine;
-    {
-        const Mutex::Autolock noFork(forkMutex());
-        mainLine = ForkSafeFd(openPair(&sockets));
-    }
-    count(1);
+    const auto gone = std::make_shared<std::promise<void>>();
     std::shared_ptr<Session> session(
-        new Session(BinderProcess::self(), std::move(mainLine), {getpid(), getuid(), getgid()},
+        new Session(BinderProcess::self(), openPair(&sockets), {getpid(), getuid(), getgid()},
                     isService ? new Target : nullptr),
-        [](Session* gone) {
-            delete gone;
-            count(size_t(-1));
+        [gone](Session* last) {
+            delete last;
+            gone->set_value();
         });
     session->startReading();
-    std::thread caller;
+    std::future<void> caller;
     if (!isService) {
-        caller = std::thread([proxy = session->serviceProxy()] {
+        caller = std::async(std::launch::async, [proxy = session->serviceProxy()] {
             Parcel request;
             Parcel reply;
             request.writeStrongBinder(new Target);
@@ -119,19 +104,13 @@ void talk(FuzzedDataProvider& data) {
         sendAnything(data, &sockets);
     }
     sockets.clear();
-    if (caller.joinable()) {
-        caller.join();
-    }
-    std::unique_lock<std::mutex> lock(gLock);
-    gChanged.wait(lock, [] { return gSessions == 0; });
+    caller = {};  // waits for it; its proxy keeps the session
+    gone->get_future().get();
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     ProcessState::self()->startThreadPool();
-    return requireNoLeak([&] {
-        FuzzedDataProvider data(bytes, size);
-        talk(data);
-    });
+    return requireNoLeak([&] { talk(FuzzedDataProvider(bytes, size)); });
 }

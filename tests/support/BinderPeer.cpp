@@ -1,56 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/BinderPeer.h"
 
-#include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
-#include <poll.h>
 #include <unistd.h>
-#include <utils/String8.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <iostream>
-#include <thread>
-#include <utility>
 
 using namespace android;
 
 namespace {
 
-sp<IBinder>* gKept = new sp<IBinder>();
-std::atomic<bool> gHasStopped{false};
-
 void say(const std::string& text) {
     std::cout << (text + "\n") << std::flush;
 }
 
-status_t send(int32_t number) {
+status_t send(const sp<IBinder>& to, int32_t number) {
     Parcel event;
     event.writeInt32(number);
     event.setDataSize(100);
-    return (*gKept)->transact(PeerObject::EVENT, event, nullptr, IBinder::FLAG_ONEWAY);
-}
-
-/** Registered before the pool's handler, hence run after it: calls out of here still work. */
-void sayGoodbye() {
-    gHasStopped = true;
-    say("goodbye " + std::to_string(*gKept != nullptr ? send(-1) : OK));
+    return to->transact(PeerObject::EVENT, event, nullptr, IBinder::FLAG_ONEWAY);
 }
 
 }  // namespace
-
-status_t PeerObject::dump(int fd, const Vector<String16>& args) {
-    const String8 text(args[0]);
-    return write(fd, text.c_str(), text.size()) > 0 ? OK : -errno;
-}
-
-std::vector<int32_t> PeerObject::takeEvents(size_t count) {
-    std::unique_lock<std::mutex> lock(mLock);
-    mChanged.wait(lock, [&] { return mEvents.size() >= count; });
-    return std::exchange(mEvents, {});
-}
 
 status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
     switch (code) {
@@ -59,31 +33,28 @@ status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply
             return answer < 0 ? answer : reply->setDataSize(static_cast<size_t>(answer));
         }
         case KEEP:
-            *gKept = data.readStrongBinder();
-            reply->writeStrongBinder(*gKept);
-            return reply->writeInt32(*gKept != nullptr ? (*gKept)->pingBinder() : OK);
+            mKept = data.readStrongBinder();
+            reply->writeStrongBinder(mKept);
+            return reply->writeInt32(mKept != nullptr ? mKept->pingBinder() : OK);
         case EVENTS: {
             const int32_t count = data.readInt32();
             int32_t sent = 0;
             status_t status = OK;
-            while (sent < count && (status = send(sent)) == OK) {
+            while (sent < count && (status = send(mKept, sent)) == OK) {
                 ++sent;
             }
             reply->writeInt32(sent);
             return reply->writeInt32(status);
         }
-        case EVENT: {
-            const std::lock_guard<std::mutex> lock(mLock);
-            mEvents.push_back(data.readInt32());
-            mChanged.notify_all();
+        case EVENT:
+            mLines->add("event " + std::to_string(data.readInt32()));
             return OK;
-        }
         case BLOCK: {
             say("blocked");
-            pollfd waited = {data.readFileDescriptor(), POLLIN, 0};
-            poll(&waited, 1, -1);
-            say(gHasStopped ? "late" : "done");
-            return OK;
+            char byte;
+            const ssize_t size = read(data.readFileDescriptor(), &byte, 1);
+            say("done");
+            return size == 1 ? OK : BAD_VALUE;
         }
         case FORK: {
             const pid_t child = fork();
@@ -99,23 +70,14 @@ status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply
     }
 }
 
-int runPeer(const std::string& threads) {
-    std::atexit(sayGoodbye);
+int runPeer(std::string word) {
     const status_t status = defaultServiceManager()->addService(String16("peer"), new PeerObject());
-    if (threads == "pool") {
-        ProcessState::self()->startThreadPool();
-    } else if (threads == "join") {
-        std::thread([] { IPCThreadState::self()->joinThreadPool(); }).detach();
-    }
     say(status == OK ? "registered" : statusToString(status));
-    std::string word;
-    while (status == OK && std::cin >> word && word != "exit") {
+    do {
+        say(word);
         if (word == "pool") {
             ProcessState::self()->startThreadPool();
-        } else {
-            say(word);
         }
-    }
-    say("exiting");
+    } while (status == OK && word != "exit" && std::cin >> word);
     return 0;
 }

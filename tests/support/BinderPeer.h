@@ -3,14 +3,15 @@
 
 #include <binder/Binder.h>
 
-#include <condition_variable>
-#include <mutex>
+#include <memory>
 #include <string>
-#include <vector>
+#include <utility>
+
+#include "support/Lines.h"
 
 /**
- * The object that stands at the other end in the tests of binder: a service that does what the
- * tests ask it to, in a program of its own. The tests hand it objects of this kind too.
+ * The object at the other end in the tests of binder: a service in a program of its own that does
+ * what the tests ask it to. The tests hand it objects of this kind too.
  */
 class PeerObject : public android::BBinder {
 public:
@@ -20,30 +21,28 @@ public:
         EVENTS, /**< int32 count: sends what it has kept so many EVENT, numbered from 0, until one
                    fails; replies how many were sent and the last status */
         EVENT,  /**< int32; oneway */
-        BLOCK,  /**< descriptor: says "blocked" and waits until it is readable; says "done", or
-                   "late" when exit did not wait for it */
+        BLOCK,  /**< descriptor: says "blocked", waits for a byte and says "done" */
         FORK,   /**< forks a child that only waits; replies its pid */
         EXIT,   /**< ends the program through exit() */
     };
 
-    /** Writes the arguments. */
-    android::status_t dump(int fd, const android::Vector<android::String16>& args) override;
-    /** Waits for so many EVENT and takes their numbers. */
-    std::vector<int32_t> takeEvents(size_t count);
+    /** Adds "event <number>" to the lines for each EVENT, and "gone" when it is destroyed. */
+    explicit PeerObject(std::shared_ptr<Lines> lines = std::make_shared<Lines>())
+        : mLines(std::move(lines)) {}
 
 protected:
+    ~PeerObject() override { mLines->add("gone"); }
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
                                  uint32_t flags) override;
 
 private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    std::vector<int32_t> mEvents;
+    const std::shared_ptr<Lines> mLines;
+    android::sp<android::IBinder> mKept;
 };
 
 /**
- * The program: `threads` is "pool", "join" or "none", for what runs its calls. It says "registered"
- * once it is the service "peer", or the error, and then obeys its input: "pool", "exit", and any
- * other word is said back.
+ * The program. It says "registered" once it is the service "peer", or the error. Then it obeys
+ * `word` and the words of its input, each after it has said it: "pool" starts the thread pool,
+ * "exit" ends it, and others do nothing.
  */
-int runPeer(const std::string& threads);
+int runPeer(std::string word);
