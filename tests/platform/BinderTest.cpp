@@ -370,7 +370,7 @@ TEST_F(BinderTest, TakesOverANameThatIsLeftBehindAndNoOther) {
         lines.push_back(peer->readLine().value_or(""));
     }
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "registered"), 1);
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "ALREADY_EXISTS"), 5);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), statusToString(ALREADY_EXISTS)), 5);
     const sp<IBinder> second = found.get();
     ASSERT_NE(second, nullptr);
     EXPECT_EQ(second->pingBinder(), OK);
