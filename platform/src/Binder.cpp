@@ -3,7 +3,6 @@
 
 #include <binder/IInterface.h>
 #include <binder/Parcel.h>
-#include <binder/Stability.h>
 
 namespace android {
 
@@ -66,27 +65,5 @@ sp<IBinder> IInterface::asBinder(const IInterface* iface) {
     // The interface is not changed; its object is only reached through a non-const operation.
     return iface != nullptr ? sp<IBinder>(const_cast<IInterface*>(iface)->onAsBinder()) : nullptr;
 }
-
-sp<IBinder> IInterface::asBinder(const sp<IInterface>& iface) {
-    return asBinder(iface.get());
-}
-
-namespace internal {
-
-void Stability::markCompilationUnit(IBinder* binder) {
-    setStability(binder, SYSTEM);
-}
-
-int32_t Stability::getStability(IBinder* binder) {
-    return binder != nullptr ? binder->mStability.load() : int32_t{UNDECLARED};
-}
-
-void Stability::setStability(IBinder* binder, int32_t level) {
-    if (binder != nullptr) {
-        binder->mStability = level;
-    }
-}
-
-}  // namespace internal
 
 }  // namespace android

@@ -18,17 +18,13 @@ thread_local bool tIsInside = false;
 BinderProcess& BinderProcess::self() {
     // Leaked on purpose, also what a fork leaves behind: its locks may be held by threads that the
     // child does not have.
-    static std::atomic<BinderProcess*> current{nullptr};
-    BinderProcess* process = current.load(std::memory_order_acquire);
-    while (process == nullptr || process->mGeneration != forkGeneration()) {
-        auto* const fresh = new BinderProcess();
-        fresh->incStrong(fresh);
-        if (current.compare_exchange_strong(process, fresh)) {
-            return *fresh;
-        }
-        fresh->decStrong(fresh);
+    static BinderProcess* current = nullptr;
+    const Mutex::Autolock noFork(forkMutex());
+    if (current == nullptr || current->mGeneration != forkGeneration()) {
+        current = new BinderProcess();
+        current->incStrong(current);
     }
-    return *process;
+    return *current;
 }
 
 void BinderProcess::startPool() {
@@ -89,11 +85,6 @@ IPCThreadState* IPCThreadState::self() {
 pid_t IPCThreadState::getCallingPid() const {
     const ucred* const caller = transport::currentCaller();
     return caller != nullptr ? caller->pid : ::getpid();
-}
-
-uid_t IPCThreadState::getCallingUid() const {
-    const ucred* const caller = transport::currentCaller();
-    return caller != nullptr ? caller->uid : ::getuid();
 }
 
 void IPCThreadState::joinThreadPool(bool /*isMain*/) {

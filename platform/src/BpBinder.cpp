@@ -10,27 +10,17 @@
 
 namespace android {
 
-BpBinder::BpBinder(std::shared_ptr<transport::Session> session, uint64_t handle)
-    : mSession(std::move(session)), mHandle(handle) {}
-
 BpBinder::~BpBinder() {
     mSession->giveBack(this);
 }
 
 const String16& BpBinder::getInterfaceDescriptor() const {
-    Mutex::Autolock lock(mLock);
-    if (mDescriptorKnown) {
-        return mDescriptor;
-    }
-    lock.unlock();
+    const Mutex::Autolock lock(mDescriptorLock);
     Parcel reply;
-    String16 descriptor;
-    const bool isAnswered =
-        mSession->call(mHandle, INTERFACE_TRANSACTION, Parcel(), &reply, 0) == OK &&
-        reply.readString16(&descriptor) == OK;
-    const Mutex::Autolock again(mLock);
-    if (isAnswered && !std::exchange(mDescriptorKnown, true)) {
-        mDescriptor = std::move(descriptor);
+    if (!mDescriptorKnown) {
+        mDescriptorKnown =
+            mSession->call(mHandle, INTERFACE_TRANSACTION, Parcel(), &reply, 0) == OK &&
+            reply.readString16(&mDescriptor) == OK;
     }
     return mDescriptor;
 }

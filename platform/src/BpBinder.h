@@ -21,7 +21,8 @@ class Session;
  */
 class BpBinder : public IBinder {
 public:
-    BpBinder(std::shared_ptr<transport::Session> session, uint64_t handle);
+    BpBinder(std::shared_ptr<transport::Session> session, uint64_t handle)
+        : mSession(std::move(session)), mHandle(handle) {}
 
     const String16& getInterfaceDescriptor() const override;
     bool isBinderAlive() const override;
@@ -49,9 +50,10 @@ private:
     /** How often the peer has sent the object: what has to be given back. Guarded by the table. */
     uint64_t mReceived = 0;
 
-    mutable Mutex mLock;
-    mutable String16 mDescriptor GUARDED_BY(mLock);  // constant once it is known
-    mutable bool mDescriptorKnown GUARDED_BY(mLock) = false;
+    mutable Mutex mDescriptorLock;                             // held while the object is asked
+    mutable String16 mDescriptor GUARDED_BY(mDescriptorLock);  // constant once it is known
+    mutable bool mDescriptorKnown GUARDED_BY(mDescriptorLock) = false;
+    Mutex mLock;
     bool mDeathReported GUARDED_BY(mLock) = false;
     std::vector<sp<DeathRecipient>> mRecipients GUARDED_BY(mLock);
 };

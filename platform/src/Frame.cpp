@@ -59,10 +59,7 @@ status_t OutgoingFrame::send(int socket) {
     }
     ssize_t sent;
     do {
-        constexpr int kFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
-        sent = bodyBytes(header) == 0 && fds.empty()
-                   ? ::send(socket, &header, sizeof(header), kFlags)
-                   : ::sendmsg(socket, &message, kFlags);
+        sent = ::sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     } while (sent < 0 && errno == EINTR);
     const bool isClosed = errno == EPIPE || errno == ECONNRESET || errno == ENOTCONN;
     return sent >= 0 ? status_t{OK} : isClosed ? status_t{DEAD_OBJECT} : FAILED_TRANSACTION;

@@ -96,11 +96,8 @@ status_t GraphicBuffer::adopt(int fd, const Words& words) {
 }
 
 status_t GraphicBuffer::lock(uint32_t /*usage*/, void** address) {
-    if (mAddress == nullptr) {
-        return NO_INIT;
-    }
     *address = mAddress;
-    return OK;
+    return mAddress != nullptr ? OK : NO_INIT;
 }
 
 status_t GraphicBuffer::flatten(void*& buffer, size_t& size, int*& fds, size_t& count) const {

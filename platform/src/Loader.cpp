@@ -66,7 +66,6 @@ extern "C" void* __wrap_dlopen(const char* name, int flags) {
     void* handle = nullptr;
     const android::status_t status = android::orNoMemory([&handle, name, flags] {
         handle = name != nullptr ? openLibrary(name, flags) : dlopen(nullptr, flags);
-        return android::OK;
     });
     if (status != android::OK) {
         std::snprintf(tError, sizeof tError, "dlopen failed: out of memory");

@@ -20,10 +20,10 @@ constexpr size_t kUsualLength = 1024;
 
 std::atomic<__android_logger_function> gLogger{__android_log_stderr_logger};
 
-/**
- * What a log call leaves as it was: the error number that its caller is about to look at, and the
- * locale, which is "C" meanwhile as on the device, so that numbers always look the same.
- */
+// Chosen for the length of a call, so that numbers look the same in every locale, as on the device.
+const locale_t kPlainLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+
+/** What a log call leaves as it was: the locale, and the error number that its caller will read. */
 class Undisturbed {
 public:
     ~Undisturbed() {
@@ -32,41 +32,9 @@ public:
     }
 
 private:
-    static locale_t plain() {
-        static const locale_t theLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-        return theLocale;
-    }
     const int mErrno = errno;
-    const locale_t mLocale = uselocale(plain());
+    const locale_t mLocale = uselocale(kPlainLocale);
 };
-
-std::string linePrefix(const __android_log_message& message) {
-    constexpr char kLetters[] = "??VDIWEFS";
-    const bool known = message.priority >= 0 && message.priority <= ANDROID_LOG_SILENT;
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    tm local{};
-    localtime_r(&now.tv_sec, &local);
-    char date[32];
-    std::strftime(date, sizeof date, "%m-%d %H:%M:%S", &local);
-    char text[96];
-    std::snprintf(text, sizeof text, "%s.%03ld %5d %5ld %c ", date, now.tv_nsec / 1000000,
-                  static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
-                  known ? kLetters[message.priority] : '?');
-    return text;
-}
-
-void writeAll(const std::string& line) {
-    size_t done = 0;
-    while (done < line.size()) {
-        const ssize_t count = write(STDERR_FILENO, line.data() + done, line.size() - done);
-        if (count > 0) {
-            done += static_cast<size_t>(count);
-        } else if (count == 0 || errno != EINTR) {
-            return;  // standard error takes nothing, and there is nowhere to report it
-        }
-    }
-}
 
 }  // namespace
 
@@ -83,7 +51,6 @@ int __android_log_print(int priority, const char* tag, const char* format, ...) 
         android::orNoMemory([&] {
             whole.resize(static_cast<size_t>(length));
             std::vsnprintf(whole.data(), whole.size() + 1, format, again);
-            return android::OK;
         });
     }
     va_end(again);
@@ -91,9 +58,7 @@ int __android_log_print(int priority, const char* tag, const char* format, ...) 
     if (length < 0) {
         return -EINVAL;
     }
-    __android_log_message message{};
-    message.struct_size = sizeof message;
-    message.priority = priority;
+    __android_log_message message{sizeof message, 0, priority, "", nullptr, 0, usual};
     message.tag = tag != nullptr ? tag : "";
     message.message = whole.empty() ? usual : whole.c_str();
     gLogger.load(std::memory_order_acquire)(&message);
@@ -111,14 +76,17 @@ void __android_log_stderr_logger(const __android_log_message* message) {
     if (fcntl(STDERR_FILENO, F_GETFD) != 0) {
         return;
     }
-    // The stream's own lock: it lasts until the very end of the process, a child of fork finds it
-    // free, and what the program itself prints there stays apart too.
-    android::orNoMemory([message] {
-        const std::string line =
-            linePrefix(*message) + message->tag + ": " + message->message + "\n";
-        flockfile(stderr);
-        writeAll(line);
-        funlockfile(stderr);
-        return android::OK;
-    });
+    constexpr char kLetters[] = "??VDIWEFS";
+    const bool known = message->priority >= 0 && message->priority <= ANDROID_LOG_SILENT;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char date[32];
+    std::strftime(date, sizeof date, "%m-%d %H:%M:%S", &local);
+    // The stream's own lock keeps the line whole: it lasts until the very end of the process, a
+    // child of fork finds it free, and what the program itself prints there stays apart too.
+    std::fprintf(stderr, "%s.%03ld %5d %5ld %c %s: %s\n", date, now.tv_nsec / 1000000,
+                 static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
+                 known ? kLetters[message->priority] : '?', message->tag, message->message);
 }

@@ -4,16 +4,15 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <utility>
+#include <iterator>
 
 #include "NoMemory.h"
 
 namespace android {
 namespace {
 
-constexpr int32_t kStrictModeGatherPenalty = INT32_MIN;  // no policy but the bit that is always set
-constexpr int32_t kNoWorkSource = -1;
-constexpr int32_t kInterfaceHeader = 0x53595354;  // 'SYST'
+// The strict-mode policy, with no bit but the one that is always set, no work source, and 'SYST'.
+constexpr int32_t kTokenHead[] = {INT32_MIN, -1, 0x53595354};
 
 constexpr size_t padded(size_t size) {
     return (size + 3) & ~size_t{3};
@@ -32,10 +31,7 @@ void Parcel::setDataPosition(size_t position) const {
 }
 
 status_t Parcel::resize(size_t size) {
-    return orNoMemory([this, size] {
-        mData.resize(size);
-        return OK;
-    });
+    return orNoMemory([this, size] { mData.resize(size); });
 }
 
 status_t Parcel::setDataSize(size_t size) {
@@ -49,23 +45,16 @@ status_t Parcel::setDataSize(size_t size) {
 }
 
 status_t Parcel::writeInterfaceToken(const String16& interface) {
-    for (const int32_t value : {kStrictModeGatherPenalty, kNoWorkSource, kInterfaceHeader}) {
-        const status_t status = writeInt32(value);
-        if (status != OK) {
-            return status;
-        }
-    }
-    return writeString16(interface);
+    const status_t status = write(kTokenHead, sizeof kTokenHead);
+    return status == OK ? writeString16(interface) : status;
 }
 
 bool Parcel::checkInterface(IBinder* binder) const {
-    int32_t policy = 0;
-    int32_t workSource = 0;
-    int32_t header = 0;
+    int32_t head[std::size(kTokenHead)];
     const char16_t* name = nullptr;
     size_t units = 0;
-    if (readInt32(&policy) != OK || readInt32(&workSource) != OK || readInt32(&header) != OK ||
-        header != kInterfaceHeader || readString16Inplace(&name, &units) != OK) {
+    if (read(head, sizeof head) != OK || head[2] != kTokenHead[2] ||
+        readString16Inplace(&name, &units) != OK) {
         return false;
     }
     const String16& wanted = binder->getInterfaceDescriptor();
@@ -127,12 +116,6 @@ status_t Parcel::read(void* bytes, size_t size) const {
     return OK;
 }
 
-int32_t Parcel::readInt32() const {
-    int32_t value = 0;
-    readInt32(&value);
-    return value;
-}
-
 status_t Parcel::readBool(bool* value) const {
     int32_t number = 0;
     const status_t status = readInt32(&number);
@@ -182,16 +165,7 @@ status_t Parcel::readString16(String16* value) const {
     if (status != OK) {
         return status;
     }
-    return orNoMemory([value, text, units] {
-        *value = String16(text, units);
-        return OK;
-    });
-}
-
-String16 Parcel::readString16() const {
-    String16 value;
-    readString16(&value);
-    return value;
+    return orNoMemory([value, text, units] { *value = String16(text, units); });
 }
 
 template <typename T>

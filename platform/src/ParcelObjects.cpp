@@ -102,10 +102,8 @@ status_t Parcel::writeObject(uint32_t type, ParcelObject object) {
     if (isNull) {
         return OK;  // nothing to carry
     }
-    return orNoMemory([this, &object] {
-        mObjects.insert(firstFrom(mObjects, object.offset), std::move(object));
-        return OK;
-    });
+    return orNoMemory(
+        [&] { mObjects.insert(firstFrom(mObjects, object.offset), std::move(object)); });
 }
 
 status_t Parcel::readObject(uint32_t* type, const ParcelObject** object) const {
@@ -164,12 +162,6 @@ status_t Parcel::readStrongBinder(sp<IBinder>* value) const {
     }
     *value = binder;
     return OK;
-}
-
-sp<IBinder> Parcel::readStrongBinder() const {
-    sp<IBinder> value;
-    readNullableStrongBinder(&value);
-    return value;
 }
 
 status_t Parcel::writeDupFileDescriptor(int fd) {

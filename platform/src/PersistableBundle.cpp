@@ -2,6 +2,7 @@
 #include <binder/Parcel.h>
 #include <binder/PersistableBundle.h>
 
+#include <algorithm>
 #include <climits>
 #include <iterator>
 #include <utility>
@@ -9,29 +10,13 @@
 
 #include "NoMemory.h"
 
-namespace android {
-namespace os {
+namespace android::os {
 namespace {
 
 constexpr int32_t kMagic = 0x4C444E42;  // 'LDNB'
 
-enum ValueType : int32_t {
-    TYPE_STRING = 0,
-    TYPE_INT = 1,
-    TYPE_LONG = 6,
-    TYPE_DOUBLE = 8,
-    TYPE_BOOLEAN = 9,
-    TYPE_BUNDLE = 25,
-};
-
-/** Reads a `T` with the parcel's operation for it into a variant. */
-template <typename T, typename VALUE>
-status_t readInto(VALUE* value, const Parcel* parcel, status_t (Parcel::*read)(T*) const) {
-    T plain{};
-    const status_t status = (parcel->*read)(&plain);
-    *value = std::move(plain);
-    return status;
-}
+// The types' numbers, in the order of the variant's alternatives.
+constexpr int32_t kTypes[] = {0, 1, 6, 8, 9, 25};
 
 }  // namespace
 
@@ -49,10 +34,7 @@ template <typename T>
 bool PersistableBundle::get(const String16& key, T* out) const {
     const auto entry = mEntries.find(key);
     const T* value = entry != mEntries.end() ? std::get_if<T>(&entry->second.value) : nullptr;
-    return value != nullptr && orNoMemory([out, value] {
-                                   *out = T(*value);
-                                   return OK;
-                               }) == OK;
+    return value != nullptr && orNoMemory([out, value] { *out = T(*value); }) == OK;
 }
 
 template bool PersistableBundle::get(const String16& key, String16* out) const;
@@ -63,10 +45,8 @@ template bool PersistableBundle::get(const String16& key, bool* out) const;
 
 bool PersistableBundle::getPersistableBundle(const String16& key, PersistableBundle* out) const {
     Nested nested;
-    return get(key, &nested) && orNoMemory([out, &nested] {
-                                    *out = PersistableBundle(*nested);
-                                    return OK;
-                                }) == OK;
+    return get(key, &nested) &&
+           orNoMemory([out, &nested] { *out = PersistableBundle(*nested); }) == OK;
 }
 
 // The flat form ----------------------------------------------------------------------------------
@@ -124,9 +104,6 @@ status_t PersistableBundle::writeValue(Parcel* parcel, const Value& value, int d
             return nested->writeNested(parcel, depth + 1);
         }
     };
-    // In the order of the variant's alternatives.
-    constexpr ValueType kTypes[] = {TYPE_STRING, TYPE_INT,     TYPE_LONG,
-                                    TYPE_DOUBLE, TYPE_BOOLEAN, TYPE_BUNDLE};
     static_assert(std::size(kTypes) == std::variant_size_v<Value>, "each alternative has a number");
     const status_t status = parcel->writeInt32(kTypes[value.index()]);
     return status == OK ? std::visit(Writer{parcel, depth}, value) : status;
@@ -167,29 +144,29 @@ status_t PersistableBundle::readNested(const Parcel* parcel, int depth) {
 }
 
 status_t PersistableBundle::readValue(const Parcel* parcel, Value* value, int depth) {
-    int32_t type = -1;  // no type at all
-    parcel->readInt32(&type);
-    switch (type) {
-        case TYPE_STRING:
-            return readInto<String16>(value, parcel, &Parcel::readString16);
-        case TYPE_INT:
-            return readInto<int32_t>(value, parcel, &Parcel::readInt32);
-        case TYPE_LONG:
-            return readInto<int64_t>(value, parcel, &Parcel::readInt64);
-        case TYPE_DOUBLE:
-            return readInto<double>(value, parcel, &Parcel::readDouble);
-        case TYPE_BOOLEAN:
-            return readInto<bool>(value, parcel, &Parcel::readBool);
-        case TYPE_BUNDLE: {
-            PersistableBundle nested;
-            const status_t status = nested.readNested(parcel, depth + 1);
-            *value = std::make_shared<const PersistableBundle>(std::move(nested));
-            return status;
+    struct Reader {
+        const Parcel* parcel;
+        int depth;
+        status_t operator()(String16& plain) const { return parcel->readString16(&plain); }
+        status_t operator()(int32_t& plain) const { return parcel->readInt32(&plain); }
+        status_t operator()(int64_t& plain) const { return parcel->readInt64(&plain); }
+        status_t operator()(double& plain) const { return parcel->readDouble(&plain); }
+        status_t operator()(bool& plain) const { return parcel->readBool(&plain); }
+        status_t operator()(Nested& nested) const {
+            const auto bundle = std::make_shared<PersistableBundle>();
+            nested = bundle;
+            return bundle->readNested(parcel, depth + 1);
         }
-        default:
-            return BAD_VALUE;
+    };
+    Value empty[] = {String16(), int32_t{0}, int64_t{0}, 0.0, false, Nested()};
+    // Past the end it reads as a string, which is then missing as well.
+    const int32_t type = parcel->readInt32();
+    const auto known = std::find(std::begin(kTypes), std::end(kTypes), type);
+    if (known == std::end(kTypes)) {
+        return BAD_VALUE;
     }
+    *value = std::move(empty[known - kTypes]);
+    return std::visit(Reader{parcel, depth}, *value);
 }
 
-}  // namespace os
-}  // namespace android
+}  // namespace android::os

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -17,23 +18,13 @@
 
 namespace {
 
-struct Properties {
-    android::Mutex mutex;
-    std::map<std::string, std::string> values GUARDED_BY(mutex);
-};
+android::Mutex gMutex;
 
-Properties& properties() {
+/** What has been set in this process. */
+std::map<std::string, std::string>& values() REQUIRES(gMutex) {
     // Never destroyed: the log switches may be read until the very end of the process.
-    static Properties& instance = *new Properties;
+    static auto& instance = *new std::map<std::string, std::string>;
     return instance;
-}
-
-std::string trimmed(const std::string& text) {
-    constexpr char kSpace[] = " \t\r";
-    const size_t begin = text.find_first_not_of(kSpace);
-    return begin == std::string::npos
-               ? std::string()
-               : text.substr(begin, text.find_last_not_of(kSpace) - begin + 1);
 }
 
 /** The value in the last line of the shared file that names `key`; empty when there is none. */
@@ -49,30 +40,29 @@ std::string findInFile(const std::string& key) {
                             "cannot read %s, which DISPLAYENGINE_PROPERTIES names: %s", path,
                             std::strerror(errno));
     }
+    const auto isBlank = [](unsigned char byte) { return std::isspace(byte) != 0; };
     std::string value;
     for (std::string line; std::getline(file, line);) {
-        const size_t equals = line.find('=');
-        if (equals != std::string::npos && trimmed(line.substr(0, equals)) == key) {
-            value = trimmed(line.substr(equals + 1));
+        // No key and no value of a switch has a blank inside.
+        line.erase(std::remove_if(line.begin(), line.end(), isBlank), line.end());
+        if (line.compare(0, key.size() + 1, key + '=') == 0) {
+            value = line.substr(key.size() + 1);
         }
     }
     return value;
 }
 
 std::string find(const std::string& key) {
-    const android::Mutex::Autolock lock(properties().mutex);
-    const auto entry = properties().values.find(key);
-    return entry != properties().values.end() ? entry->second : findInFile(key);
+    const android::Mutex::Autolock lock(gMutex);
+    const auto entry = values().find(key);
+    return entry != values().end() ? entry->second : findInFile(key);
 }
 
 }  // namespace
 
 int8_t property_get_bool(const char* key, int8_t default_value) {
     std::string text;  // stays empty without memory
-    android::orNoMemory([&text, key] {
-        text = find(key);
-        return android::OK;
-    });
+    android::orNoMemory([&text, key] { text = find(key); });
     const auto isOneOf = [&text](std::initializer_list<const char*> words) {
         return std::find(words.begin(), words.end(), text) != words.end();
     };
@@ -87,9 +77,8 @@ int property_set(const char* key, const char* value) {
         return -1;
     }
     const android::status_t status = android::orNoMemory([key, value] {
-        const android::Mutex::Autolock lock(properties().mutex);
-        properties().values[key] = value;
-        return android::OK;
+        const android::Mutex::Autolock lock(gMutex);
+        values()[key] = value;
     });
     return status == android::OK ? 0 : -1;
 }

@@ -39,10 +39,6 @@ void RefBase::weakref_type::noteFirst(int32_t previous) {
     }
 }
 
-void RefBase::weakref_type::incWeak(const void* /*id*/) {
-    mWeak.fetch_add(1, std::memory_order_relaxed);
-}
-
 void RefBase::weakref_type::decWeak(const void* /*id*/) {
     if (mWeak.fetch_sub(1, std::memory_order_acq_rel) == 1) {
         delete this;

@@ -177,10 +177,8 @@ status_t Session::sendParcel(const Line& line, const FrameHeader& header, const 
     }
     OutgoingFrame frame{header, {}, parcel.data(), {}};
     frame.header.dataSize = static_cast<uint32_t>(parcel.dataSize());
-    if (!objects.empty()) {
-        frame.records.reserve(objects.size());
-        frame.fds.reserve(objects.size() + 1);
-    }
+    frame.records.reserve(objects.size());
+    frame.fds.reserve(objects.size() + 1);
     for (const auto& [offset, binder, fd] : objects) {
         BpBinder* const proxy = binder != nullptr ? binder->remoteBinder() : nullptr;
         if (proxy != nullptr && proxy->mSession.get() == this) {

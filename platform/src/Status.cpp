@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <binder/Parcel.h>
 #include <binder/Status.h>
 
 #include "NoMemory.h"
 
-namespace android {
-namespace binder {
+namespace android::binder {
 
 Status::Status(int32_t exception, int32_t errorCode, const String8& message)
     : mException(exception), mErrorCode(errorCode), mMessage(message) {
@@ -60,5 +58,4 @@ status_t Status::writeToParcel(Parcel* parcel) const {
     });
 }
 
-}  // namespace binder
-}  // namespace android
+}  // namespace android::binder

@@ -99,15 +99,11 @@ std::string toUtf8(const char16_t* text, size_t size) {
 
 }  // namespace
 
-String16::String16(const char16_t* text, size_t units) : mText(text, units) {}
-
 String16::String16(const String8& text) : String16(text.c_str(), text.size()) {}
 
 String16::String16(const char* utf8) : String16(utf8, utf8 != nullptr ? std::strlen(utf8) : 0) {}
 
 String16::String16(const char* utf8, size_t bytes) : mText(toUtf16(utf8, bytes)) {}
-
-String8::String8(const char* text) : mText(text != nullptr ? text : "") {}
 
 String8::String8(const String16& text) : mText(toUtf8(text.c_str(), text.size())) {}
 

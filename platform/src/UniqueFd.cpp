@@ -12,22 +12,19 @@ namespace {
 std::atomic<uint32_t> gGeneration{0};
 Mutex gForkMutex;
 
-/** The open descriptors that a child must not share; guarded by the mutex. */
-std::set<int>& openFds();
-
-void closeInChild() RELEASE(gForkMutex) {
-    gGeneration.fetch_add(1);
-    for (const int fd : openFds()) {
-        ::close(fd);
-    }
-    openFds().clear();
-    gForkMutex.unlock();
-}
-
-std::set<int>& openFds() {
+/** The open descriptors that a child must not share. */
+std::set<int>& openFds() REQUIRES(gForkMutex) {
     static std::set<int>* const instance = [] {
         ::pthread_atfork([]() ACQUIRE(gForkMutex) { gForkMutex.lock(); },
-                         []() RELEASE(gForkMutex) { gForkMutex.unlock(); }, closeInChild);
+                         []() RELEASE(gForkMutex) { gForkMutex.unlock(); },
+                         []() RELEASE(gForkMutex) {
+                             gGeneration.fetch_add(1);
+                             for (const int fd : *instance) {
+                                 ::close(fd);
+                             }
+                             instance->clear();
+                             gForkMutex.unlock();
+                         });
         return new std::set<int>();
     }();
     return *instance;

@@ -314,7 +314,7 @@ TEST_F(BinderTest, GivesANameToOneProcessUntilItDies) {
         lines.insert(peer->readLine().value_or(""));
     }
     EXPECT_EQ(lines.count("registered"), 1U);
-    EXPECT_EQ(lines.count("ALREADY_EXISTS"), 5U);
+    EXPECT_EQ(lines.count(statusToString(ALREADY_EXISTS)), 5U);
     EXPECT_EQ(mPeer->pingBinder(), DEAD_OBJECT);
     mPeer = found.get();
     ASSERT_NE(mPeer, nullptr);

@@ -48,7 +48,7 @@ void __android_log_set_logger(__android_logger_function logger);
 
 /**
  * The logger in use at first: writes "date time pid tid P tag: text" as one line to standard
- * error, never mixed with another line of this process. Without memory the line is lost.
+ * error, never mixed with another line of this process.
  */
 void __android_log_stderr_logger(const struct __android_log_message* message);
 }

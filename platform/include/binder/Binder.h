@@ -8,8 +8,6 @@ namespace android {
 /** An object of this process that others can call: derive and override onTransact. */
 class BBinder : public IBinder {
 public:
-    BBinder() = default;
-
     const String16& getInterfaceDescriptor() const override;
     bool isBinderAlive() const override { return true; }
     status_t pingBinder() override { return OK; }
@@ -36,10 +34,6 @@ protected:
      */
     virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                 uint32_t flags = 0);
-
-private:
-    BBinder(const BBinder&) = delete;
-    BBinder& operator=(const BBinder&) = delete;
 };
 
 /** The part of an interface's proxy that holds the remote object. */
@@ -49,12 +43,8 @@ protected:
     ~BpRefBase() override = default;
 
     IBinder* remote() const { return mRemote.get(); }
-    sp<IBinder> remoteStrong() const { return mRemote; }
 
 private:
-    BpRefBase(const BpRefBase&) = delete;
-    BpRefBase& operator=(const BpRefBase&) = delete;
-
     const sp<IBinder> mRemote;
 };
 

@@ -33,7 +33,6 @@ class IBinder : public virtual RefBase {
 public:
     enum : uint32_t {
         FIRST_CALL_TRANSACTION = 0x00000001,
-        LAST_CALL_TRANSACTION = 0x00ffffff,
 
         PING_TRANSACTION = packTransactionCode('_', 'P', 'N', 'G'),
         DUMP_TRANSACTION = packTransactionCode('_', 'D', 'M', 'P'),
@@ -98,7 +97,6 @@ public:
     virtual BpBinder* remoteBinder() { return nullptr; }
 
 protected:
-    IBinder() = default;
     ~IBinder() override = default;
 
 private:

@@ -10,7 +10,7 @@ class IInterface : public virtual RefBase {
 public:
     /** The object behind an interface; null for a null interface. */
     static sp<IBinder> asBinder(const IInterface* iface);
-    static sp<IBinder> asBinder(const sp<IInterface>& iface);
+    static sp<IBinder> asBinder(const sp<IInterface>& iface) { return asBinder(iface.get()); }
 
 protected:
     ~IInterface() override = default;

@@ -15,16 +15,8 @@ public:
      */
     pid_t getCallingPid() const;
 
-    /** The user that made the call which this thread is running; the own one outside of a call. */
-    uid_t getCallingUid() const;
-
     /** Starts the thread pool if need be (see ProcessState), and never returns. */
     void joinThreadPool(bool isMain = true);
-
-private:
-    IPCThreadState() = default;
-    IPCThreadState(const IPCThreadState&) = delete;
-    IPCThreadState& operator=(const IPCThreadState&) = delete;
 };
 
 }  // namespace android

@@ -8,12 +8,7 @@ namespace android {
 /** Finds and registers services by name. Every operation may be called from any thread. */
 class IServiceManager : public IInterface {
 public:
-    enum {
-        DUMP_FLAG_PRIORITY_CRITICAL = 1 << 0,
-        DUMP_FLAG_PRIORITY_HIGH = 1 << 1,
-        DUMP_FLAG_PRIORITY_NORMAL = 1 << 2,
-        DUMP_FLAG_PRIORITY_DEFAULT = 1 << 3,
-    };
+    enum { DUMP_FLAG_PRIORITY_DEFAULT = 1 << 3 };
 
     /** The service, waited for up to 5 seconds; null when it has not appeared by then. */
     virtual sp<IBinder> getService(const String16& name) const = 0;

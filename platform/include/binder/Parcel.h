@@ -95,10 +95,12 @@ public:
     status_t read(Flattenable<T>& value) const;
 
     // The same reads with a neutral result (0, false, empty, null, -1) for every failure.
-    int32_t readInt32() const;
+    int32_t readInt32() const { return valueOf<int32_t>(&Parcel::readInt32); }
     bool readBool() const { return readInt32() != 0; }
-    String16 readString16() const;
-    sp<IBinder> readStrongBinder() const;
+    String16 readString16() const { return valueOf<String16>(&Parcel::readString16); }
+    sp<IBinder> readStrongBinder() const {
+        return valueOf<sp<IBinder>>(&Parcel::readNullableStrongBinder);
+    }
     /** A descriptor that stays the parcel's own. */
     int readFileDescriptor() const;
 
@@ -115,6 +117,13 @@ private:
     /** Descriptors that one message can carry, and so the most of one flattenable. */
     static constexpr size_t kMaxDescriptors = 253;
 
+    /** The result of `read`, or the neutral value that it has left unchanged. */
+    template <typename T>
+    T valueOf(status_t (Parcel::*read)(T*) const) const {
+        T value{};
+        (this->*read)(&value);
+        return value;
+    }
     status_t resize(size_t size);
     void* writeInplace(size_t size);
     const void* readInplace(size_t size) const;

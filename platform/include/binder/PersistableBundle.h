@@ -11,8 +11,7 @@
 #include <memory>
 #include <variant>
 
-namespace android {
-namespace os {
+namespace android::os {
 
 /**
  * Keys with values of a few plain types. A put replaces the value of its key, also one of another
@@ -70,5 +69,4 @@ private:
     Entries mEntries;
 };
 
-}  // namespace os
-}  // namespace android
+}  // namespace android::os

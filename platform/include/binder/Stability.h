@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
-
 #include <binder/IBinder.h>
 
-namespace android {
-namespace internal {
+namespace android::internal {
 
 /**
  * How long an object's interface is promised to stay as it is. Both ends here are always built
@@ -17,14 +14,12 @@ public:
     enum Level : int32_t { UNDECLARED = 0, VENDOR = 0b000011, SYSTEM = 0b001100, VINTF = 0b111111 };
 
     /** Marks an object of this process with the level of the code that creates it. */
-    static void markCompilationUnit(IBinder* binder);
+    static void markCompilationUnit(IBinder* binder) { binder->mStability = SYSTEM; }
 
     /** The mark of an object, UNDECLARED for none and for null. */
-    static int32_t getStability(IBinder* binder);
-
-    /** Sets the mark, as a parcel does with the one that came with a proxy. */
-    static void setStability(IBinder* binder, int32_t level);
+    static int32_t getStability(IBinder* binder) {
+        return binder != nullptr ? binder->mStability.load() : int32_t{UNDECLARED};
+    }
 };
 
-}  // namespace internal
-}  // namespace android
+}  // namespace android::internal

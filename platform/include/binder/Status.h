@@ -1,16 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
-
-#include <utils/Errors.h>
+#include <binder/Parcel.h>
 #include <utils/String8.h>
 
-namespace android {
-
-class Parcel;
-
-namespace binder {
+namespace android::binder {
 
 /**
  * Outcome of an interface call: ok, an exception of the remote implementation, or the transport
@@ -77,5 +71,4 @@ private:
     String8 mMessage;
 };
 
-}  // namespace binder
-}  // namespace android
+}  // namespace android::binder

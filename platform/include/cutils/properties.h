@@ -13,8 +13,8 @@ extern "C" {
  * otherwise, and without memory, `default_value`.
  *
  * A value set in this process takes precedence over the file that the environment variable
- * DISPLAYENGINE_PROPERTIES names. The file is read at each call. It has one key=value a line, '#'
- * begins a comment line, and the last line of a key counts.
+ * DISPLAYENGINE_PROPERTIES names. The file is read at each call. It has one key=value a line,
+ * blanks aside; '#' begins a comment line, and the last line of a key counts.
  */
 int8_t property_get_bool(const char* key, int8_t default_value);
 

@@ -49,7 +49,7 @@ private:
 /** The counts of one object. They outlive the object until the last weak reference is dropped. */
 class RefBase::weakref_type final {
 public:
-    void incWeak(const void* id);
+    void incWeak(const void* /*id*/) { mWeak.fetch_add(1, std::memory_order_relaxed); }
     void decWeak(const void* id);
     /** Adds a strong reference when the object still lives; false when it is gone or going. */
     bool attemptIncStrong(const void* id);

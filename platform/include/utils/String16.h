@@ -16,7 +16,7 @@ class String8;
 class String16 {
 public:
     String16() = default;
-    String16(const char16_t* text, size_t units);
+    String16(const char16_t* text, size_t units) : mText(text, units) {}
     explicit String16(const String8& text);
     /** A null pointer gives the empty text. */
     explicit String16(const char* utf8);

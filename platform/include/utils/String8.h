@@ -17,7 +17,7 @@ class String8 {
 public:
     String8() = default;
     /** A null pointer gives the empty text. */
-    explicit String8(const char* text);
+    explicit String8(const char* text) : mText(text != nullptr ? text : "") {}
     explicit String8(const String16& text);
 
     /** NUL-terminated; valid until the text changes. */

@@ -15,13 +15,15 @@ class sp {
 public:
     sp() = default;
     sp(std::nullptr_t) {}
-    sp(T* object) : mPointer(object) { acquire(); }
-    sp(const sp& other) : mPointer(other.mPointer) { acquire(); }
+    sp(T* object) : mPointer(object) {
+        if (object != nullptr) {
+            object->incStrong(this);
+        }
+    }
+    sp(const sp& other) : sp(other.mPointer) {}
     sp(sp&& other) noexcept : mPointer(std::exchange(other.mPointer, nullptr)) {}
     template <typename U>
-    sp(const sp<U>& other) : mPointer(other.get()) {
-        acquire();
-    }
+    sp(const sp<U>& other) : sp(other.get()) {}
     ~sp() { clear(); }
 
     // By value: the previous object is released only after the new one is held, and after this
@@ -43,34 +45,22 @@ public:
     T* operator->() const { return mPointer; }
     explicit operator bool() const { return mPointer != nullptr; }
 
+    template <typename U>
+    bool operator==(const sp<U>& other) const {
+        return mPointer == other.get();
+    }
+    template <typename U>
+    bool operator!=(const sp<U>& other) const {
+        return mPointer != other.get();
+    }
+    bool operator==(std::nullptr_t) const { return mPointer == nullptr; }
+    bool operator!=(std::nullptr_t) const { return mPointer != nullptr; }
+
 private:
     template <typename U>
     friend class wp;
 
-    void acquire() const {
-        if (mPointer != nullptr) {
-            mPointer->incStrong(this);
-        }
-    }
-
     T* mPointer = nullptr;
 };
-
-template <typename T, typename U>
-bool operator==(const sp<T>& left, const sp<U>& right) {
-    return left.get() == right.get();
-}
-template <typename T, typename U>
-bool operator!=(const sp<T>& left, const sp<U>& right) {
-    return left.get() != right.get();
-}
-template <typename T>
-bool operator==(const sp<T>& left, std::nullptr_t) {
-    return left.get() == nullptr;
-}
-template <typename T>
-bool operator!=(const sp<T>& left, std::nullptr_t) {
-    return left.get() != nullptr;
-}
 
 }  // namespace android
