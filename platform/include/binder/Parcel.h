@@ -117,11 +117,11 @@ private:
     /** Descriptors that one message can carry, and so the most of one flattenable. */
     static constexpr size_t kMaxDescriptors = 253;
 
-    /** The result of `read`, or the neutral value that it has left unchanged. */
+    /** What `get` reads, or the neutral value that it has left unchanged. */
     template <typename T>
-    T valueOf(status_t (Parcel::*read)(T*) const) const {
+    T valueOf(status_t (Parcel::*get)(T*) const) const {
         T value{};
-        (this->*read)(&value);
+        (this->*get)(&value);
         return value;
     }
     status_t resize(size_t size);
