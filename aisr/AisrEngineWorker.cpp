@@ -5,6 +5,7 @@
 
 #include "aisr/AisrEngine.h"
 #include "aisr/Milliseconds.h"
+#include "common/CountedScope.h"
 #include "common/Log.h"
 #include "common/NoThrow.h"
 
@@ -21,18 +22,6 @@ bool isValid(const Aisr::BufferInfo& info) {
 int takeResult(std::future<int>& result) {
     return noThrow(-1, [&] { return result.get(); });
 }
-
-/** Counts a caller that waits for its frame, for as long as this lives. */
-class WaitingCaller {
-public:
-    explicit WaitingCaller(std::atomic<int32_t>& count) : mCount(count) { ++mCount; }
-    ~WaitingCaller() { --mCount; }
-    WaitingCaller(const WaitingCaller&) = delete;
-    WaitingCaller& operator=(const WaitingCaller&) = delete;
-
-private:
-    std::atomic<int32_t>& mCount;
-};
 
 }  // namespace
 
@@ -142,7 +131,7 @@ void AisrEngine::enhance(Aisr::BufferInfo& info) {
         DE_LOGW("Tasks is not empty! enhance(%s) skip!", AisrAlgorithm::toString(info).c_str());
         return;
     }
-    const WaitingCaller waiting(mWaitingCallers);
+    const CountedScope waiting(mWaitingCallers);
     std::packaged_task<int()> task(
         [this, info] { return noThrow(-1, [&] { return doEnhance(info); }); });
     std::future<int> result = task.get_future();

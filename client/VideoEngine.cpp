@@ -12,6 +12,7 @@
 
 #include "aisr/Milliseconds.h"
 #include "client/ServiceConnection.h"
+#include "common/CountedScope.h"
 #include "common/Log.h"
 #include "common/NoThrow.h"
 
@@ -27,6 +28,7 @@ constexpr int32_t kInvalid = -1;
 
 constexpr int32_t kSupported = 1;
 constexpr std::chrono::milliseconds kExitPoll{1};
+constexpr int kMaxBringUpPolls = 1000;
 
 }  // namespace
 
@@ -73,7 +75,15 @@ VideoEngine& VideoEngine::get() {
 }
 
 VideoEngine::~VideoEngine() {
-    AisrEngine* const engine = close();
+    if (!close()) {
+        return;
+    }
+    // A bring-up that is under way withdraws what it has registered, if the service answers it: it
+    // gets a second for that, and no more.
+    for (int polls = 0; mBringUpCount != 0 && polls < kMaxBringUpPolls; ++polls) {
+        std::this_thread::sleep_for(kExitPoll);
+    }
+    AisrEngine* const engine = mAisrEngine;
     if (engine == nullptr) {
         return;
     }
@@ -88,18 +98,18 @@ VideoEngine::~VideoEngine() {
     engine->~AisrEngine();
 }
 
-AisrEngine* VideoEngine::close() {
+bool VideoEngine::close() {
     // The child of a fork has the parent's engine without its worker, and mutexes that a thread of
     // the parent may have held; the registration is the parent's as well.
     if (mProcess != getpid()) {
         mIsClosed = true;
         mAisrValid = kInvalid;
-        return nullptr;
+        return false;
     }
     const DeMutexLock lock(mOutcomeMutex);
     mIsClosed = true;
     mAisrValid = kInvalid;
-    return mAisrEngine;
+    return true;
 }
 
 bool VideoEngine::isAisrProcessorSupported() {
@@ -127,6 +137,7 @@ bool VideoEngine::isAisrValid() {
     }
 
     mProcess = getpid();
+    const CountedScope bringUp(mBringUpCount);
     // A caller that waited here while another one settled the validity asks the service again all
     // the same, and finds the engine in place.
     const DeMutexLock lock(mAisrMutex);

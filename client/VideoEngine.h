@@ -21,9 +21,9 @@
  * false or does nothing, at the cost of one atomic load.
  *
  * Any thread may call any operation, also while the process exits: the exit waits for operations on
- * the engine that are under way, and later ones do nothing. It does not wait for a first call that
- * the service has not answered yet; no engine comes of that one any more. In the child of a fork
- * the engine remains the parent's, and the child's exit leaves it alone.
+ * the engine that are under way, and later ones do nothing. A first call that the service has not
+ * answered yet is waited for a second at most; no engine comes of it any more. In the child of a
+ * fork the engine remains the parent's, and the child's exit leaves it alone.
  */
 class DE_EXPORT VideoEngine {
 public:
@@ -79,8 +79,8 @@ private:
     DE_HIDDEN bool settle(int32_t outcome, std::unique_ptr<AisrEngine> created)
         DE_EXCLUDES(mOutcomeMutex);
 
-    /** Makes later calls do nothing. The engine that is this process's to end, or null. */
-    DE_HIDDEN AisrEngine* close() DE_EXCLUDES(mOutcomeMutex);
+    /** Makes later calls do nothing. False when this process has nothing to end. */
+    DE_HIDDEN bool close() DE_EXCLUDES(mOutcomeMutex);
 
     /** Runs `operation` on the engine, if there is one, and keeps the engine meanwhile. */
     template <typename OPERATION>
@@ -94,6 +94,7 @@ private:
     std::atomic<AisrEngine*> mAisrEngine{nullptr};
 
     std::atomic<bool> mIsClosed{false};     /**< The process exits. */
+    std::atomic<int32_t> mBringUpCount{0};  /**< Determinations of the validity under way. */
     std::atomic<int32_t> mInFlightCount{0}; /**< Operations on the engine, frames excepted. */
     std::atomic<pid_t> mProcess{0};         /**< The process that determined the validity. */
     /**

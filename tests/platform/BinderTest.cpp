@@ -195,7 +195,7 @@ TEST_F(BinderTest, RunsSixtyFourCallsAtATimeFromThePoolsStartToItsExit) {
     EXPECT_EQ(write(mPipe[1], std::string(64, 'x').data(), 64), 64);
     expectFromProgram("done", 64);
     mLines->waitFor(statusToString(OK), 65);
-    mLines->waitFor("DEAD_OBJECT");
+    mLines->waitFor(statusToString(DEAD_OBJECT));
     EXPECT_EQ(mProgram->wait(), 0);
 }
 
@@ -227,7 +227,7 @@ TEST_F(BinderTest, KeepsWhatThePeerHoldsUntilItIsGivenBackOrThePeerDies) {
     callBlocked();
     expectFromProgram("blocked");
     mProgram->kill();
-    mLines->waitFor("DEAD_OBJECT");
+    mLines->waitFor(statusToString(DEAD_OBJECT));
     mLines->waitFor("gone");
     watch->reports.waitFor("died");
     EXPECT_EQ(other->reports.count("died"), 0U);
