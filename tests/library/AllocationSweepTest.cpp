@@ -3,7 +3,6 @@
 // passes untouched: each time the operation answers its failure value or does without, no exception
 // comes out, nothing stays behind, and the next call works.
 #include <binder/Parcel.h>
-#include <binder/ProcessState.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -23,7 +22,6 @@
 #include "aidl/TransactionCodes.h"
 #include "client/DisplayEngineManager.h"
 #include "client/ServiceConnection.h"
-#include "client/VideoEngine.h"
 #include "common/DisplayEngineCleanCommon.h"
 #include "support/ChildProcess.h"
 #include "support/EngineService.h"
@@ -237,21 +235,6 @@ TEST(AllocationSweepTest, AMethodAnswersItsFailureValue) {
         // A manager of its own, since one asks some questions only once.
         sweep(method, [&] { manager = new DisplayEngineManager; });
     }
-}
-
-TEST(AllocationSweepTest, AStringComesOutWholeOrEmpty) {
-    const std::string two = kLongText + "," + kLongText;
-    const String16 wide(kLongText.c_str());
-    std::vector<std::string> fields;
-    const auto split = [&] {
-        DisplayEngineCleanCommon::split(two, ",", fields);
-        return static_cast<int>(fields.size());
-    };
-    const auto narrow = [&] {
-        return static_cast<int>(DisplayEngineCleanCommon::string16ToString(wide).size());
-    };
-    sweep({"split", split, 0}, [&] { fields.clear(); });
-    sweep({"string16ToString", narrow, 0}, [] {});
 }
 
 /** The transaction of an "Enable" event, as it arrives. */

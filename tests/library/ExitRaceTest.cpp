@@ -4,7 +4,6 @@
 #include <android/log.h>
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,16 +46,8 @@ sp<DisplayEngineManager>& client() {
     return theClient;
 }
 
-processing::Gate& gate() {
-    static processing::Gate& theGate = *new processing::Gate;
-    return theGate;
-}
-
-/** A thread that the late part of an exit waits for. */
-std::thread& otherThread() {
-    static std::thread& theThread = *new std::thread;
-    return theThread;
-}
+processing::Gate& gGate = *new processing::Gate;
+std::thread& gOtherThread = *new std::thread;  // The late part of an exit waits for it.
 
 sp<EngineService>& service() {
     static sp<EngineService>& theService = *new sp<EngineService>(EngineService::install());
@@ -72,7 +63,7 @@ void offer(uint64_t stream) {
 /** Starts the other thread and returns once it sleeps. */
 void runOnOtherThread(const std::function<void()>& operation) {
     std::promise<pid_t> thread;
-    otherThread() = std::thread([&thread, operation] {
+    gOtherThread = std::thread([&thread, operation] {
         thread.set_value(gettid());
         operation();
     });
@@ -104,17 +95,17 @@ void queueAFrame() {
     service()->config.abortMs = EngineService::kPatientMs;
     processing::use("without_nothing");
     std::atexit([] {
-        otherThread().join();
+        gOtherThread.join();
         std::cout << "the queued frame's caller is back" << std::endl;
     });
     client()->onVideoAppStart();
     g_delogdEnable = true;
     __android_log_set_logger([](const __android_log_message* message) {
         if (std::string(message->message).find("join") != std::string::npos) {
-            gate().open();
+            gGate.open();
         }
     });
-    processing::hold("AisrProcess", &gate());
+    processing::hold("AisrProcess", &gGate);
     std::thread([] { offer(1); }).detach();
     processing::waitFor("AisrProcess");
     runOnOtherThread([] { offer(1); });
@@ -122,34 +113,26 @@ void queueAFrame() {
 
 /** The first call of the facade waits for the service's answer, which never comes. */
 void waitForAnAnswer() {
-    service()->whenAsked = [] { gate().pass(); };
+    service()->whenAsked = [] { gGate.pass(); };
     runOnOtherThread([] { client()->isVideoEngineSupported(); });
-    otherThread().detach();
+    gOtherThread.detach();
 }
 
-/** That call is answered after the engine's time is over. */
-void answerLate() {
+/** That call is held up at the service until the engine's time is over. */
+void answerLate(bool isRegistering) {
     std::atexit([] {
-        gate().open();
-        otherThread().join();
+        gGate.open();
+        gOtherThread.join();
         std::cout << "supported: " << client()->isVideoEngineSupported()
                   << ", configurations: " << service()->journal.count("getEffectExByData")
-                  << std::endl;
-    });
-    service()->whenAsked = [] { gate().pass(); };
-    runOnOtherThread([] { client()->isVideoEngineSupported(); });
-}
-
-/** The same, while the service registers the engine. */
-void registerLate() {
-    std::atexit([] {
-        gate().open();
-        otherThread().join();
-        std::cout << "supported: " << client()->isVideoEngineSupported()
                   << ", withdrawals: " << service()->journal.count("unregisterCallbackEx")
                   << std::endl;
     });
-    service()->whenRegistered = [](const EngineService::Callback&) { gate().pass(); };
+    if (isRegistering) {
+        service()->whenRegistered = [](const EngineService::Callback&) { gGate.pass(); };
+    } else {
+        service()->whenAsked = [] { gGate.pass(); };
+    }
     runOnOtherThread([] { client()->isVideoEngineSupported(); });
 }
 
@@ -169,9 +152,13 @@ void forkAndExit() {
 
 int runClient(const std::string& name) {
     alarm(kPatienceSeconds);
-    const std::map<std::string, void (*)()> clients = {
-        {"hammer", hammer},          {"queue", queueAFrame},          {"wait", waitForAnAnswer},
-        {"answer late", answerLate}, {"register late", registerLate}, {"fork", forkAndExit},
+    const std::map<std::string, std::function<void()>> clients = {
+        {"hammer", hammer},
+        {"queue", queueAFrame},
+        {"wait", waitForAnAnswer},
+        {"answer late", [] { answerLate(false); }},
+        {"register late", [] { answerLate(true); }},
+        {"fork", forkAndExit},
     };
     clients.at(name)();
     return 0;
@@ -187,8 +174,8 @@ TEST(ExitRaceTest, GoesOnWhateverOtherThreadsDo) {
         {"hammer", ""},
         {"queue", "the queued frame's caller is back"},
         {"wait", ""},
-        {"answer late", "supported: 0, configurations: 0"},
-        {"register late", "supported: 0, withdrawals: 1"},
+        {"answer late", "supported: 0, configurations: 0, withdrawals: 0"},
+        {"register late", "supported: 0, configurations: 1, withdrawals: 1"},
     };
     for (const auto& exit : exits) {
         SCOPED_TRACE(exit.client);

@@ -7,7 +7,6 @@
 #include <utils/String16.h>
 
 #include <future>
-#include <utility>
 
 #include "client/DisplayEngineManager.h"
 #include "client/VideoEngine.h"

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the stand-in gives the library besides binder: values, properties, log, loader, images.
+// What the stand-in gives the library besides binder: values, properties, loader, images.
 // Damaged parcels are the fuzzers' subject.
-#include <android/log.h>
 #include <binder/Parcel.h>
 #include <binder/PersistableBundle.h>
 #include <cutils/properties.h>
@@ -13,12 +12,9 @@
 #include <unistd.h>
 #include <utils/String8.h>
 
-#include <atomic>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
-#include <thread>
 
 #include "support/Recording.h"
 
@@ -114,18 +110,6 @@ TEST(PlatformTest, PropertiesAreBooleansOfTheProcessOrTheSharedFile) {
     }
 }
 
-TEST(PlatformTest, LogWritesWholeLinesToStandardError) {
-    testing::internal::CaptureStderr();
-    std::string expected;
-    for (const size_t length : {1023, 1024, 9000}) {  // around what a buffer on the stack holds
-        const std::string text(length, 'a');
-        __android_log_print(ANDROID_LOG_INFO, "tag", "%s", text.c_str());
-        expected += " I tag: " + text + "\n";
-    }
-    const std::regex prefix(R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+ +\d+( I))");
-    EXPECT_EQ(std::regex_replace(testing::internal::GetCapturedStderr(), prefix, "$1"), expected);
-}
-
 TEST(PlatformTest, TheLoaderWordsOnlyAMissingFileAsTheDeviceDoes) {
     link_map* map = nullptr;
     ASSERT_EQ(dlinfo(dlopen("libm.so.6", RTLD_NOW), RTLD_DI_LINKMAP, &map), 0);
@@ -180,35 +164,6 @@ TEST(PlatformTest, AnImageRefusesAShapeThatItsMemoryCannotHold) {
                                 {{source.objects()[0].offset, nullptr, unsealed}}),
               OK);
     EXPECT_EQ(parcel.read(*sp<GraphicBuffer>(new GraphicBuffer)), BAD_VALUE);
-}
-
-/** Counts itself as long as it lives. */
-class Counted : public RefBase {
-public:
-    explicit Counted(std::atomic<int>* living) : mLiving(living) { ++*mLiving; }
-    ~Counted() override { --*mLiving; }
-
-private:
-    std::atomic<int>* const mLiving;
-};
-
-TEST(PlatformTest, PromotionRacesWithTheLastRelease) {
-    for (int round = 0; round < 100; ++round) {
-        std::atomic<int> living{0};
-        std::atomic<bool> isUnderWay{false};
-        sp<Counted> object = new Counted(&living);
-        std::thread other([&isUnderWay, weak = wp<Counted>(object)] {
-            isUnderWay = true;
-            while (weak.promote() != nullptr) {
-            }
-        });
-        while (!isUnderWay) {
-            std::this_thread::yield();
-        }
-        object.clear();
-        other.join();
-        ASSERT_EQ(living, 0);
-    }
 }
 
 }  // namespace

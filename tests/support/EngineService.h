@@ -8,7 +8,6 @@
 #include <cstring>
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "support/Recording.h"
 

@@ -8,7 +8,6 @@
 
 #include <filesystem>
 #include <iterator>
-#include <mutex>
 #include <regex>
 #include <thread>
 #include <utility>
