@@ -15,7 +15,6 @@ namespace controlled_clock {
 namespace {
 
 constexpr int64_t kSecond = 1'000'000'000;
-constexpr int64_t kLookEvery = 1'000'000;
 
 int64_t realNow(clockid_t clock) {
     timespec now{};
@@ -53,7 +52,6 @@ void waitForSleeper() {
 
 }  // namespace controlled_clock
 
-using controlled_clock::kLookEvery;
 using controlled_clock::kSecond;
 using controlled_clock::realNow;
 using controlled_clock::state;
@@ -81,7 +79,7 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t
     }
     state().sleptAt = now;
     // Woken early, the caller looks at the clock again.
-    const int64_t soon = realNow(CLOCK_REALTIME) + kLookEvery;
+    const int64_t soon = realNow(CLOCK_REALTIME) + kSecond / 1000;
     const timespec wake{soon / kSecond, soon % kSecond};
     pthread_cond_timedwait(condition, mutex, &wake);
     return 0;
