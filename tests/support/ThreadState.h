@@ -40,10 +40,12 @@ inline void waitUntil(std::condition_variable& changed, std::unique_lock<std::mu
 /** Likewise, for what nobody tells of. */
 inline void waitUntil(const std::string& what, const std::function<bool()>& isSo) {
     const std::time_t deadline = std::time(nullptr) + kPatienceSeconds;
-    while (!isSo() && std::time(nullptr) <= deadline) {
+    bool wasSo = isSo();  // It may be over again at the next look.
+    while (!wasSo && std::time(nullptr) <= deadline) {
         std::this_thread::yield();
+        wasSo = isSo();
     }
-    EXPECT_TRUE(isSo()) << "waited " << kPatienceSeconds << " s for " << what;
+    EXPECT_TRUE(wasSo) << "waited " << kPatienceSeconds << " s for " << what;
 }
 
 /**
