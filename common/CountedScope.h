@@ -7,6 +7,7 @@
 /** Counts its scope in for as long as it lives, so that a teardown can wait for the last one. */
 class CountedScope {
 public:
+    /** Raises `count`, which outlives this. */
     explicit CountedScope(std::atomic<int32_t>& count) : mCount(count) { ++mCount; }
     ~CountedScope() { --mCount; }
     CountedScope(const CountedScope&) = delete;
