@@ -140,9 +140,10 @@ void answerLate(bool isRegistering) {
 void forkAndExit() {
     processing::use("without_nothing");
     client()->onVideoAppStart();
+    std::cout << "the engine is up" << std::endl;
     const pid_t child = fork();
     if (child == 0) {
-        alarm(kPatienceSeconds);
+        alarm(kPatienceSeconds / 2);  // so that its parent can still tell
         std::exit(0);
     }
     int status = -1;
@@ -191,6 +192,7 @@ TEST(ExitRaceTest, AForkedChildLeavesTheEngineToItsParent) {
     ChildProcess remote(tests.parent_path() / "demo/service/displayengine-service");
     ASSERT_TRUE(remote.waitForLine("ready"));
     ChildProcess process(ChildProcess::ownPath(), {kClientArgument, "fork"});
+    EXPECT_EQ(process.readLine().value_or(""), "the engine is up");
     EXPECT_EQ(process.readLine().value_or(""), "the child's status: 0");
     EXPECT_EQ(process.wait(), 0);
 
