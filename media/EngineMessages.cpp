@@ -103,9 +103,7 @@ struct Notes {
     }
 
     void readWorker(string_view text) DE_REQUIRES(mutex) {
-        if (startsWith(text, "enhance(")) {
-            status.clear();
-        } else {
+        if (!startsWith(text, "enhance(")) {
             // A frame may have failed without the adapter's words, as by an exception.
             failure = status.empty() ? std::string(text) : std::exchange(status, std::string());
         }

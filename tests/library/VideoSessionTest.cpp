@@ -244,6 +244,24 @@ TEST_F(VideoSessionTest, HoldsAnExpiredFrameUntilTheWorkerNamesItDone) {
     gates[1].open();
     released.waitFor("queued");
     waitUntil("no frame to be held", [this] { return session->heldCount() == 0; });
+
+    // One that is named done before the call for it has returned is not held.
+    Gate late;
+    processing::setHook([&late](const Call& call) {
+        if (call.entry == "AisrProcess") {
+            late.pass();
+            return AISR_ERR_FATAL;
+        }
+        if (call.tag == AISR_TAG_SET_TIMEOUT) {
+            late.open();
+            written().waitFor("DE N AISR doEnhance:");
+        }
+        return AISR_SUCCESS;
+    });
+    written().take();
+    expireNext();
+    expectStart(offer("late"), "expired: ");
+    EXPECT_EQ(released.lines().back(), "late");
 }
 
 TEST_F(VideoSessionTest, HandsBackByALaterFrameWhatTheWorkerNamedUnheard) {
@@ -259,7 +277,12 @@ TEST_F(VideoSessionTest, HandsBackByALaterFrameWhatTheWorkerNamedUnheard) {
     session.reset();
     open();  // In its place again.
     EXPECT_EQ(session->heldCount(), 2U);
-    offer("later");
+    processing::setHook([](const Call& call) {  // The worker's message for a slow frame is lost.
+        controlled_clock::advance(std::chrono::milliseconds(33));
+        g_delogiEnable = call.entry != "AisrProcess";
+        return 0;
+    });
+    EXPECT_EQ(offer("later"), "processed");
     EXPECT_EQ(released.lines(), (Texts{"expired", "unheard", "later"}));
     EXPECT_EQ(session->heldCount(), 0U);
 }
@@ -321,6 +344,7 @@ int exitWithAFrameHeld(const std::string&) {
     processing::hold("AisrProcess", &gate);
     expireNext();
     session->offer(kFrame, [] { std::cout << "released" << std::endl; });
+    processing::waitFor("AisrProcess");
     std::cout << session->heldCount() << " held" << std::endl;
     std::exit(0);
 }
