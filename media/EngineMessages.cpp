@@ -194,8 +194,11 @@ void read(const Message& message) {
     const bool isEngines = message.tag == logtap::kEngineTag;
     if (isEngines && message.function == "doEnhance") {
         // The worker's, which tells that the processing library has returned from the frame.
-        HeldFrames::get().done(numberBehind("{ id=", message.text, 16),
-                               numberBehind(" idx=", message.text, 10));
+        // Without memory for its name, the next one tells the same.
+        const uint64_t id = numberBehind("{ id=", message.text, 16);
+        if (id != 0) {
+            HeldFrames::get().done(id, numberBehind(" idx=", message.text, 10));
+        }
     }
     Notes& it = notes();
     const DeMutexLock lock(it.mutex);

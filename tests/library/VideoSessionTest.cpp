@@ -237,6 +237,8 @@ TEST_F(VideoSessionTest, HoldsAnExpiredFrameUntilTheWorkerNamesItDone) {
     }
     expectStart(offer("busy"), "refused-busy: Tasks is not empty! enhance(");
     EXPECT_EQ(released.lines(), Texts{"busy"});
+    // Without memory for its name.
+    __android_log_print(ANDROID_LOG_INFO, "DE N AISR", "doEnhance:1: enhance() used 1ms");
     EXPECT_EQ(session->heldCount(), 2U);
     gates[0].open();
     processing::waitFor("AisrProcess", 2);
