@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 #include "common/DeMutex.h"
 #include "media/HeldFrames.h"
@@ -38,22 +37,28 @@ void judge(Outcome verdict, string_view text) {
     tCall->text = text;
 }
 
+/** A text to be remembered takes no memory while messages are read, unless it is very long. */
+struct Text : std::string {
+    Text() { reserve(256); }
+    using std::string::operator=;
+};
+
 /** What is remembered. Never destroyed, since messages come while the process exits. */
 struct Notes {
     struct {
         bool isKnown = false;
         bool isMet = false;
-        std::string text;
+        Text text;
     } conditions[kConditions] DE_GUARDED_BY(mutex);
     std::optional<Limits> limits DE_GUARDED_BY(mutex);
     bool isUnhealthy DE_GUARDED_BY(mutex) = false;
-    std::string monitor DE_GUARDED_BY(mutex); /**< Its words when it found the stream so. */
+    Text monitor DE_GUARDED_BY(mutex); /**< Its words when it found the stream so. */
     Wanted bringUp DE_GUARDED_BY(mutex);
-    std::string transport DE_GUARDED_BY(mutex); /**< Binder's last complaint. */
-    std::string trouble DE_GUARDED_BY(mutex);   /**< The engine's last complaint. */
-    std::string notReady DE_GUARDED_BY(mutex);  /**< Why the library did not start last. */
-    std::string status DE_GUARDED_BY(mutex);    /**< The adapter's words on the worker's frame. */
-    std::string failure DE_GUARDED_BY(mutex);   /**< The same of the last frame that failed. */
+    Text transport DE_GUARDED_BY(mutex); /**< Binder's last complaint. */
+    Text trouble DE_GUARDED_BY(mutex);   /**< The engine's last complaint. */
+    Text notReady DE_GUARDED_BY(mutex);  /**< Why the library did not start last. */
+    Text status DE_GUARDED_BY(mutex);    /**< The adapter's words on the worker's frame. */
+    Text failure DE_GUARDED_BY(mutex);   /**< The same of the last frame that failed. */
     DeMutex mutex;
 
     void readEngine(const Message& message) DE_REQUIRES(mutex) {
@@ -98,14 +103,16 @@ struct Notes {
             judge(Outcome::kExpired, text);
         } else if (const size_t at = text.rfind(" return "); at != text.npos) {
             const bool isSuccess = text.substr(at) == " return 0";
-            judge(isSuccess ? Outcome::kProcessed : Outcome::kFailed, isSuccess ? "" : failure);
+            judge(isSuccess ? Outcome::kProcessed : Outcome::kFailed,
+                  isSuccess ? "" : string_view(failure));
         }
     }
 
     void readWorker(string_view text) DE_REQUIRES(mutex) {
         if (!startsWith(text, "enhance(")) {
             // A frame may have failed without the adapter's words, as by an exception.
-            failure = status.empty() ? std::string(text) : std::exchange(status, std::string());
+            failure = status.empty() ? text : string_view(status);
+            status.clear();
         }
     }
 

@@ -60,7 +60,10 @@ const char* reasonName(Reason reason) {
 }
 
 struct VideoSession::State {
-    const android::sp<DisplayEngineManager> manager = new DisplayEngineManager;
+    // As the member's initialiser it would stay behind when memory runs out, by an error of g++.
+    State() : manager(new DisplayEngineManager) {}
+
+    const android::sp<DisplayEngineManager> manager;
     std::atomic<bool> isClosed{false};
     /** Held during an offer: frames have to reach the engine in the order of their streams. */
     DeMutex offerMutex;
