@@ -81,6 +81,8 @@ struct Limits {
     int32_t abortMs;             /**< An offer waits as long. */
 };
 
+struct SessionState;
+
 /**
  * One video, offered frame by frame. The engine answers a frame with nothing but messages in the
  * log; a session reads them there, tells what became of each frame, and hands its planes back when
@@ -152,11 +154,10 @@ public:
     void close();
 
 private:
-    struct State;
-    explicit VideoSession(std::unique_ptr<State> state);
+    explicit VideoSession(std::unique_ptr<SessionState> state);
     void start(const Options& options);
 
-    const std::unique_ptr<State> mState;
+    const std::unique_ptr<SessionState> mState;
 };
 
 }  // namespace displayengine::media
