@@ -12,13 +12,10 @@ namespace displayengine::media::messages {
 namespace {
 
 using logtap::Message;
+using logtap::startsWith;
 using std::string_view;
 
 thread_local Call* tCall = nullptr;
-
-bool startsWith(string_view text, string_view start) {
-    return text.substr(0, start.size()) == start;
-}
 
 bool contains(string_view text, string_view part) {
     return text.find(part) != string_view::npos;
@@ -65,30 +62,24 @@ struct Notes {
 
 /** The messages with which the call for one frame ends. */
 void readCall(Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
-    constexpr struct {
-        string_view start;
-        Outcome outcome;
-    } kRefusals[] = {{"Invalid input:", Outcome::kRefusedInvalid},
-                     {"Overload!", Outcome::kRefusedOverload},
-                     {"Tasks is not empty!", Outcome::kRefusedBusy}};
     const string_view text = message.text;
+    const size_t result = text.rfind(" return ");
     if (message.function == "getReady" || startsWith(text, "Retry count:")) {
         // The adapter has told more about it than the engine, perhaps at an earlier attempt.
         const bool isAdapters = !contains(text, "the worker") && !it.notReady.empty();
         judge(Outcome::kRefusedNotReady, isAdapters ? string_view(it.notReady) : text);
-    }
-    if (message.function != "enhance") {
+    } else if (message.function != "enhance") {
         return;
-    }
-    for (const auto& refusal : kRefusals) {
-        if (startsWith(text, refusal.start)) {
-            return judge(refusal.outcome, text);
-        }
-    }
-    if (contains(text, " expired ")) {
+    } else if (startsWith(text, "Invalid input:")) {
+        judge(Outcome::kRefusedInvalid, text);
+    } else if (startsWith(text, "Overload!")) {
+        judge(Outcome::kRefusedOverload, text);
+    } else if (startsWith(text, "Tasks is not empty!")) {
+        judge(Outcome::kRefusedBusy, text);
+    } else if (contains(text, " expired ")) {
         judge(Outcome::kExpired, text);
-    } else if (const size_t at = text.rfind(" return "); at != string_view::npos) {
-        const bool isSuccess = text.substr(at) == " return 0";
+    } else if (result != string_view::npos) {
+        const bool isSuccess = text.substr(result) == " return 0";
         judge(isSuccess ? Outcome::kProcessed : Outcome::kFailed,
               isSuccess ? "" : string_view(it.failure));
     }
@@ -132,8 +123,9 @@ void readCondition(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
         auto& condition = it.conditions[isSize ? kSizeCondition : kRateCondition];
         condition.isKnown = true;
         condition.isMet = contains(text, "]:1 ");
-        condition.text.clear();
-        condition.text = text.substr(at + kReason.size());
+        condition.text = isSize ? "the size is outside the service's range, "
+                                : "the frame rate is above the service's ceiling, ";
+        condition.text += text.substr(at + kReason.size());
     }
 }
 
@@ -190,7 +182,6 @@ Notes& notes() {
 }  // namespace
 
 void prepare() {
-    HeldFrames::get();
     notes();
 }
 
@@ -205,7 +196,7 @@ void read(const Message& message) {
         // Without memory for its name, the next one tells the same.
         const uint64_t id = numberBehind("{ id=", message.text, 16);
         if (id != 0) {
-            HeldFrames::get().done(id, numberBehind(" idx=", message.text, 10));
+            heldframes::done(id, numberBehind(" idx=", message.text, 10));
         }
     }
     Notes& it = notes();
@@ -244,26 +235,19 @@ std::optional<Limits> limits() {
 }
 
 void explainConditions(Wanted* wanted) {
-    constexpr struct {
-        Reason reason;
-        const char* unknown;
-        const char* unmet;
-    } kTexts[kConditions] = {
-        {Reason::kSize, "no size has been reported", "the size is outside the service's range, "},
-        {Reason::kRate, "no frame rate has been reported",
-         "the frame rate is above the service's ceiling, "},
-    };
     const DeMutexLock lock(notes().mutex);
-    for (size_t i = 0; i < kConditions; ++i) {
-        const auto& condition = notes().conditions[i];
-        if (!condition.isKnown || !condition.isMet) {
-            wanted->reason = kTexts[i].reason;
-            wanted->text = condition.isKnown ? kTexts[i].unmet + condition.text : kTexts[i].unknown;
-            return;
-        }
+    const auto& size = notes().conditions[kSizeCondition];
+    const bool isSize = !size.isKnown || !size.isMet;
+    const auto& condition = isSize ? size : notes().conditions[kRateCondition];
+    wanted->reason = isSize ? Reason::kSize : Reason::kRate;
+    if (!condition.isKnown) {
+        wanted->text = isSize ? "no size has been reported" : "no frame rate has been reported";
+    } else if (!condition.isMet) {
+        wanted->text = condition.text;
+    } else {
+        wanted->reason = Reason::kSwitchedOff;
+        wanted->text = "enhancement has just been switched";
     }
-    wanted->reason = Reason::kSwitchedOff;
-    wanted->text = "enhancement has just been switched";
 }
 
 void explainBringUp(Wanted* wanted) {

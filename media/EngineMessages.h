@@ -9,7 +9,7 @@
 
 /**
  * What the engine's messages say: what became of a frame, why none is wanted, what the service has
- * configured. That the worker is done with a frame goes on to HeldFrames. Any thread may call.
+ * configured. That the worker is done with a frame goes on to heldframes. Any thread may call.
  */
 namespace displayengine::media::messages {
 

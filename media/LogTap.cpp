@@ -31,10 +31,6 @@ std::atomic<bool> gHides{false};
 
 thread_local bool tHasSeenProbe = false;
 
-bool startsWith(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
-}
-
 bool isLibraryTag(std::string_view tag) {
     return std::find(std::begin(kLibraryTags), std::end(kLibraryTags), tag) !=
            std::end(kLibraryTags);

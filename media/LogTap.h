@@ -25,6 +25,10 @@ constexpr std::string_view kEngineTag = "DE N AISR";
 constexpr std::string_view kAdapterTag = "DE N AISRAlgo";
 constexpr std::string_view kBinderTag = "binder";
 
+inline bool startsWith(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
+}
+
 /**
  * Makes this the process's logger. `reader` gets each message first, on the thread that logs; then
  * `next`, if it would have been written without the raised switches.

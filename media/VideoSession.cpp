@@ -35,7 +35,6 @@ struct SessionState {
     /** Held during an offer: frames have to reach the engine in the order of their streams. */
     DeMutex offerMutex;
     uint64_t streamId DE_GUARDED_BY(offerMutex) = nextStreamId();
-    HeldFrames::Slot slot DE_GUARDED_BY(offerMutex); /**< For the next frame; may be empty. */
 };
 
 namespace {
@@ -54,7 +53,7 @@ void noThrow(BODY body) {
 
 /** Built after the engine, so that it ends before it: what a release uses may end next. */
 struct ExitMark {
-    ~ExitMark() { HeldFrames::get().stop(); }
+    ~ExitMark() { heldframes::stop(); }
 };
 
 bool isWanted(const SessionState& state) {
@@ -75,6 +74,20 @@ void explain(const SessionState& state, Wanted* wanted) {
         wanted->text = "enhancement is switched off for this process";
     } else {
         messages::explainConditions(wanted);
+    }
+}
+
+/**
+ * The engine says nothing of a value that it has already, and its verdict may come from before the
+ * session. Another value in between makes it speak.
+ */
+template <typename SEND>
+void report(messages::Condition condition, SEND send) {
+    logtap::keepOn();
+    send(false);
+    if (!messages::isKnown(condition)) {
+        send(true);
+        send(false);
     }
 }
 
@@ -132,6 +145,7 @@ std::unique_ptr<VideoSession> VideoSession::open(const Options& options, std::st
     const bool isTaken = gIsOpen.exchange(true);
     noThrow([&] {
         if (!isTaken) {
+            heldframes::prepare();
             messages::prepare();
             logtap::install(options.nextLogger, messages::read);
             auto state = std::make_unique<SessionState>();
@@ -163,32 +177,22 @@ void VideoSession::start(const Options& options) {
     setFrameRate(options.fps);
 }
 
-// The engine says nothing of a value that it has already, and its verdict may come from before the
-// session. Another value in between makes it speak.
-
 void VideoSession::setSize(int32_t width, int32_t height) {
-    if (mState->isClosed || width < 1 || height < 1) {
-        return;
-    }
-    logtap::keepOn();
-    mState->manager->setVideoRect(width, height);
-    if (!messages::isKnown(messages::kSizeCondition)) {
-        mState->manager->setVideoRect(width == 1 ? 2 : width - 1, height);
-        mState->manager->setVideoRect(width, height);
+    if (!mState->isClosed && width >= 1 && height >= 1) {
+        const int32_t other = width == 1 ? 2 : width - 1;
+        report(messages::kSizeCondition, [&](bool isOther) {
+            mState->manager->setVideoRect(isOther ? other : width, height);
+        });
     }
 }
 
 void VideoSession::setFrameRate(double fps) {
     constexpr double kHighest = 1'000'000;
-    if (mState->isClosed || !(fps > 0)) {
-        return;
-    }
-    logtap::keepOn();
-    const int rate = std::max(1, static_cast<int>(std::lround(std::min(fps, kHighest))));
-    mState->manager->setVideoFrameRate(rate);
-    if (!messages::isKnown(messages::kRateCondition)) {
-        mState->manager->setVideoFrameRate(rate + 1);
-        mState->manager->setVideoFrameRate(rate);
+    if (!mState->isClosed && fps > 0) {
+        const int rate = std::max(1, static_cast<int>(std::lround(std::min(fps, kHighest))));
+        report(messages::kRateCondition, [&](bool isOther) {
+            mState->manager->setVideoFrameRate(isOther ? rate + 1 : rate);
+        });
     }
 }
 
@@ -212,39 +216,28 @@ std::optional<Limits> VideoSession::limits() const {
 }
 
 size_t VideoSession::heldCount() const {
-    return HeldFrames::get().count();
+    return heldframes::count();
 }
 
 Result VideoSession::offer(const Frame& frame, Release release) {
     DeMutexLock lock(mState->offerMutex);
-    HeldFrames::Slot& slot = mState->slot;
-    const char* trouble = "";
-    try {
-        slot.resize(1);
-    } catch (...) {
-        trouble = "out of memory";
-    }
+    heldframes::Slot slot;
+    noThrow([&] { slot.resize(1); });
     if (slot.empty() || !isWanted()) {
         lock.unlock();
-        HeldFrames::call(release);
-        return {Outcome::kNotOffered, 0, *trouble != '\0' ? trouble : wanted().text};
+        heldframes::call(release);
+        return {Outcome::kNotOffered, 0, slot.empty() ? "out of memory" : wanted().text};
     }
     Aisr::BufferInfo info{mState->streamId,    frame.y,      frame.uv,
                           frame.width,         frame.height, frame.stride,
-                          HeldFrames::kNoIndex};
-    slot.front() = {info.id, info.idx, std::move(release)};
-    HeldFrames& held = HeldFrames::get();
-    held.begin(info.id);
+                          heldframes::kNoIndex};
+    slot.front().release = std::move(release);
+    heldframes::begin(info.id);
     logtap::keepOn();
     Result result = callEngine(*mState, info);
+    slot.front().id = info.id;
     slot.front().idx = info.idx;
-    if (result.outcome == Outcome::kExpired || result.outcome == Outcome::kUnknown) {
-        held.hold(slot);
-    } else {
-        // The worker takes frames in order: done with this one, it is so with all before.
-        held.handBack(slot,
-                      result.outcome == Outcome::kProcessed || result.outcome == Outcome::kFailed);
-    }
+    heldframes::finish(slot, result.outcome);
     return result;
 }
 
