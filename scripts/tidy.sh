@@ -7,7 +7,8 @@ usage() {
     cat <<'TXT'
 Usage: scripts/tidy.sh
 
-Prints what clang-tidy finds in common/, aidl/, aisr/, client/ and media/, and fails when there is anything.
+Prints what clang-tidy finds in common/, aidl/, aisr/, client/ and media/, and fails when there is
+anything.
 The checks are those of .clang-tidy, which says why others are left out.
 TXT
 }
