@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # cmake --install: the client library as a CMake package and a pkg-config module, in the component
-# `displayengine`, and the platform's stand-in in the component `platform`. On a device the platform
-# is the system's own and only the first component applies.
+# `displayengine`, the media client's library likewise in `media`, and the platform's stand-in in
+# the component `platform`. On a device the platform is the system's own and the last one does not
+# apply.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -18,6 +19,12 @@ install(TARGETS displayengine EXPORT DisplayEngineTargets
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/displayengine COMPONENT displayengine)
 install(EXPORT DisplayEngineTargets NAMESPACE DisplayEngine:: DESTINATION ${package_dir}
     COMPONENT displayengine)
+
+install(TARGETS displayengine_media EXPORT DisplayEngineMediaTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT media
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/displayengine COMPONENT media)
+install(EXPORT DisplayEngineMediaTargets NAMESPACE DisplayEngine:: DESTINATION ${package_dir}
+    COMPONENT media)
 
 install(TARGETS displayengine_platform EXPORT DisplayEnginePlatformTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT platform
@@ -40,10 +47,12 @@ install(FILES ${PROJECT_BINARY_DIR}/package/DisplayEngineConfig.cmake
 file(RELATIVE_PATH pc_libdir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_FULL_LIBDIR})
 file(RELATIVE_PATH pc_includedir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
      ${CMAKE_INSTALL_FULL_INCLUDEDIR})
-foreach(module displayengine displayengine-platform)
+foreach(module displayengine displayengine-media displayengine-platform)
     configure_file(cmake/${module}.pc.in ${PROJECT_BINARY_DIR}/package/${module}.pc @ONLY)
 endforeach()
 install(FILES ${PROJECT_BINARY_DIR}/package/displayengine.pc
     DESTINATION ${pkgconfig_dir} COMPONENT displayengine)
+install(FILES ${PROJECT_BINARY_DIR}/package/displayengine-media.pc
+    DESTINATION ${pkgconfig_dir} COMPONENT media)
 install(FILES ${PROJECT_BINARY_DIR}/package/displayengine-platform.pc
     DESTINATION ${pkgconfig_dir} COMPONENT platform)
