@@ -12,7 +12,7 @@
 
 #include "client/DisplayEngineManager.h"
 #include "common/DeMutex.h"
-#include "media/EngineNotes.h"
+#include "media/EngineMessages.h"
 #include "media/HeldFrames.h"
 #include "media/LogTap.h"
 
@@ -42,15 +42,6 @@ struct ExitMark {
     ~ExitMark() { HeldFrames::get().stop(); }
 };
 
-/** The outcomes after which the worker is done with the frame, and so with all before it. */
-bool isCompleted(Outcome outcome) {
-    return outcome == Outcome::kProcessed || outcome == Outcome::kFailed;
-}
-
-bool isHeld(Outcome outcome) {
-    return outcome == Outcome::kExpired || outcome == Outcome::kUnknown;
-}
-
 }  // namespace
 
 const char* outcomeName(Outcome outcome) {
@@ -68,44 +59,98 @@ const char* reasonName(Reason reason) {
     return kNames[std::min(static_cast<size_t>(reason), kReasons - 1)];
 }
 
-class VideoSession::Impl {
-public:
-    explicit Impl(const Options& options);
-    ~Impl() { close(); }
-    Impl(const Impl&) = delete;
-    Impl& operator=(const Impl&) = delete;
+struct VideoSession::State {
+    const android::sp<DisplayEngineManager> manager = new DisplayEngineManager;
+    std::atomic<bool> isClosed{false};
+    /** Held during an offer: frames have to reach the engine in the order of their streams. */
+    DeMutex offerMutex;
+    uint64_t streamId DE_GUARDED_BY(offerMutex) = nextStreamId();
+    HeldFrames::Slot slot DE_GUARDED_BY(offerMutex); /**< For the next frame; may be empty. */
 
-    void setSize(int32_t width, int32_t height);
-    void setFrameRate(double fps);
-    void restartStream() DE_EXCLUDES(mOfferMutex);
-    /** The reason first: it stays when there is no memory for the text. */
-    void explain(Wanted& wanted) const;
-    bool isWanted() const { return !mIsClosed && mManager->needVideoEnhance(); }
-    Result offer(const Frame& frame, Release release) DE_EXCLUDES(mOfferMutex);
-    void close() DE_EXCLUDES(mOfferMutex);
-
-private:
-    bool prepare(Release& release, Result& result) DE_REQUIRES(mOfferMutex);
-    void judgeSilence(Call& call) const;
-
-    const android::sp<DisplayEngineManager> mManager;
-    std::atomic<bool> mIsClosed{false};
-    /** Held during an offer: they have to reach the engine in the order of their streams. */
-    DeMutex mOfferMutex;
-    uint64_t mStreamId DE_GUARDED_BY(mOfferMutex) = nextStreamId();
-    HeldFrames::Slot mSlot DE_GUARDED_BY(mOfferMutex); /**< For the next frame; may be empty. */
+    bool isWanted() const { return !isClosed && manager->needVideoEnhance(); }
+    /** Sets the reason first, and may then throw. */
+    void explain(Wanted* wanted) const;
+    /** Makes the call, and tells what the messages said. */
+    Result call(Aisr::BufferInfo& info) const;
 };
 
-VideoSession::Impl::Impl(const Options& options) : mManager(new DisplayEngineManager) {
-    HeldFrames::get();
-    EngineNotes::get().forgetConditions();
-    logtap::install(options.nextLogger,
-                    [](const logtap::Message& message) { EngineNotes::get().note(message); });
+void VideoSession::State::explain(Wanted* wanted) const {
+    if (isClosed) {
+        wanted->reason = Reason::kClosed;
+        wanted->text = "the session is closed";
+    } else if (manager->needVideoEnhance()) {
+        return;
+    } else if (!manager->isVideoEngineSupported()) {
+        messages::explainBringUp(wanted);
+    } else if (!manager->getVideoAppConfig()) {
+        wanted->reason = Reason::kSwitchedOff;
+        wanted->text = "enhancement is switched off for this process";
+    } else {
+        messages::explainConditions(wanted);
+    }
+}
+
+Result VideoSession::State::call(Aisr::BufferInfo& info) const {
+    messages::Call call;
+    messages::setCall(&call);
+    const auto start = std::chrono::steady_clock::now();
+    manager->doVideoEnhance(info);
+    const std::chrono::duration<float, std::milli> elapsed =
+        std::chrono::steady_clock::now() - start;
+    messages::setCall(nullptr);
+    noThrow([&] {
+        if (call.verdict) {
+            return;
+        }
+        // Refused between two verdicts of the monitor, or not told.
+        if (!logtap::isInPlace()) {
+            call.text = "another logger has taken the place of the session's";
+        } else if (const auto monitor = messages::unhealthy(); monitor && logtap::isOn()) {
+            call.verdict = Outcome::kRefusedUnhealthy;
+            call.text = *monitor;
+        } else {
+            call.text = "the engine said nothing";
+        }
+    });
+    return {call.verdict.value_or(Outcome::kUnknown), elapsed.count(), std::move(call.text)};
+}
+
+VideoSession::VideoSession(std::unique_ptr<State> state) : mState(std::move(state)) {}
+
+VideoSession::~VideoSession() {
+    close();
+}
+
+std::unique_ptr<VideoSession> VideoSession::open(const Options& options, std::string* why) {
+    std::unique_ptr<VideoSession> session;
+    const bool isTaken = gIsOpen.exchange(true);
+    noThrow([&] {
+        if (!isTaken) {
+            messages::prepare();
+            logtap::install(options.nextLogger, messages::read);
+            session.reset(new VideoSession(std::make_unique<State>()));
+        } else if (why != nullptr) {
+            *why = "another video session of this process is open";
+        }
+    });
+    if (session != nullptr) {
+        session->start(options);
+    } else if (!isTaken) {
+        gIsOpen = false;
+        if (why != nullptr) {
+            *why = "out of memory";  // Short enough to need none.
+        }
+    }
+    return session;
+}
+
+void VideoSession::start(const Options& options) {
+    messages::forgetConditions();
     logtap::acquire();
     android::ProcessState::self()->startThreadPool();
-    mManager->onVideoAppStart();
+    mState->manager->onVideoAppStart();
     static const ExitMark exitMark;
-    mManager->onVideoStart();
+    mState->manager->onVideoStart();
     setSize(options.width, options.height);
     setFrameRate(options.fps);
 }
@@ -113,182 +158,49 @@ VideoSession::Impl::Impl(const Options& options) : mManager(new DisplayEngineMan
 // The engine says nothing of a value that it has already, and its verdict may come from before the
 // session. Another value in between makes it speak.
 
-void VideoSession::Impl::setSize(int32_t width, int32_t height) {
-    if (mIsClosed || width < 1 || height < 1) {
+void VideoSession::setSize(int32_t width, int32_t height) {
+    if (mState->isClosed || width < 1 || height < 1) {
         return;
     }
     logtap::keepOn();
-    mManager->setVideoRect(width, height);
-    if (!EngineNotes::get().isKnown(EngineNotes::kSizeCondition)) {
-        mManager->setVideoRect(width == 1 ? 2 : width - 1, height);
-        mManager->setVideoRect(width, height);
+    mState->manager->setVideoRect(width, height);
+    if (!messages::isKnown(messages::kSizeCondition)) {
+        mState->manager->setVideoRect(width == 1 ? 2 : width - 1, height);
+        mState->manager->setVideoRect(width, height);
     }
 }
 
-void VideoSession::Impl::setFrameRate(double fps) {
+void VideoSession::setFrameRate(double fps) {
     constexpr double kHighest = 1'000'000;
-    if (mIsClosed || !(fps > 0)) {
+    if (mState->isClosed || !(fps > 0)) {
         return;
     }
     logtap::keepOn();
     const int rate = std::max(1, static_cast<int>(std::lround(std::min(fps, kHighest))));
-    mManager->setVideoFrameRate(rate);
-    if (!EngineNotes::get().isKnown(EngineNotes::kRateCondition)) {
-        mManager->setVideoFrameRate(rate + 1);
-        mManager->setVideoFrameRate(rate);
+    mState->manager->setVideoFrameRate(rate);
+    if (!messages::isKnown(messages::kRateCondition)) {
+        mState->manager->setVideoFrameRate(rate + 1);
+        mState->manager->setVideoFrameRate(rate);
     }
-}
-
-void VideoSession::Impl::restartStream() {
-    const DeMutexLock lock(mOfferMutex);
-    mStreamId = nextStreamId();
-}
-
-void VideoSession::Impl::explain(Wanted& wanted) const {
-    const EngineNotes& notes = EngineNotes::get();
-    if (mIsClosed) {
-        wanted.reason = Reason::kClosed;
-        wanted.text = "the session is closed";
-    } else if (mManager->needVideoEnhance()) {
-        wanted.reason = Reason::kNone;
-    } else if (!mManager->isVideoEngineSupported()) {
-        notes.explainBringUp(wanted);
-    } else if (!mManager->getVideoAppConfig()) {
-        wanted.reason = Reason::kSwitchedOff;
-        wanted.text = "enhancement is switched off for this process";
-    } else {
-        notes.explainConditions(wanted);
-    }
-}
-
-/** Whether the frame is to be offered; otherwise says why not. */
-bool VideoSession::Impl::prepare(Release& release, Result& result) {
-    result.outcome = Outcome::kNotOffered;
-    if (!isWanted()) {
-        noThrow([&] {
-            Wanted wanted;
-            explain(wanted);
-            result.text = std::move(wanted.text);
-        });
-        return false;
-    }
-    try {
-        mSlot.resize(1);
-    } catch (...) {
-        result.text = "out of memory";  // Short enough to need none.
-        return false;
-    }
-    mSlot.front() = {mStreamId, HeldFrames::kNoIndex, std::move(release)};
-    return true;
-}
-
-/** A call that returned without a message: refused between two verdicts of the monitor, or lost. */
-void VideoSession::Impl::judgeSilence(Call& call) const {
-    if (!logtap::isInPlace()) {
-        call.text = "another logger has taken the place of the session's";
-    } else if (const auto monitor = EngineNotes::get().unhealthy(); monitor && logtap::isOn()) {
-        call.verdict = Outcome::kRefusedUnhealthy;
-        call.text = *monitor;
-    } else {
-        call.text = "the engine said nothing";
-    }
-}
-
-Result VideoSession::Impl::offer(const Frame& frame, Release release) {
-    using Clock = std::chrono::steady_clock;
-    DeMutexLock lock(mOfferMutex);
-    Result result;
-    if (!prepare(release, result)) {
-        lock.unlock();
-        HeldFrames::call(release);
-        return result;
-    }
-    HeldFrames& held = HeldFrames::get();
-    Aisr::BufferInfo info{mStreamId,           frame.y,      frame.uv,
-                          frame.width,         frame.height, frame.stride,
-                          HeldFrames::kNoIndex};
-    Call call;
-    held.begin(mStreamId);
-    logtap::keepOn();
-    EngineNotes::setCall(&call);
-    const Clock::time_point start = Clock::now();
-    mManager->doVideoEnhance(info);
-    const std::chrono::duration<float, std::milli> elapsed = Clock::now() - start;
-    EngineNotes::setCall(nullptr);
-
-    if (!call.verdict) {
-        noThrow([&] { judgeSilence(call); });
-    }
-    result.outcome = call.verdict.value_or(Outcome::kUnknown);
-    result.milliseconds = elapsed.count();
-    result.text = std::move(call.text);
-    mSlot.front().idx = info.idx;
-    if (isHeld(result.outcome)) {
-        held.hold(mSlot);
-    } else {
-        held.handBack(mSlot, isCompleted(result.outcome));
-    }
-    return result;
-}
-
-void VideoSession::Impl::close() {
-    const DeMutexLock lock(mOfferMutex);
-    if (mIsClosed.exchange(true)) {
-        return;
-    }
-    logtap::keepOn();
-    mManager->onVideoStop();
-    mManager->onVideoAppStop();
-    logtap::release();
-    gIsOpen = false;
-}
-
-VideoSession::VideoSession(std::unique_ptr<Impl> impl) : mImpl(std::move(impl)) {}
-
-VideoSession::~VideoSession() = default;
-
-std::unique_ptr<VideoSession> VideoSession::open(const Options& options, std::string* why) {
-    std::unique_ptr<VideoSession> session;
-    const bool isTaken = gIsOpen.exchange(true);
-    if (!isTaken) {
-        noThrow([&] {
-            auto impl = std::make_unique<Impl>(options);
-            session.reset(new VideoSession(std::move(impl)));
-        });
-        gIsOpen = session != nullptr;
-    }
-    if (session == nullptr && why != nullptr) {
-        noThrow([&] {
-            *why = isTaken ? "another video session of this process is open" : "out of memory";
-        });
-    }
-    return session;
-}
-
-void VideoSession::setSize(int32_t width, int32_t height) {
-    mImpl->setSize(width, height);
-}
-
-void VideoSession::setFrameRate(double fps) {
-    mImpl->setFrameRate(fps);
 }
 
 void VideoSession::restartStream() {
-    mImpl->restartStream();
+    const DeMutexLock lock(mState->offerMutex);
+    mState->streamId = nextStreamId();
 }
 
 Wanted VideoSession::wanted() const {
     Wanted wanted;
-    noThrow([&] { mImpl->explain(wanted); });
+    noThrow([&] { mState->explain(&wanted); });
     return wanted;
 }
 
 bool VideoSession::isWanted() const {
-    return mImpl->isWanted();
+    return mState->isWanted();
 }
 
 std::optional<Limits> VideoSession::limits() const {
-    return EngineNotes::get().limits();
+    return messages::limits();
 }
 
 size_t VideoSession::heldCount() const {
@@ -296,11 +208,48 @@ size_t VideoSession::heldCount() const {
 }
 
 Result VideoSession::offer(const Frame& frame, Release release) {
-    return mImpl->offer(frame, std::move(release));
+    DeMutexLock lock(mState->offerMutex);
+    HeldFrames::Slot& slot = mState->slot;
+    const char* trouble = "";
+    try {
+        slot.resize(1);
+    } catch (...) {
+        trouble = "out of memory";
+    }
+    if (slot.empty() || !isWanted()) {
+        lock.unlock();
+        HeldFrames::call(release);
+        return {Outcome::kNotOffered, 0, *trouble != '\0' ? trouble : wanted().text};
+    }
+    Aisr::BufferInfo info{mState->streamId,    frame.y,      frame.uv,
+                          frame.width,         frame.height, frame.stride,
+                          HeldFrames::kNoIndex};
+    slot.front() = {info.id, info.idx, std::move(release)};
+    HeldFrames& held = HeldFrames::get();
+    held.begin(info.id);
+    logtap::keepOn();
+    Result result = mState->call(info);
+    slot.front().idx = info.idx;
+    if (result.outcome == Outcome::kExpired || result.outcome == Outcome::kUnknown) {
+        held.hold(slot);
+    } else {
+        // The worker takes frames in order: done with this one, it is so with all before.
+        held.handBack(slot,
+                      result.outcome == Outcome::kProcessed || result.outcome == Outcome::kFailed);
+    }
+    return result;
 }
 
 void VideoSession::close() {
-    mImpl->close();
+    const DeMutexLock lock(mState->offerMutex);
+    if (mState->isClosed.exchange(true)) {
+        return;
+    }
+    logtap::keepOn();
+    mState->manager->onVideoStop();
+    mState->manager->onVideoAppStop();
+    logtap::release();
+    gIsOpen = false;
 }
 
 }  // namespace displayengine::media
