@@ -22,6 +22,8 @@ G_DEFINE_TYPE(CopyFilter, copy_filter, GST_TYPE_VIDEO_FILTER)
 static void copy_filter_init(CopyFilter*) {}
 
 static void copy_filter_class_init(CopyFilterClass* klass) {
+    gst_element_class_set_static_metadata(GST_ELEMENT_CLASS(klass), "Copy", "Filter/Effect/Video",
+                                          "Copies each frame", "bench");
     GstCaps* const caps = gst_caps_from_string(GST_VIDEO_CAPS_MAKE("NV12"));
     for (const GstPadDirection direction : {GST_PAD_SINK, GST_PAD_SRC}) {
         const char* const name = direction == GST_PAD_SINK ? "sink" : "src";
