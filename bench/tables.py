@@ -46,6 +46,12 @@ SESSION = [
     ("frame offered in a session", "session", "`doVideoEnhance()`, without messages",
      "facade/silent", None),
 ]
+ELEMENT = [
+    ("frame through `displayenhance`", "element/enhance", "filter that copies each frame",
+     "element/copy", None),
+    ("frame that is not wanted", "element/passed", "filter that copies each frame",
+     "element/copy", None),
+]
 DEADLINE = [
     (f"expired frame, {name}", f"longTailed:expired {percent}", "bare timed wait",
      f"longTailed:bare {percent}", 2.0)
@@ -206,6 +212,9 @@ def main():
             table("Calls that cost next to nothing", [results.compare(*row) for row in LIGHT]),
             table("A frame in a `VideoSession`", [results.compare(*row) for row in SESSION],
                   "Caller and worker share a core; the logger drops the messages."),
+            table("A frame of 1280x720 in a GStreamer pipeline",
+                  [results.compare(*row) for row in ELEMENT],
+                  "Between two pads. Element and engine's worker share a core."),
             table("A call of `AisrEngine::enhance` beyond the abort limit",
                   [results.compare(*row) for row in DEADLINE],
                   "One core is kept busy by another thread. The abort limit is 2 ms. 20000 frames "

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <gst/video/video.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "media/VideoSession.h"
+
+namespace displayengine::gst {
+
+/** How many working frames the processing library may still write. Outlives the element. */
+using HeldCount = std::shared_ptr<std::atomic<uint64_t>>;
+
+/**
+ * A frame's copy for the processing library, in memory that nobody else sees. It stays mapped from
+ * the copying until it is handed back; the last owner, on whatever thread, unmaps it.
+ */
+class WorkingFrame {
+public:
+    /** A copy of `input` in a buffer of `pool`; null when either cannot be mapped. */
+    static std::shared_ptr<WorkingFrame> copyOf(GstBuffer* input, const GstVideoInfo& info,
+                                                GstBufferPool* pool, const HeldCount& held);
+    ~WorkingFrame();
+    WorkingFrame(const WorkingFrame&) = delete;
+    WorkingFrame& operator=(const WorkingFrame&) = delete;
+
+    /** As the engine takes it. Both planes have one stride. */
+    media::Frame planes() const;
+
+    /** Nobody writes the frame any more. Once, on any thread. */
+    void handBack();
+    bool isHandedBack() const { return mIsHandedBack.load(std::memory_order_acquire); }
+
+    /** The buffer, unmapped, for the caller to unref. Once. REQUIRES: handed back. */
+    GstBuffer* takeBuffer();
+
+private:
+    WorkingFrame(const GstVideoFrame& mapped, HeldCount held);
+
+    GstVideoFrame mMapped; /**< Its buffer is owned; null once it has been taken. */
+    const HeldCount mHeld;
+    std::atomic<bool> mIsHandedBack{false};
+};
+
+/** A pool of buffers in the format's usual layout, which has one stride for both planes. */
+class WorkingPool {
+public:
+    WorkingPool() = default;
+    ~WorkingPool() { clear(); }
+    WorkingPool(const WorkingPool&) = delete;
+    WorkingPool& operator=(const WorkingPool&) = delete;
+
+    /** Makes the pool for frames of this format; false when it cannot be had. */
+    bool configure(const GstVideoInfo& info);
+    /** Gives the pool up; frames that are still out keep it until they are back. */
+    void clear();
+    GstBufferPool* get() const { return mPool; }
+
+private:
+    GstBufferPool* mPool = nullptr;
+};
+
+}  // namespace displayengine::gst
