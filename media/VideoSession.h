@@ -152,10 +152,11 @@ public:
     void close();
 
 private:
-    class Impl;
-    explicit VideoSession(std::unique_ptr<Impl> impl);
+    struct State;
+    explicit VideoSession(std::unique_ptr<State> state);
+    void start(const Options& options);
 
-    const std::unique_ptr<Impl> mImpl;
+    const std::unique_ptr<State> mState;
 };
 
 }  // namespace displayengine::media
