@@ -127,7 +127,7 @@ GstFlowReturn generateOutput(GstBaseTransform* element, GstBuffer** output) {
     if (input == nullptr) {
         return GST_FLOW_OK;
     }
-    return guarded(element, GST_FLOW_ERROR, [&](Enhancement& enhancement) {
+    return guarded(element, GST_FLOW_OK, [&](Enhancement& enhancement) {
         *output = enhancement.process(input);
         return GST_FLOW_OK;
     });

@@ -37,6 +37,9 @@ void Enhancement::stop() {
 }
 
 bool Enhancement::setFormat(const GstVideoInfo& info) {
+    if (gst_video_info_is_equal(&info, &mInfo) != FALSE && mPool.get() != nullptr) {
+        return true;  // Only the neighbours have changed.
+    }
     mInfo = info;
     mAnnouncedRate =
         info.fps_n > 0 && info.fps_d > 0 ? static_cast<double>(info.fps_n) / info.fps_d : 0;

@@ -64,8 +64,6 @@ public:
     GstClockTime latency() const { return mLatency; }
 
 private:
-    static constexpr size_t kTold = media::kOutcomes;
-
     void bringUpToDate();
     void openSession();
     void closeSession();
