@@ -60,7 +60,6 @@ void FrameLog::add(Clock::time_point turn, GstBuffer* before, GstBuffer* after, 
     if (frame.outcome == "enhanced") {
         mPicture.consider(before, after, caps);
     }
-    mRun.damaged += GST_BUFFER_FLAG_IS_SET(before, GST_BUFFER_FLAG_CORRUPTED) ? 1 : 0;
     mRun.add(frame);
     const Clock::time_point now = Clock::now();
     mRun.seconds = std::chrono::duration<double>(now - mStart).count();

@@ -42,7 +42,8 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options& opti
         "displayengine-player");
     app.footer(
         "Exit code: 0 when frames were played, also of a video that is damaged or ends early (a\n"
-        "warning on standard error says so); 1 for a video that cannot be played, for none played,\n"
+        "warning on standard error says so); 1 for a video that cannot be played, for none "
+        "played,\n"
         "or for a file that cannot be written; 2 for wrong usage.");
     app.add_option("VIDEO", options.video, "video file, of any format that GStreamer decodes")
         ->required();

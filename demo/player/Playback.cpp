@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <iostream>
+#include <fstream>
 #include <stdexcept>
 
 namespace player {
@@ -32,6 +32,15 @@ std::string description(const Options& options) {
     return text + "tee name=both ! " + sink +
            " both. ! queue ! videoconvert ! avenc_mpeg4 pass=quant quantizer=2 ! " +
            (isMp4 ? "mp4mux" : "matroskamux") + " ! filesink name=write async=false";
+}
+
+/** Whether a file of chunks is shorter than it states: its demuxer takes what there is for all. */
+bool isCutRiff(const std::string& path) {
+    char head[8] = {};
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    const auto size = static_cast<uint64_t>(file.tellg());
+    file.seekg(0).read(head, sizeof(head));
+    return file && std::memcmp(head, "RIFF", 4) == 0 && size < GST_READ_UINT32_LE(head + 4) + 8ULL;
 }
 
 /** GStreamer's words for a message; those about files are beside the text. */
@@ -92,14 +101,14 @@ void Playback::onPad(GstElement*, GstPad* pad, gpointer self) {
     const Ref<GstPad> target(
         gst_element_get_static_pad(playback->element("convert").get(), "sink"));
     if (gst_pad_is_linked(target.get()) == FALSE) {
-        gst_pad_link(pad, target.get()); // refuses what is no video
+        gst_pad_link(pad, target.get());  // refuses what is no video
     }
     gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onDecoded, self, nullptr);
 }
 
 void Playback::onAllPads(GstElement* decoder, gpointer self) {
-    const Ref<GstPad> target(gst_element_get_static_pad(
-        static_cast<Playback*>(self)->element("convert").get(), "sink"));
+    const Ref<GstPad> target(
+        gst_element_get_static_pad(static_cast<Playback*>(self)->element("convert").get(), "sink"));
     if (gst_pad_is_linked(target.get()) == FALSE) {
         GST_ELEMENT_ERROR(decoder, STREAM, WRONG_TYPE, ("there is no video in it"), (nullptr));
     }
@@ -113,7 +122,16 @@ GstPadProbeReturn Playback::onDecoded(GstPad* pad, GstPadProbeInfo* info, gpoint
         const GstClockTime length = hasDuration ? GST_BUFFER_DURATION(buffer) : 0;
         playback->mEnd = std::max(playback->mEnd.load(), GST_BUFFER_PTS(buffer) + length);
     }
-    return gst_pad_is_linked(pad) != FALSE ? GST_PAD_PROBE_OK : GST_PAD_PROBE_DROP;
+    if (gst_pad_is_linked(pad) == FALSE) {
+        return GST_PAD_PROBE_DROP;
+    }
+    if (GST_BUFFER_DURATION_IS_VALID(buffer)) {
+        playback->mFrameTime = GST_BUFFER_DURATION(buffer);
+    }
+    // The decoder goes on with the next frame that it can decode.
+    const bool isGap = GST_BUFFER_IS_DISCONT(buffer) && !playback->mIsFirst.exchange(false);
+    playback->mGaps += isGap || GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_CORRUPTED) ? 1 : 0;
+    return GST_PAD_PROBE_OK;
 }
 
 /** A frame comes to the element: the last one is shown, so it is its turn. */
@@ -156,9 +174,9 @@ GstPadProbeReturn Playback::onSegment(GstPad* pad, GstPadProbeInfo* info, gpoint
     GstVideoInfo video;
     const bool isKnown = caps != nullptr && gst_video_info_from_caps(&video, caps.get()) != FALSE &&
                          GST_VIDEO_INFO_FPS_N(&video) > 0;
-    const double rate = isKnown ? static_cast<double>(GST_VIDEO_INFO_FPS_N(&video)) /
-                                      GST_VIDEO_INFO_FPS_D(&video)
-                                : kDefaultRate;
+    const double rate =
+        isKnown ? static_cast<double>(GST_VIDEO_INFO_FPS_N(&video)) / GST_VIDEO_INFO_FPS_D(&video)
+                : kDefaultRate;
     GstSegment segment;
     gst_event_copy_segment(event, &segment);
     segment.rate *= wanted / rate;
@@ -174,16 +192,18 @@ GstPadProbeReturn Playback::onSegment(GstPad* pad, GstPadProbeInfo* info, gpoint
 void Playback::run() {
     const Ref<GstBus> bus(gst_element_get_bus(mPipeline.get()));
     gst_element_set_state(mPipeline.get(), GST_STATE_PLAYING);
-    constexpr auto kTypes = static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR |
-                                                        GST_MESSAGE_ELEMENT);
+    constexpr auto kTypes =
+        static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR | GST_MESSAGE_ELEMENT);
     for (bool isPlaying = true; isPlaying;) {
         const Ref<GstMessage> message(gst_bus_timed_pop_filtered(bus.get(), kPoll, kTypes));
-        isPlaying = message != nullptr
-                        ? !isOver(message.get())
-                        // A file that is written gets its end with the next frame.
-                        : !mOptions.write.empty() || !mStop.waitUntil(Clock::now());
+        isPlaying = message != nullptr ? !isOver(message.get())
+                                       // A file that is written gets its end with the next frame.
+                                       : !mOptions.write.empty() || !mStop.waitUntil(Clock::now());
     }
     gst_element_set_state(mPipeline.get(), GST_STATE_NULL);
+    if (mDamage.empty() && mGaps > 0) {
+        mDamage = "is damaged: places with missing frames: " + std::to_string(mGaps);
+    }
 }
 
 bool Playback::isOver(GstMessage* message) {
@@ -207,19 +227,21 @@ bool Playback::isOver(GstMessage* message) {
 }
 
 bool Playback::rewind() {
-    return mLog.frames() > 0 &&
-           gst_element_seek_simple(mPipeline.get(), GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH, 0) !=
-               FALSE;
+    mIsFirst = true;
+    return mLog.frames() > 0 && gst_element_seek_simple(mPipeline.get(), GST_FORMAT_TIME,
+                                                        GST_SEEK_FLAG_FLUSH, 0) != FALSE;
 }
 
 /** Compares the length that the file states with what could be read of it. */
 void Playback::noteEnd() {
-    gint64 stated = 0;
-    if (!mDamage.empty() ||
-        gst_element_query_duration(element("decode").get(), GST_FORMAT_TIME, &stated) == FALSE) {
-        return;
+    gint64 stated = -1;
+    gst_element_query_duration(element("decode").get(), GST_FORMAT_TIME, &stated);
+    const auto last =
+        static_cast<gint64>(mEnd + mFrameTime * 3 / 4);  // less than a frame may be rounding
+    if (mDamage.empty() && (last < stated || isCutRiff(mOptions.video))) {
+        mDamage = "is incomplete: it ends after " + std::to_string(mLog.frames()) +
+                  " frames that could be read";
     }
-    std::cerr << "stated " << stated << " end " << mEnd << std::endl;
 }
 
 void Playback::noteError(GstMessage* message) {
@@ -230,8 +252,7 @@ void Playback::noteError(GstMessage* message) {
     if (!isVideo) {
         throw std::runtime_error("cannot write '" + mOptions.write + "': " + errorText(message));
     }
-    const std::string why =
-        mMissing.empty() ? errorText(message) : "GStreamer has no " + mMissing;
+    const std::string why = mMissing.empty() ? errorText(message) : "GStreamer has no " + mMissing;
     if (mLog.frames() == 0) {
         throw std::runtime_error("cannot play '" + mOptions.video + "': " + why);
     }

@@ -64,8 +64,10 @@ private:
     std::string mMissing; /**< What GStreamer would need to decode the video. */
     std::string mDamage;
 
-    std::atomic<GstClockTime> mEnd{0}; /**< Of the latest buffer of any stream. */
-    std::atomic<GstClockTime> mFrameTime{0};
+    std::atomic<GstClockTime> mEnd{0};       /**< Of the latest buffer of any stream. */
+    std::atomic<GstClockTime> mFrameTime{0}; /**< Of the latest frame. */
+    std::atomic<size_t> mGaps{0};            /**< Places where frames could not be decoded. */
+    std::atomic<bool> mIsFirst{true};        /**< The next frame begins the video. */
 
     // For the thread of the frames.
     Clock::time_point mStart{};

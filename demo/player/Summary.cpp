@@ -109,11 +109,15 @@ nlohmann::json summaryAsJson(const RunResult& result) {
                    {"percentile99", percentile(result.latencies, 0.99)},
                    {"largest", percentile(result.latencies, 1)}};
     }
-    return {{"frames", result.frames},          {"damagedFrames", result.damaged},
-            {"seconds", result.seconds},        {"framesPerSecond", rate(result)},
-            {"offered", result.offered()},      {"outcomes", result.counts},
-            {"notWanted", result.notWanted},    {"latencyMs", latency},
-            {"overloadMs", result.overloadMs},  {"abortMs", result.abortMs}};
+    return {{"frames", result.frames},
+            {"seconds", result.seconds},
+            {"framesPerSecond", rate(result)},
+            {"offered", result.offered()},
+            {"outcomes", result.counts},
+            {"notWanted", result.notWanted},
+            {"latencyMs", latency},
+            {"overloadMs", result.overloadMs},
+            {"abortMs", result.abortMs}};
 }
 
 }  // namespace player

@@ -31,10 +31,10 @@ constexpr std::array<OutcomeName, 10> kOutcomes = {{
 
 /** What became of one frame: a row of frames.csv. */
 struct FrameRecord {
-    double seconds = 0;    /**< From the first frame's turn to this one's. */
-    std::string outcome;   /**< A key of kOutcomes. */
-    std::string reason;    /**< Why it was not offered, in one word; empty if it was. */
-    std::string text;      /**< Why it was not enhanced, in words; empty if it was. */
+    double seconds = 0;      /**< From the first frame's turn to this one's. */
+    std::string outcome;     /**< A key of kOutcomes. */
+    std::string reason;      /**< Why it was not offered, in one word; empty if it was. */
+    std::string text;        /**< Why it was not enhanced, in words; empty if it was. */
     double milliseconds = 0; /**< Length of the engine's call; 0 when it was not made. */
 };
 
@@ -47,8 +47,7 @@ struct RunResult {
     size_t offered() const { return frames - count("not-offered"); }
 
     size_t frames = 0;
-    size_t damaged = 0; /**< Of these, frames that the decoder says are not whole. */
-    double seconds = 0; /**< From the first frame's turn to the end. */
+    double seconds = 0;                      /**< From the first frame's turn to the end. */
     std::map<std::string, size_t> counts;    /**< By outcome; those that occurred. */
     std::map<std::string, size_t> notWanted; /**< Frames that were not offered, by reason. */
     std::vector<float> latencies; /**< Milliseconds of the frames that reached the library. */

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // displayengine-player: plays a video through the display engine and reports what became of it.
+#include <cutils/properties.h>
+
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -75,6 +77,7 @@ int main(int argc, char** argv) {
     }
     gst_init(nullptr, nullptr);
     if (options.isVerbose) {
+        property_set("ro.debuggable", "1");
         gst_debug_set_threshold_for_name("displayenhance", GST_LEVEL_LOG);
     }
     try {
