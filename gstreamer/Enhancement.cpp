@@ -70,6 +70,12 @@ GstBuffer* Enhancement::process(GstBuffer* input) {
     }
     const FrameOutcome outcome{media::Outcome::kNotOffered, state.reason, state.text, 0};
     mStatistics.add(outcome);
+    if (state.reason == media::reasonName(media::Reason::kNoService)) {
+        warnOfMissing("No display engine service; the video passes unenhanced.", state.text);
+    } else if (state.reason == media::reasonName(media::Reason::kNotStarted)) {
+        warnOfMissing("The display engine could not be started; the video passes unenhanced.",
+                      state.text);
+    }
     return markOutcome(input, outcome);
 }
 
@@ -172,12 +178,6 @@ void Enhancement::setState(const State& state) {
         }
         GST_INFO_OBJECT(mElement, "%s", state.reason.empty() ? "active" : state.text.c_str());
         postActive(GST_ELEMENT(mElement), state.reason, state.text);
-    }
-    if (state.reason == media::reasonName(media::Reason::kNoService)) {
-        warnOfMissing("No display engine service; the video passes unenhanced.", state.text);
-    } else if (state.reason == media::reasonName(media::Reason::kNotStarted)) {
-        warnOfMissing("The display engine could not be started; the video passes unenhanced.",
-                      state.text);
     }
 }
 

@@ -91,8 +91,8 @@ public:
             map.data[i] = static_cast<guint8>((i / 7 % 2 * 90) + i * i % 31 + 40);
         }
         gst_buffer_unmap(buffer, &map);
-        const gsize offsets[GST_VIDEO_MAX_PLANES] = {mLayout.gap, mLayout.uvOffset()};
-        const gint strides[GST_VIDEO_MAX_PLANES] = {mLayout.yStride, mLayout.uvStride};
+        gsize offsets[GST_VIDEO_MAX_PLANES] = {mLayout.gap, mLayout.uvOffset()};
+        gint strides[GST_VIDEO_MAX_PLANES] = {mLayout.yStride, mLayout.uvStride};
         gst_buffer_add_video_meta_full(buffer, GST_VIDEO_FRAME_FLAG_NONE, GST_VIDEO_FORMAT_NV12,
                                        static_cast<guint>(mLayout.width),
                                        static_cast<guint>(mLayout.height), 2, offsets, strides);
