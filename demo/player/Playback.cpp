@@ -29,8 +29,12 @@ std::string description(const Options& options) {
         return text + sink;
     }
     const bool isMp4 = std::filesystem::path(options.write).extension() == ".mp4";
+    // The muxer for MP4 takes no stream without the chroma's format, which the encoder does not
+    // say.
     return text + "tee name=both ! " + sink +
-           " both. ! queue ! videoconvert ! avenc_mpeg4 pass=quant quantizer=2 ! " +
+           " both. ! queue ! videoconvert ! vp9enc deadline=1 cpu-used=8 lag-in-frames=0 threads=2 "
+           "end-usage=cq cq-level=16 target-bitrate=50000000 ! "
+           "capssetter caps=video/x-vp9,chroma-format=4:2:0,bit-depth-luma=(uint)8 ! " +
            (isMp4 ? "mp4mux" : "matroskamux") + " ! filesink name=write async=false";
 }
 
@@ -43,15 +47,21 @@ bool isCutRiff(const std::string& path) {
     return file && std::memcmp(head, "RIFF", 4) == 0 && size < GST_READ_UINT32_LE(head + 4) + 8ULL;
 }
 
-/** GStreamer's words for a message; those about files are beside the text. */
-std::string errorText(GstMessage* message) {
+struct ErrorText {
+    std::string text; /**< GStreamer's words for its user; those about files are in the details. */
+    std::string details;
+};
+
+ErrorText textOf(GstMessage* message) {
     GError* error = nullptr;
     char* debug = nullptr;
     gst_message_parse_error(message, &error, &debug);
-    const Ref<GError> holder(error);
+    const Ref<GError> errorHolder(error);
     const Ref<char> debugHolder(debug);
-    const char* const detail = debug != nullptr ? std::strrchr(debug, '\n') : nullptr;
-    return error->domain == GST_RESOURCE_ERROR && detail != nullptr ? detail + 1 : error->message;
+    const std::string details = debug != nullptr ? debug : "";
+    const size_t last = details.rfind('\n');
+    const bool isFile = error->domain == GST_RESOURCE_ERROR && last != std::string::npos;
+    return {isFile ? details.substr(last + 1) : error->message, details};
 }
 
 }  // namespace
@@ -244,15 +254,19 @@ void Playback::noteEnd() {
     }
 }
 
+/** Throws unless it is the video's fault, and some of it was played. */
 void Playback::noteError(GstMessage* message) {
-    GstObject* const decoder = GST_OBJECT(element("decode").get());
+    const auto [text, details] = textOf(message);
+    const Ref<GstElement> decoder = element("decode");
     GstObject* const source = GST_MESSAGE_SRC(message);
-    const bool isVideo = source == GST_OBJECT(element("file").get()) || source == decoder ||
-                         gst_object_has_as_ancestor(source, decoder) != FALSE;
-    if (!isVideo) {
-        throw std::runtime_error("cannot write '" + mOptions.write + "': " + errorText(message));
+    const bool isVideo = source == GST_OBJECT(element("file").get()) ||
+                         gst_object_has_as_ancestor(source, GST_OBJECT(decoder.get())) != FALSE;
+    // A demuxer tells too that nobody takes what it has decoded.
+    if (!isVideo ||
+        (!mOptions.write.empty() && details.find("not-negotiated") != std::string::npos)) {
+        throw std::runtime_error("cannot write '" + mOptions.write + "': " + text);
     }
-    const std::string why = mMissing.empty() ? errorText(message) : "GStreamer has no " + mMissing;
+    const std::string why = mMissing.empty() ? text : "GStreamer has no " + mMissing;
     if (mLog.frames() == 0) {
         throw std::runtime_error("cannot play '" + mOptions.video + "': " + why);
     }
