@@ -40,6 +40,18 @@ LIGHT = [
      "lockUnlock", None),
     ("suppressed log statement", "suppressed", "mutex lock and unlock", "lockUnlock", None),
 ]
+SESSION = [
+    ("frame offered in a session", "session", "`doVideoEnhance()`, with the messages it reads",
+     "facade/logged", 1.25),
+    ("frame offered in a session", "session", "`doVideoEnhance()`, without messages",
+     "facade/silent", None),
+]
+ELEMENT = [
+    ("frame through `displayenhance`", "element/enhance", "filter that copies each frame",
+     "element/copy", None),
+    ("frame that is not wanted", "element/passed", "filter that copies each frame",
+     "element/copy", None),
+]
 DEADLINE = [
     (f"expired frame, {name}", f"longTailed:expired {percent}", "bare timed wait",
      f"longTailed:bare {percent}", 2.0)
@@ -198,6 +210,11 @@ def main():
             table("Heap allocations of a frame", allocations(results),
                   "The fraction is the queue's: it takes a block of memory for every 32 frames."),
             table("Calls that cost next to nothing", [results.compare(*row) for row in LIGHT]),
+            table("A frame in a `VideoSession`", [results.compare(*row) for row in SESSION],
+                  "Caller and worker share a core; the logger drops the messages."),
+            table("A frame of 1280x720 in a GStreamer pipeline",
+                  [results.compare(*row) for row in ELEMENT],
+                  "Between two pads. Element and engine's worker share a core."),
             table("A call of `AisrEngine::enhance` beyond the abort limit",
                   [results.compare(*row) for row in DEADLINE],
                   "One core is kept busy by another thread. The abort limit is 2 ms. 20000 frames "

@@ -10,7 +10,7 @@
 namespace displayengine::gst {
 namespace {
 
-const Enhancement::State kNoStream{"no-stream", "no video has arrived yet"};
+const Enhancement::State kNoStream{"no-stream", "there is no video"};
 /** A measured rate is announced again when it has changed by this part of it. */
 constexpr double kRateTolerance = 0.1;
 

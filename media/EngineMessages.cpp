@@ -103,9 +103,7 @@ struct Notes {
     }
 
     void readWorker(string_view text) DE_REQUIRES(mutex) {
-        if (startsWith(text, "enhance(")) {
-            status.clear();
-        } else {
+        if (!startsWith(text, "enhance(")) {
             // A frame may have failed without the adapter's words, as by an exception.
             failure = status.empty() ? std::string(text) : std::exchange(status, std::string());
         }
@@ -196,8 +194,11 @@ void read(const Message& message) {
     const bool isEngines = message.tag == logtap::kEngineTag;
     if (isEngines && message.function == "doEnhance") {
         // The worker's, which tells that the processing library has returned from the frame.
-        HeldFrames::get().done(numberBehind("{ id=", message.text, 16),
-                               numberBehind(" idx=", message.text, 10));
+        // Without memory for its name, the next one tells the same.
+        const uint64_t id = numberBehind("{ id=", message.text, 16);
+        if (id != 0) {
+            HeldFrames::get().done(id, numberBehind(" idx=", message.text, 10));
+        }
     }
     Notes& it = notes();
     const DeMutexLock lock(it.mutex);

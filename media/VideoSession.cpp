@@ -127,6 +127,7 @@ std::unique_ptr<VideoSession> VideoSession::open(const Options& options, std::st
     noThrow([&] {
         if (!isTaken) {
             messages::prepare();
+            logtap::install(options.nextLogger, messages::read);
             session.reset(new VideoSession(std::make_unique<State>()));
         } else if (why != nullptr) {
             *why = "another video session of this process is open";
@@ -145,7 +146,6 @@ std::unique_ptr<VideoSession> VideoSession::open(const Options& options, std::st
 
 void VideoSession::start(const Options& options) {
     messages::forgetConditions();
-    logtap::install(options.nextLogger, messages::read);
     logtap::acquire();
     android::ProcessState::self()->startThreadPool();
     mState->manager->onVideoAppStart();

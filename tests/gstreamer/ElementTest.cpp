@@ -316,7 +316,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Complaint{"Overload", "refused-overload", "info",
                               [](EngineService* service) {
                                   service->config.toleranceCount = 3;
-                      service->config.overloadMs = 50;
+                                  service->config.overloadMs = 50;
                                   processing::setHook([service](const Call& call) {
                                       if (call.entry == "AisrProcess") {
                                           controlled_clock::advance(std::chrono::milliseconds(
@@ -325,7 +325,7 @@ INSTANTIATE_TEST_SUITE_P(
                                       return 0;
                                   });
                               }}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& complaint) { return complaint.param.name; });
 
 TEST_F(ElementTest, StartsAndStopsWithoutGrowth) {
     const auto cycles = [this](int count) {

@@ -23,6 +23,7 @@
 #include "client/DisplayEngineManager.h"
 #include "client/ServiceConnection.h"
 #include "common/DisplayEngineCleanCommon.h"
+#include "media/VideoSession.h"
 #include "support/ChildProcess.h"
 #include "support/EngineService.h"
 #include "support/ProcessingLibrary.h"
@@ -255,10 +256,11 @@ TEST(AllocationSweepTest, AFrameOrAnEventIsLost) {
     manager->onVideoAppStart();
     g_delogdEnable = g_delogiEnable = true;  // The texts for messages are allocated as well.
     std::atomic<int> processed{0};
-    processing::setHook([&](const processing::Call& call) {
+    const auto count = [&](const processing::Call& call) {
         processed += call.entry == "AisrProcess" ? 1 : 0;
         return AISR_SUCCESS;
-    });
+    };
+    processing::setHook(count);
     processing::Frame frame;
     Aisr::BufferInfo info = frame.info(0x1234567812345678);
     const auto offer = [&] {
@@ -293,6 +295,24 @@ TEST(AllocationSweepTest, AFrameOrAnEventIsLost) {
     manager->setVideoRect(640, 700);
     manager->setVideoFrameRate(25);
     EXPECT_EQ(manager->needVideoEnhance(), isOn);
+
+    manager->setAisrEnable(true);
+    using displayengine::media::VideoSession;
+    const VideoSession::Options options{640, 700, 25, [](const __android_log_message*) {}};
+    sweep({"session", [&] { return VideoSession::open(options) != nullptr ? 1 : 0; }, 0}, [] {});
+    const auto session = VideoSession::open(options);
+    int held = 0;
+    const auto offerInSession = [&] {
+        ++held;
+        session->offer({static_cast<uint8_t*>(info.y), static_cast<uint8_t*>(info.uv), 32, 16, 64},
+                       [&] { --held; });
+        return processed.exchange(0);
+    };
+    processing::setHook([](const processing::Call&) { return AISR_ERR_FATAL; });
+    offerInSession();  // The words of a failure are kept.
+    processing::setHook(count);
+    sweep({"session's frame", offerInSession, 0}, [] { processing::takeTexts(); });
+    EXPECT_EQ(held, 0) << "a frame is handed back once, if need be after the next";
     processing::setHook(nullptr);
 }
 
