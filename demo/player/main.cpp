@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -23,7 +24,7 @@ using player::RunResult;
 void printText(const RunResult& run, const Report& report) {
     player::printSummary(std::cout, run);
     for (const auto& [name, path] : report.files) {
-        std::cout << name << ": " << path << '\n';
+        std::cout << "Wrote " << name << ": " << path << '\n';
     }
     for (const auto& [name, reason] : report.absent) {
         std::cout << "No " << name << ": " << reason << '\n';
@@ -47,6 +48,9 @@ int play(const player::Options& options) {
     player::FrameLog::Result result = log.finish();
     playback.getLimits(result.run);
     report.write(result);
+    if (!options.write.empty()) {
+        report.files["video"] = std::filesystem::absolute(options.write);
+    }
     if (options.isJson) {
         printJson(result.run, report, playback.damage());
     } else {
