@@ -70,12 +70,7 @@ GstBuffer* Enhancement::process(GstBuffer* input) {
     }
     const FrameOutcome outcome{media::Outcome::kNotOffered, state.reason, state.text, 0};
     mStatistics.add(outcome);
-    if (state.reason == media::reasonName(media::Reason::kNoService)) {
-        warnOfMissing("No display engine service; the video passes unenhanced.", state.text);
-    } else if (state.reason == media::reasonName(media::Reason::kNotStarted)) {
-        warnOfMissing("The display engine could not be started; the video passes unenhanced.",
-                      state.text);
-    }
+    tell(outcome, input);
     return markOutcome(input, outcome);
 }
 
@@ -170,15 +165,15 @@ void Enhancement::setState(const State& state) {
         }
         before = std::exchange(mState, state);
     }
+    GObject* const object = G_OBJECT(mElement);
     if (state.reason != before.reason) {
-        GObject* const object = G_OBJECT(mElement);
         g_object_notify_by_pspec(object, mInactiveReasonProperty);
-        if (state.reason.empty() != before.reason.empty()) {
-            g_object_notify_by_pspec(object, mActiveProperty);
-        }
-        GST_INFO_OBJECT(mElement, "%s", state.reason.empty() ? "active" : state.text.c_str());
-        postActive(GST_ELEMENT(mElement), state.reason, state.text);
     }
+    if (state.reason.empty() != before.reason.empty()) {
+        g_object_notify_by_pspec(object, mActiveProperty);
+    }
+    GST_INFO_OBJECT(mElement, "%s", state.reason.empty() ? "active" : state.text.c_str());
+    postActive(GST_ELEMENT(mElement), state.reason, state.text);
 }
 
 GstStructure* Enhancement::limits() const {
@@ -229,22 +224,21 @@ void Enhancement::tell(const FrameOutcome& frame, GstBuffer* input) {
                     mStatistics.count(media::Outcome::kProcessed),
                     mStatistics.count(media::Outcome::kExpired));
     }
+    if (frame.reason == media::reasonName(media::Reason::kNoService)) {
+        warnOfMissing("No display engine service; the video passes unenhanced.", frame.text);
+    } else if (frame.reason == media::reasonName(media::Reason::kNotStarted)) {
+        warnOfMissing("The display engine could not be started; the video passes unenhanced.",
+                      frame.text);
+    } else if (frame.outcome == media::Outcome::kRefusedNotReady) {
+        warnOfMissing("No processing library that works; the video passes unenhanced.", frame.text);
+    }
     if (std::exchange(mIsTold[static_cast<size_t>(frame.outcome)], true)) {
         return;
     }
-    switch (frame.outcome) {
-        case media::Outcome::kRefusedNotReady:
-            warnOfMissing("No processing library that works; the video passes unenhanced.",
-                          frame.text);
-            break;
-        case media::Outcome::kRefusedUnhealthy:
-            postTooFast(GST_ELEMENT(mElement), frame.text);
-            break;
-        case media::Outcome::kRefusedOverload:
-            postOverload(GST_ELEMENT(mElement), frame.text);
-            break;
-        default:
-            break;
+    if (frame.outcome == media::Outcome::kRefusedUnhealthy) {
+        postTooFast(GST_ELEMENT(mElement), frame.text);
+    } else if (frame.outcome == media::Outcome::kRefusedOverload) {
+        postOverload(GST_ELEMENT(mElement), frame.text);
     }
 }
 
