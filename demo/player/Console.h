@@ -15,6 +15,9 @@ class Console {
 public:
     /** Writes to standard error instead of standard output if `isStandardError`. */
     Console(bool isQuiet, bool isStandardError);
+    ~Console() { finish(); }
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
 
     /** Whether it is time for the progress line again. */
     bool wantsProgress(std::chrono::steady_clock::time_point now) const;

@@ -29,15 +29,6 @@ FrameRecord read(GstBuffer* buffer) {
     return frame;
 }
 
-std::string readable(const std::string& key) {
-    for (const OutcomeName& outcome : kOutcomes) {
-        if (key == outcome.key) {
-            return outcome.text;
-        }
-    }
-    return key;
-}
-
 }  // namespace
 
 FrameLog::FrameLog(Console& console, const std::string& csv)
@@ -73,11 +64,11 @@ void FrameLog::writeRow(const FrameRecord& frame) {
     if (frame.milliseconds > 0) {
         mTable << frame.milliseconds;
     }
-    std::string reason = frame.reason.empty() ? frame.text : frame.reason;
-    for (size_t at = 0; (at = reason.find('"', at)) != std::string::npos; at += 2) {
-        reason.insert(at, 1, '"');
+    mTable << ',';
+    if (const std::string& why = frame.reason.empty() ? frame.text : frame.reason; !why.empty()) {
+        mTable << std::quoted(why, '"', '"');
     }
-    mTable << (reason.empty() ? "," : ",\"" + reason + '"') << '\n';
+    mTable << '\n';
     if (!mTable && mTableError.empty()) {
         mTableError = std::strerror(errno);
     }
@@ -101,7 +92,7 @@ void FrameLog::tellChange(const FrameRecord& frame) {
 void FrameLog::tellTrouble(const FrameRecord& frame) {
     const bool isTrouble = frame.outcome != "enhanced" && frame.outcome != "not-offered";
     if (isTrouble && mRun.count(frame.outcome) == 0) {
-        mConsole.line("Frame " + std::to_string(mRun.frames) + " " + readable(frame.outcome) +
+        mConsole.line("Frame " + std::to_string(mRun.frames) + " " + frame.outcome +
                       (frame.text.empty() ? "" : ": ") + frame.text);
     }
 }

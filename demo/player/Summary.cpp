@@ -92,10 +92,9 @@ void printSummary(std::ostream& out, const RunResult& result) {
         out << "    " << count << ": " << reason << '\n';
     }
     printCount(out, "offered", result.offered(), 0);
-    for (const OutcomeName& outcome : kOutcomes) {
-        const std::string key = outcome.key;
-        if (key == "enhanced" || (key != "not-offered" && result.count(key) > 0)) {
-            printCount(out, std::string("  ") + outcome.text, result.count(key), result.offered());
+    for (const auto& [outcome, count] : result.counts) {
+        if (outcome != "not-offered") {
+            printCount(out, "  " + outcome, count, result.offered());
         }
     }
     printLatency(out, result);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
@@ -11,28 +10,10 @@
 
 namespace player {
 
-/** What can become of a frame: its name in frames.csv, and the name for a reader. */
-struct OutcomeName {
-    const char* key;
-    const char* text;
-};
-constexpr std::array<OutcomeName, 10> kOutcomes = {{
-    {"enhanced", "enhanced"},
-    {"failed", "failed in the processing library"},
-    {"expired", "expired"},
-    {"refused-overload", "refused, overload"},
-    {"refused-unhealthy", "refused, unhealthy stream"},
-    {"refused-busy", "refused, busy"},
-    {"refused-not-ready", "refused, not ready"},
-    {"refused-invalid", "refused, invalid frame"},
-    {"unknown", "outcome not learnt"},
-    {"not-offered", "not wanted"},
-}};
-
 /** What became of one frame: a row of frames.csv. */
 struct FrameRecord {
     double seconds = 0;      /**< From the first frame's turn to this one's. */
-    std::string outcome;     /**< A key of kOutcomes. */
+    std::string outcome;     /**< The element's word; "enhanced" for "processed". */
     std::string reason;      /**< Why it was not offered, in one word; empty if it was. */
     std::string text;        /**< Why it was not enhanced, in words; empty if it was. */
     double milliseconds = 0; /**< Length of the engine's call; 0 when it was not made. */
@@ -47,8 +28,8 @@ struct RunResult {
     size_t offered() const { return frames - count("not-offered"); }
 
     size_t frames = 0;
-    double seconds = 0;                      /**< From the first frame's turn to the end. */
-    std::map<std::string, size_t> counts;    /**< By outcome; those that occurred. */
+    double seconds = 0; /**< From the first frame's turn to the end. */
+    std::map<std::string, size_t> counts{{"enhanced", 0}}; /**< By outcome. */
     std::map<std::string, size_t> notWanted; /**< Frames that were not offered, by reason. */
     std::vector<float> latencies; /**< Milliseconds of the frames that reached the library. */
     int abortMs = 0;              /**< The engine's limits; 0 when it never came up. */
