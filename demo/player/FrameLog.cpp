@@ -107,7 +107,7 @@ void FrameLog::showProgress(const FrameRecord& frame, Clock::time_point now) {
         text << ", " << frames / span << " per second, latency " << frame.milliseconds << " ms";
     }
     text << ": " << mRun.count("enhanced") << " enhanced, " << mRun.count("not-offered")
-         << " not wanted, " << mRun.countAll("refused") << " refused, " << mRun.count("expired")
+         << " not wanted, " << mRun.count("refused") << " refused, " << mRun.count("expired")
          << " expired";
     mConsole.progress(text.str(), now);
     mProgressTime = now;

@@ -108,18 +108,16 @@ void Playback::watch(const std::string& name, const char* pad, GstPadProbeType t
 /** Takes the first video stream. Of the others nothing is used but how long they are. */
 void Playback::onPad(GstElement*, GstPad* pad, gpointer self) {
     auto* const playback = static_cast<Playback*>(self);
-    const Ref<GstPad> target(
-        gst_element_get_static_pad(playback->element("convert").get(), "sink"));
-    if (gst_pad_is_linked(target.get()) == FALSE) {
-        gst_pad_link(pad, target.get());  // refuses what is no video
+    const Ref<GstElement> convert = playback->element("convert");
+    const Ref<GstPad> target(gst_element_get_static_pad(convert.get(), "sink"));
+    if (!playback->mHasVideo) {
+        playback->mHasVideo = gst_pad_link(pad, target.get()) == GST_PAD_LINK_OK;
     }
     gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onDecoded, self, nullptr);
 }
 
 void Playback::onAllPads(GstElement* decoder, gpointer self) {
-    const Ref<GstPad> target(
-        gst_element_get_static_pad(static_cast<Playback*>(self)->element("convert").get(), "sink"));
-    if (gst_pad_is_linked(target.get()) == FALSE) {
+    if (!static_cast<Playback*>(self)->mHasVideo) {
         GST_ELEMENT_ERROR(decoder, STREAM, WRONG_TYPE, ("there is no video in it"), (nullptr));
     }
 }
@@ -246,8 +244,8 @@ bool Playback::rewind() {
 void Playback::noteEnd() {
     gint64 stated = -1;
     gst_element_query_duration(element("decode").get(), GST_FORMAT_TIME, &stated);
-    const auto last =
-        static_cast<gint64>(mEnd + mFrameTime * 3 / 4);  // less than a frame may be rounding
+    // Less than a frame may be rounding.
+    const auto last = static_cast<gint64>(mEnd + mFrameTime * 3 / 4);
     if (mDamage.empty() && (last < stated || isCutRiff(mOptions.video))) {
         mDamage = "is incomplete: it ends after " + std::to_string(mLog.frames()) +
                   " frames that could be read";
@@ -261,9 +259,9 @@ void Playback::noteError(GstMessage* message) {
     GstObject* const source = GST_MESSAGE_SRC(message);
     const bool isVideo = source == GST_OBJECT(element("file").get()) ||
                          gst_object_has_as_ancestor(source, GST_OBJECT(decoder.get())) != FALSE;
-    // A demuxer tells too that nobody takes what it has decoded.
-    if (!isVideo ||
-        (!mOptions.write.empty() && details.find("not-negotiated") != std::string::npos)) {
+    // A demuxer tells too that nobody takes what is decoded.
+    const bool isRefused = details.find("not-negotiated") != std::string::npos;
+    if (!mOptions.write.empty() && (!isVideo || isRefused)) {
         throw std::runtime_error("cannot write '" + mOptions.write + "': " + text);
     }
     const std::string why = mMissing.empty() ? text : "GStreamer has no " + mMissing;

@@ -64,6 +64,7 @@ private:
     std::string mMissing; /**< What GStreamer would need to decode the video. */
     std::string mDamage;
 
+    std::atomic<bool> mHasVideo{false};
     std::atomic<GstClockTime> mEnd{0};       /**< Of the latest buffer of any stream. */
     std::atomic<GstClockTime> mFrameTime{0}; /**< Of the latest frame. */
     std::atomic<size_t> mGaps{0};            /**< Places where frames could not be decoded. */

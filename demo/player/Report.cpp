@@ -26,23 +26,16 @@ bool isWholePng(const fs::path& path) {
 
 /** Draws the latencies. Returns an empty text, or why that is impossible. */
 std::string writePlot(const fs::path& path, const fs::path& csv, const RunResult& run) {
-    std::vector<std::string> words = {"gnuplot",
-                                      "-c",
-                                      PLAYER_LATENCY_PLOT,
-                                      csv.string(),
-                                      path.string(),
-                                      std::to_string(run.abortMs),
-                                      std::to_string(run.overloadMs)};
-    std::vector<char*> arguments;
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
+    const std::string abort = std::to_string(run.abortMs);
+    const std::string overload = std::to_string(run.overloadMs);
+    const char* const words[] = {"gnuplot",    "-c",          PLAYER_LATENCY_PLOT, csv.c_str(),
+                                 path.c_str(), abort.c_str(), overload.c_str(),    nullptr};
+    auto** const arguments = const_cast<char**>(words);  // they are not changed
     constexpr int kFlags =
         G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL | G_SPAWN_STDERR_TO_DEV_NULL;
     GError* error = nullptr;
     int status = 0;
-    if (g_spawn_sync(nullptr, arguments.data(), nullptr, static_cast<GSpawnFlags>(kFlags), nullptr,
+    if (g_spawn_sync(nullptr, arguments, nullptr, static_cast<GSpawnFlags>(kFlags), nullptr,
                      nullptr, nullptr, nullptr, &status, &error) == FALSE) {
         return Ref<GError>(error)->message;
     }

@@ -69,12 +69,7 @@ void RunResult::add(const FrameRecord& frame) {
     }
 }
 
-size_t RunResult::count(const std::string& outcome) const {
-    const auto found = counts.find(outcome);
-    return found == counts.end() ? 0 : found->second;
-}
-
-size_t RunResult::countAll(const std::string& prefix) const {
+size_t RunResult::count(const std::string& prefix) const {
     size_t sum = 0;
     for (const auto& [outcome, count] : counts) {
         sum += outcome.rfind(prefix, 0) == 0 ? count : 0;

@@ -22,9 +22,8 @@ struct FrameRecord {
 /** The result of a run of the player. */
 struct RunResult {
     void add(const FrameRecord& frame);
-    size_t count(const std::string& outcome) const;
-    /** Frames whose outcome begins with `prefix`. */
-    size_t countAll(const std::string& prefix) const;
+    /** Frames of the outcomes that begin with `prefix`; no outcome begins with another one. */
+    size_t count(const std::string& prefix) const;
     size_t offered() const { return frames - count("not-offered"); }
 
     size_t frames = 0;
