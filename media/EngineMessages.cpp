@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 #include "common/DeMutex.h"
 #include "media/HeldFrames.h"
@@ -22,13 +21,14 @@ bool startsWith(string_view text, string_view start) {
 }
 
 bool contains(string_view text, string_view part) {
-    return text.find(part) != text.npos;
+    return text.find(part) != string_view::npos;
 }
 
 /** The number behind `key`, or 0. The text ends in a NUL, as all messages do. */
 uint64_t numberBehind(string_view key, string_view text, int base) {
     const size_t at = text.find(key);
-    return at == text.npos ? 0 : std::strtoull(text.data() + at + key.size(), nullptr, base);
+    return at == string_view::npos ? 0
+                                   : std::strtoull(text.data() + at + key.size(), nullptr, base);
 }
 
 /** The verdict first: it stays when there is no memory for the text. */
@@ -38,141 +38,149 @@ void judge(Outcome verdict, string_view text) {
     tCall->text = text;
 }
 
+/** A text to be remembered takes no memory while messages are read, unless it is very long. */
+struct Text : std::string {
+    Text() { reserve(256); }
+    using std::string::operator=;
+};
+
 /** What is remembered. Never destroyed, since messages come while the process exits. */
 struct Notes {
     struct {
         bool isKnown = false;
         bool isMet = false;
-        std::string text;
+        Text text;
     } conditions[kConditions] DE_GUARDED_BY(mutex);
     std::optional<Limits> limits DE_GUARDED_BY(mutex);
     bool isUnhealthy DE_GUARDED_BY(mutex) = false;
-    std::string monitor DE_GUARDED_BY(mutex); /**< Its words when it found the stream so. */
+    Text monitor DE_GUARDED_BY(mutex); /**< Its words when it found the stream so. */
     Wanted bringUp DE_GUARDED_BY(mutex);
-    std::string transport DE_GUARDED_BY(mutex); /**< Binder's last complaint. */
-    std::string trouble DE_GUARDED_BY(mutex);   /**< The engine's last complaint. */
-    std::string notReady DE_GUARDED_BY(mutex);  /**< Why the library did not start last. */
-    std::string status DE_GUARDED_BY(mutex);    /**< The adapter's words on the worker's frame. */
-    std::string failure DE_GUARDED_BY(mutex);   /**< The same of the last frame that failed. */
+    Text transport DE_GUARDED_BY(mutex); /**< Binder's last complaint. */
+    Text trouble DE_GUARDED_BY(mutex);   /**< The engine's last complaint. */
+    Text notReady DE_GUARDED_BY(mutex);  /**< Why the library did not start last. */
+    Text status DE_GUARDED_BY(mutex);    /**< The adapter's words on the worker's frame. */
+    Text failure DE_GUARDED_BY(mutex);   /**< The same of the last frame that failed. */
     DeMutex mutex;
-
-    void readEngine(const Message& message) DE_REQUIRES(mutex) {
-        if (message.function == "doEnhance") {
-            readWorker(message.text);
-        } else if (message.function == "updateEnhance") {
-            readCondition(message.text);
-        } else if (message.function == "isUnhealthy") {
-            readMonitor(message.text);
-        } else if (message.function == "getConfig" && !message.isWarning) {
-            readConfiguration(message.text);
-        } else if (tCall != nullptr) {
-            readCall(message);
-        } else if (message.isWarning) {
-            trouble = message.text;
-        }
-    }
-
-    /** The messages with which the call for one frame ends. */
-    void readCall(const Message& message) DE_REQUIRES(mutex) {
-        constexpr struct {
-            string_view start;
-            Outcome outcome;
-        } kRefusals[] = {{"Invalid input:", Outcome::kRefusedInvalid},
-                         {"Overload!", Outcome::kRefusedOverload},
-                         {"Tasks is not empty!", Outcome::kRefusedBusy}};
-        const string_view text = message.text;
-        if (message.function == "getReady" || startsWith(text, "Retry count:")) {
-            // The adapter has told more about it than the engine, perhaps at an earlier attempt.
-            const bool isAdapters = !contains(text, "the worker") && !notReady.empty();
-            judge(Outcome::kRefusedNotReady, isAdapters ? string_view(notReady) : text);
-        }
-        if (message.function != "enhance") {
-            return;
-        }
-        for (const auto& refusal : kRefusals) {
-            if (startsWith(text, refusal.start)) {
-                return judge(refusal.outcome, text);
-            }
-        }
-        if (contains(text, " expired ")) {
-            judge(Outcome::kExpired, text);
-        } else if (const size_t at = text.rfind(" return "); at != text.npos) {
-            const bool isSuccess = text.substr(at) == " return 0";
-            judge(isSuccess ? Outcome::kProcessed : Outcome::kFailed, isSuccess ? "" : failure);
-        }
-    }
-
-    void readWorker(string_view text) DE_REQUIRES(mutex) {
-        if (!startsWith(text, "enhance(")) {
-            // A frame may have failed without the adapter's words, as by an exception.
-            failure = status.empty() ? std::string(text) : std::exchange(status, std::string());
-        }
-    }
-
-    /** The processing library's troubles: to start, and with a frame. */
-    void readAdapter(const Message& message) DE_REQUIRES(mutex) {
-        const string_view function = message.function;
-        if (function == "openLibrary" || function == "loadLibrary" || function == "init") {
-            notReady = message.text;
-        } else if (tCall == nullptr && (function == "enhance" || function == "setParam")) {
-            const bool isConsequence = startsWith(message.text, "Retry init()");
-            status = isConsequence ? string_view(notReady) : message.text;
-        }
-    }
-
-    /** Between the closes of its intervals the monitor refuses frames without a message. */
-    void readMonitor(string_view text) DE_REQUIRES(mutex) {
-        isUnhealthy =
-            !startsWith(text, "monitor healthy") && !startsWith(text, "monitor restore:1");
-        if (isUnhealthy) {
-            if (tCall != nullptr) {
-                judge(Outcome::kRefusedUnhealthy, text);
-            }
-            monitor = text;
-        }
-    }
-
-    void readCondition(string_view text) DE_REQUIRES(mutex) {
-        constexpr string_view kReason = ". Because ";
-        const size_t at = text.rfind(kReason);
-        const bool isSize = startsWith(text, "mIsEnhance[EN_COND_RECT]");
-        if (at != text.npos && (isSize || startsWith(text, "mIsEnhance[EN_COND_FPS]"))) {
-            auto& condition = conditions[isSize ? kSizeCondition : kRateCondition];
-            condition.isKnown = true;
-            condition.isMet = contains(text, "]:1 ");
-            condition.text.clear();
-            condition.text = text.substr(at + kReason.size());
-        }
-    }
-
-    void readConfiguration(string_view text) DE_REQUIRES(mutex) {
-        Limits read{};
-        if (std::sscanf(text.data(),
-                        "enable:%*d rect:{ min:%dx%d max:%dx%d } maxFps:%d monitor:{ maxFps:%d "
-                        "tolerance:%*d restore:%*d } timeout:{ abort:%dms overload:%dms",
-                        &read.minWidth, &read.minHeight, &read.maxWidth, &read.maxHeight,
-                        &read.maxFps, &read.monitorFps, &read.abortMs, &read.overloadMs) == 8) {
-            limits = read;
-        }
-    }
-
-    void readFacade(string_view text) DE_REQUIRES(mutex) {
-        const auto fail = [this](Reason reason, const char* what, const std::string& cause)
-                              DE_REQUIRES(mutex) {
-                                  bringUp.reason = reason;
-                                  bringUp.text = what + (cause.empty() ? cause : ": " + cause);
-                              };
-        if (startsWith(text, "Failed to get displayengineserver binder")) {
-            fail(Reason::kNoService, "no display engine service was found", transport);
-        } else if (startsWith(text, "getSupported(")) {
-            fail(Reason::kNotSupported, "the service did not say what it supports", {});
-        } else if (startsWith(text, "AisrEngine initialize() failed!")) {
-            fail(Reason::kNotStarted, "the engine did not come up", trouble);
-        } else if (bringUp) {
-            fail(Reason::kNotSupported, "the service does not support video enhancement", {});
-        }
-    }
 };
+
+/** The messages with which the call for one frame ends. */
+void readCall(Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
+    constexpr struct {
+        string_view start;
+        Outcome outcome;
+    } kRefusals[] = {{"Invalid input:", Outcome::kRefusedInvalid},
+                     {"Overload!", Outcome::kRefusedOverload},
+                     {"Tasks is not empty!", Outcome::kRefusedBusy}};
+    const string_view text = message.text;
+    if (message.function == "getReady" || startsWith(text, "Retry count:")) {
+        // The adapter has told more about it than the engine, perhaps at an earlier attempt.
+        const bool isAdapters = !contains(text, "the worker") && !it.notReady.empty();
+        judge(Outcome::kRefusedNotReady, isAdapters ? string_view(it.notReady) : text);
+    }
+    if (message.function != "enhance") {
+        return;
+    }
+    for (const auto& refusal : kRefusals) {
+        if (startsWith(text, refusal.start)) {
+            return judge(refusal.outcome, text);
+        }
+    }
+    if (contains(text, " expired ")) {
+        judge(Outcome::kExpired, text);
+    } else if (const size_t at = text.rfind(" return "); at != string_view::npos) {
+        const bool isSuccess = text.substr(at) == " return 0";
+        judge(isSuccess ? Outcome::kProcessed : Outcome::kFailed,
+              isSuccess ? "" : string_view(it.failure));
+    }
+}
+
+void readWorker(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
+    if (!startsWith(text, "enhance(")) {
+        // A frame may have failed without the adapter's words, as by an exception.
+        it.failure = it.status.empty() ? text : string_view(it.status);
+        it.status.clear();
+    }
+}
+
+/** The processing library's troubles: to start, and with a frame. */
+void readAdapter(Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
+    const string_view function = message.function;
+    if (function == "openLibrary" || function == "loadLibrary" || function == "init") {
+        it.notReady = message.text;
+    } else if (tCall == nullptr && (function == "enhance" || function == "setParam")) {
+        const bool isConsequence = startsWith(message.text, "Retry init()");
+        it.status = isConsequence ? string_view(it.notReady) : message.text;
+    }
+}
+
+/** Between the closes of its intervals the monitor refuses frames without a message. */
+void readMonitor(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
+    it.isUnhealthy = !startsWith(text, "monitor healthy") && !startsWith(text, "monitor restore:1");
+    if (it.isUnhealthy) {
+        if (tCall != nullptr) {
+            judge(Outcome::kRefusedUnhealthy, text);
+        }
+        it.monitor = text;
+    }
+}
+
+void readCondition(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
+    constexpr string_view kReason = ". Because ";
+    const size_t at = text.rfind(kReason);
+    const bool isSize = startsWith(text, "mIsEnhance[EN_COND_RECT]");
+    if (at != string_view::npos && (isSize || startsWith(text, "mIsEnhance[EN_COND_FPS]"))) {
+        auto& condition = it.conditions[isSize ? kSizeCondition : kRateCondition];
+        condition.isKnown = true;
+        condition.isMet = contains(text, "]:1 ");
+        condition.text.clear();
+        condition.text = text.substr(at + kReason.size());
+    }
+}
+
+void readConfiguration(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
+    Limits read{};
+    if (std::sscanf(text.data(),
+                    "enable:%*d rect:{ min:%dx%d max:%dx%d } maxFps:%d monitor:{ maxFps:%d "
+                    "tolerance:%*d restore:%*d } timeout:{ abort:%dms overload:%dms",
+                    &read.minWidth, &read.minHeight, &read.maxWidth, &read.maxHeight, &read.maxFps,
+                    &read.monitorFps, &read.abortMs, &read.overloadMs) == 8) {
+        it.limits = read;
+    }
+}
+
+void fail(Wanted& bringUp, Reason reason, const char* what, const std::string& cause = {}) {
+    bringUp.reason = reason;
+    bringUp.text = what + (cause.empty() ? cause : ": " + cause);
+}
+
+/** The engine did not come up, which comes in two or three messages. */
+void readFacade(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
+    if (startsWith(text, "Failed to get displayengineserver binder")) {
+        fail(it.bringUp, Reason::kNoService, "no display engine service was found", it.transport);
+    } else if (startsWith(text, "getSupported(")) {
+        fail(it.bringUp, Reason::kNotSupported, "the service did not say what it supports");
+    } else if (startsWith(text, "AisrEngine initialize() failed!")) {
+        fail(it.bringUp, Reason::kNotStarted, "the engine did not come up", it.trouble);
+    } else if (it.bringUp) {
+        fail(it.bringUp, Reason::kNotSupported, "the service does not support video enhancement");
+    }
+}
+
+void readEngine(Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
+    if (message.function == "doEnhance") {
+        readWorker(it, message.text);
+    } else if (message.function == "updateEnhance") {
+        readCondition(it, message.text);
+    } else if (message.function == "isUnhealthy") {
+        readMonitor(it, message.text);
+    } else if (message.function == "getConfig" && !message.isWarning) {
+        readConfiguration(it, message.text);
+    } else if (tCall != nullptr) {
+        readCall(it, message);
+    } else if (message.isWarning) {
+        it.trouble = message.text;
+    }
+}
 
 Notes& notes() {
     static Notes& theNotes = *new Notes;
@@ -203,11 +211,11 @@ void read(const Message& message) {
     Notes& it = notes();
     const DeMutexLock lock(it.mutex);
     if (isEngines) {
-        it.readEngine(message);
+        readEngine(it, message);
     } else if (message.isWarning && message.tag == logtap::kFacadeTag) {
-        it.readFacade(message.text);
+        readFacade(it, message.text);
     } else if (message.isWarning && message.tag == logtap::kAdapterTag) {
-        it.readAdapter(message);
+        readAdapter(it, message);
     } else if (message.isWarning && message.tag == logtap::kBinderTag) {
         it.transport = message.text;
     }

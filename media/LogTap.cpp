@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "media/LogTap.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
+#include <iterator>
 
 #include "common/DeMutex.h"
 #include "common/DisplayEngineCleanCommon.h"
@@ -35,19 +36,15 @@ bool startsWith(std::string_view text, std::string_view start) {
 }
 
 bool isLibraryTag(std::string_view tag) {
-    for (const std::string_view libraryTag : kLibraryTags) {
-        if (tag == libraryTag) {
-            return true;
-        }
-    }
-    return false;
+    return std::find(std::begin(kLibraryTags), std::end(kLibraryTags), tag) !=
+           std::end(kLibraryTags);
 }
 
 /** A message of the library reads "function:line: text". */
 Message split(std::string_view tag, std::string_view message, bool isWarning) {
     const size_t colon = message.find(':');
-    const size_t end = colon == message.npos ? colon : message.find(": ", colon + 1);
-    if (end == message.npos || tag == kBinderTag) {
+    const size_t end = colon == std::string_view::npos ? colon : message.find(": ", colon + 1);
+    if (end == std::string_view::npos || tag == kBinderTag) {
         return {tag, {}, message, isWarning};
     }
     return {tag, message.substr(0, colon), message.substr(end + 2), isWarning};
@@ -60,7 +57,7 @@ void noteReset(const Message& message) {
     }
     const DeMutexLock lock(gMutex);
     if (gUserCount > 0) {
-        gIsDebugWanted = gIsInfoWanted = message.text.find("=1") != message.text.npos;
+        gIsDebugWanted = gIsInfoWanted = message.text.find("=1") != std::string_view::npos;
         gHides = !gIsDebugWanted;
     }
 }

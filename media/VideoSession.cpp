@@ -19,13 +19,28 @@
 namespace displayengine::media {
 namespace {
 
-std::atomic<bool> gIsOpen{false};
 std::atomic<uint32_t> gStreamCount{0};
 
 /** Streams of the process count up, and no other process has the same. */
 uint64_t nextStreamId() {
     return uint64_t{static_cast<uint32_t>(getpid())} << 32 | ++gStreamCount;
 }
+
+}  // namespace
+
+/** What the operations of a session share. */
+struct SessionState {
+    android::sp<DisplayEngineManager> manager;
+    std::atomic<bool> isClosed{false};
+    /** Held during an offer: frames have to reach the engine in the order of their streams. */
+    DeMutex offerMutex;
+    uint64_t streamId DE_GUARDED_BY(offerMutex) = nextStreamId();
+    HeldFrames::Slot slot DE_GUARDED_BY(offerMutex); /**< For the next frame; may be empty. */
+};
+
+namespace {
+
+std::atomic<bool> gIsOpen{false};
 
 /** Runs what may only lack the memory for a text, or for a session. */
 template <typename BODY>
@@ -42,47 +57,20 @@ struct ExitMark {
     ~ExitMark() { HeldFrames::get().stop(); }
 };
 
-}  // namespace
-
-const char* outcomeName(Outcome outcome) {
-    constexpr const char* kNames[kOutcomes] = {
-        "processed",         "failed",       "expired",           "refused-overload",
-        "refused-unhealthy", "refused-busy", "refused-not-ready", "refused-invalid",
-        "not-offered",       "unknown"};
-    return kNames[std::min(static_cast<size_t>(outcome), kOutcomes - 1)];
+bool isWanted(const SessionState& state) {
+    return !state.isClosed && state.manager->needVideoEnhance();
 }
 
-const char* reasonName(Reason reason) {
-    constexpr const char* kNames[kReasons] = {"none",        "switched-off", "size",
-                                              "rate",        "no-service",   "not-supported",
-                                              "not-started", "closed"};
-    return kNames[std::min(static_cast<size_t>(reason), kReasons - 1)];
-}
-
-struct VideoSession::State {
-    const android::sp<DisplayEngineManager> manager = new DisplayEngineManager;
-    std::atomic<bool> isClosed{false};
-    /** Held during an offer: frames have to reach the engine in the order of their streams. */
-    DeMutex offerMutex;
-    uint64_t streamId DE_GUARDED_BY(offerMutex) = nextStreamId();
-    HeldFrames::Slot slot DE_GUARDED_BY(offerMutex); /**< For the next frame; may be empty. */
-
-    bool isWanted() const { return !isClosed && manager->needVideoEnhance(); }
-    /** Sets the reason first, and may then throw. */
-    void explain(Wanted* wanted) const;
-    /** Makes the call, and tells what the messages said. */
-    Result call(Aisr::BufferInfo& info) const;
-};
-
-void VideoSession::State::explain(Wanted* wanted) const {
-    if (isClosed) {
+/** Sets the reason first, and may then throw. */
+void explain(const SessionState& state, Wanted* wanted) {
+    if (state.isClosed) {
         wanted->reason = Reason::kClosed;
         wanted->text = "the session is closed";
-    } else if (manager->needVideoEnhance()) {
+    } else if (state.manager->needVideoEnhance()) {
         return;
-    } else if (!manager->isVideoEngineSupported()) {
+    } else if (!state.manager->isVideoEngineSupported()) {
         messages::explainBringUp(wanted);
-    } else if (!manager->getVideoAppConfig()) {
+    } else if (!state.manager->getVideoAppConfig()) {
         wanted->reason = Reason::kSwitchedOff;
         wanted->text = "enhancement is switched off for this process";
     } else {
@@ -90,11 +78,12 @@ void VideoSession::State::explain(Wanted* wanted) const {
     }
 }
 
-Result VideoSession::State::call(Aisr::BufferInfo& info) const {
+/** Makes the call, and tells what the messages said. */
+Result callEngine(const SessionState& state, Aisr::BufferInfo& info) {
     messages::Call call;
     messages::setCall(&call);
     const auto start = std::chrono::steady_clock::now();
-    manager->doVideoEnhance(info);
+    state.manager->doVideoEnhance(info);
     const std::chrono::duration<float, std::milli> elapsed =
         std::chrono::steady_clock::now() - start;
     messages::setCall(nullptr);
@@ -115,7 +104,24 @@ Result VideoSession::State::call(Aisr::BufferInfo& info) const {
     return {call.verdict.value_or(Outcome::kUnknown), elapsed.count(), std::move(call.text)};
 }
 
-VideoSession::VideoSession(std::unique_ptr<State> state) : mState(std::move(state)) {}
+}  // namespace
+
+const char* outcomeName(Outcome outcome) {
+    constexpr const char* kNames[kOutcomes] = {
+        "processed",         "failed",       "expired",           "refused-overload",
+        "refused-unhealthy", "refused-busy", "refused-not-ready", "refused-invalid",
+        "not-offered",       "unknown"};
+    return kNames[std::min(static_cast<size_t>(outcome), kOutcomes - 1)];
+}
+
+const char* reasonName(Reason reason) {
+    constexpr const char* kNames[kReasons] = {"none",        "switched-off", "size",
+                                              "rate",        "no-service",   "not-supported",
+                                              "not-started", "closed"};
+    return kNames[std::min(static_cast<size_t>(reason), kReasons - 1)];
+}
+
+VideoSession::VideoSession(std::unique_ptr<SessionState> state) : mState(std::move(state)) {}
 
 VideoSession::~VideoSession() {
     close();
@@ -128,7 +134,9 @@ std::unique_ptr<VideoSession> VideoSession::open(const Options& options, std::st
         if (!isTaken) {
             messages::prepare();
             logtap::install(options.nextLogger, messages::read);
-            session.reset(new VideoSession(std::make_unique<State>()));
+            auto state = std::make_unique<SessionState>();
+            state->manager = new DisplayEngineManager;
+            session.reset(new VideoSession(std::move(state)));
         } else if (why != nullptr) {
             *why = "another video session of this process is open";
         }
@@ -191,12 +199,12 @@ void VideoSession::restartStream() {
 
 Wanted VideoSession::wanted() const {
     Wanted wanted;
-    noThrow([&] { mState->explain(&wanted); });
+    noThrow([&] { explain(*mState, &wanted); });
     return wanted;
 }
 
 bool VideoSession::isWanted() const {
-    return mState->isWanted();
+    return media::isWanted(*mState);
 }
 
 std::optional<Limits> VideoSession::limits() const {
@@ -228,7 +236,7 @@ Result VideoSession::offer(const Frame& frame, Release release) {
     HeldFrames& held = HeldFrames::get();
     held.begin(info.id);
     logtap::keepOn();
-    Result result = mState->call(info);
+    Result result = callEngine(*mState, info);
     slot.front().idx = info.idx;
     if (result.outcome == Outcome::kExpired || result.outcome == Outcome::kUnknown) {
         held.hold(slot);

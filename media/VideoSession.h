@@ -28,6 +28,7 @@ enum class Outcome {
     kNotOffered,       /**< Not wanted, or closed, or no memory: the engine was not called. */
     kUnknown,          /**< Not learnt; the planes are held like an expired frame's. */
 };
+/** How many there are. */
 inline constexpr size_t kOutcomes = static_cast<size_t>(Outcome::kUnknown) + 1;
 /** A word of lower-case letters and hyphens: "processed", "refused-overload". Never null. */
 DE_MEDIA_EXPORT const char* outcomeName(Outcome outcome);
@@ -43,21 +44,23 @@ enum class Reason {
     kNotStarted,   /**< The engine could not be brought up, as by an invalid configuration. */
     kClosed,       /**< The session is closed. */
 };
+/** How many there are. */
 inline constexpr size_t kReasons = static_cast<size_t>(Reason::kClosed) + 1;
 /** "none", "switched-off", "no-service" ... Never null. */
 DE_MEDIA_EXPORT const char* reasonName(Reason reason);
 
 /** Whether the next frame should be offered. */
 struct Wanted {
-    Reason reason = Reason::kNone;
+    Reason reason = Reason::kNone; /**< kNone if it should. */
     std::string text; /**< The reason in words, with the numbers that decided; empty if wanted. */
+    /** Whether it should. */
     explicit operator bool() const { return reason == Reason::kNone; }
 };
 
 /** One frame, in memory that the caller keeps until its release. */
 struct Frame {
-    uint8_t* y;
-    uint8_t* uv;
+    uint8_t* y;     /**< Luma plane. */
+    uint8_t* uv;    /**< Chroma plane. */
     int32_t width;  /**< Pixels, at least 1. */
     int32_t height; /**< Rows, at least 1. */
     int32_t stride; /**< Of both planes, at least 1, as the processing library takes it. */
@@ -65,7 +68,7 @@ struct Frame {
 
 /** What an offer came to. */
 struct Result {
-    Outcome outcome = Outcome::kUnknown;
+    Outcome outcome = Outcome::kUnknown; /**< What became of the frame. */
     float milliseconds = 0; /**< Length of the engine's call; 0 when it was not made. */
     std::string text;       /**< The engine's own words, or the status the library gave; empty on
                                success, and possibly when memory is short. */
@@ -73,13 +76,18 @@ struct Result {
 
 /** The service's configuration as the engine uses it. Sizes in pixels, times in milliseconds. */
 struct Limits {
-    int32_t minWidth, minHeight; /**< A video has a larger area, and a longer shorter side. */
-    int32_t maxWidth, maxHeight; /**< Area and longer side of the largest video. */
-    int32_t maxFps;              /**< Highest rate announced. */
-    int32_t monitorFps;          /**< Highest rate offered. */
-    int32_t overloadMs;          /**< A frame that takes as long counts as slow. */
-    int32_t abortMs;             /**< An offer waits as long. */
+    int32_t minWidth;   /**< With minHeight: a video has a larger area and a longer shorter side. */
+    int32_t minHeight;  /**< See minWidth. */
+    int32_t maxWidth;   /**< With maxHeight: a video has no larger area and no longer side. */
+    int32_t maxHeight;  /**< See maxWidth. */
+    int32_t maxFps;     /**< The highest rate that may be announced. */
+    int32_t monitorFps; /**< Offered faster than this for long, frames are refused. */
+    int32_t overloadMs; /**< A frame that takes as long counts as slow. */
+    int32_t abortMs;    /**< An offer waits so long for the frame. */
 };
+
+/** The inside of a session. */
+struct SessionState;
 
 /**
  * One video, offered frame by frame. The engine answers a frame with nothing but messages in the
@@ -98,20 +106,25 @@ struct Limits {
 class DE_MEDIA_EXPORT VideoSession {
 public:
     /**
-     * Called once for each frame that was offered, when nothing touches its planes any more: inside
-     * offer() unless the frame expired or its outcome is unknown, else when a later frame has
-     * completed or the engine's worker names this one done, also after close(). Then it runs on the
-     * thread that offers or on one of the engine's, with the engine's locks held: it must not
-     * block, nor call the session or the facade. Exceptions are swallowed; an empty one is fine.
-     * Not called any more once the process exits: what a late frame uses must outlive the engine.
+     * Called once for each frame that was offered, and then destroyed, when nothing touches its
+     * planes any more: before offer() returns, unless the frame expired or its outcome is unknown;
+     * then when a later frame has completed or the engine's worker names this one done, which may
+     * be after close(). It runs on the thread that offers or on one of the engine's, with the
+     * engine's locks held: it must not block, nor call the session or the facade. Its exceptions
+     * are swallowed; it may be empty. Once the process exits, frames that are still held stay so.
      */
     using Release = std::function<void()>;
 
+    /** What a session opens with. */
     struct Options {
         int32_t width = 0;  /**< Pixels; 0 for not known yet. */
         int32_t height = 0; /**< Rows; 0 for not known yet. */
         double fps = 0;     /**< Frames per second announced; 0 for not known yet. */
-        /** Gets every message of the process that would have been written without the session. */
+        /**
+         * Gets every message of the process that would have been written without the session, on
+         * the thread that logs; calls may overlap. It has to stay callable after the session. Null
+         * is the default.
+         */
         __android_logger_function nextLogger = __android_log_stderr_logger;
     };
 
@@ -152,11 +165,10 @@ public:
     void close();
 
 private:
-    struct State;
-    explicit VideoSession(std::unique_ptr<State> state);
+    explicit VideoSession(std::unique_ptr<SessionState> state);
     void start(const Options& options);
 
-    const std::unique_ptr<State> mState;
+    const std::unique_ptr<SessionState> mState;
 };
 
 }  // namespace displayengine::media

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Checks the library's four folders with clang-tidy.
+# Checks the libraries' folders with clang-tidy.
 set -euo pipefail
 
 usage() {
     cat <<'TXT'
 Usage: scripts/tidy.sh
 
-Prints what clang-tidy finds in common/, aidl/, aisr/ and client/, and fails when there is anything.
+Prints what clang-tidy finds in common/, aidl/, aisr/, client/ and media/, and fails when there is anything.
 The checks are those of .clang-tidy, which says why others are left out.
 TXT
 }
@@ -27,5 +27,5 @@ cd "$root"
 # The sources need no build, only its commands.
 cmake --preset debug >/dev/null
 run-clang-tidy -quiet -j "$(nproc)" -p build/debug \
-    "^$root/(common|aidl|aisr|client)/[^/]*\.cpp\$" 2>&1 |
+    "^$root/(common|aidl|aisr|client|media)/[^/]*\.cpp\$" 2>&1 |
     sed -E -e 's/\x1b\[[0-9;]*m//g' -e '/^clang-tidy|^[0-9]+ warnings? (generated|treated)/d'

@@ -10,7 +10,7 @@ shift 6
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cp -r "$consumer" "$work/consumer"
-cp "$build"/tests/readme/{media_client,service}.cpp "$work/consumer"
+cp "$build"/tests/readme/{media_client,media_session,service}.cpp "$work/consumer"
 cd "$work"
 
 # Moved after the installation: nothing in the tree may know where it was.
@@ -44,7 +44,7 @@ case $way in
         libs=$(cd "$package" && pwd)
         # The flags are lists.
         # shellcheck disable=SC2046,SC2086
-        "$cxx" -std=c++17 $flags consumer/*.cpp $(pkg-config --cflags --libs displayengine) \
+        "$cxx" -std=c++17 $flags consumer/*.cpp $(pkg-config --cflags --libs displayengine-media) \
             "-Wl,-rpath,$libs" -o out/consumer
         ;;
 esac

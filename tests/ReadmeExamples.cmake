@@ -30,5 +30,6 @@ function(readme_example name source)
 endfunction()
 
 readme_example(media_client media_client)
+readme_example(media_session media_session)
 readme_example(service service)
-target_sources(ReadmeExamplesTest PRIVATE ${media_client} ${service})
+target_sources(ReadmeExamplesTest PRIVATE ${media_client} ${media_session} ${service})

@@ -175,7 +175,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "not-started: the engine did not come up: Invalid input: rect:{ min:512x512 max:"},
         BringUp{"off", [](auto& it) { it.config.enable = 0; },
                 "switched-off: enhancement is switched off for this process"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& test) { return std::string(test.param.name); });
 
 TEST_P(VideoSessionBringUpTest, TellsWhatItFound) {
     if (GetParam().prepare != nullptr) {
