@@ -15,6 +15,8 @@ namespace fs = std::filesystem;
 const std::string kPlayer = kDemo / "player/displayengine-player";
 const std::string kSample = "LD_LIBRARY_PATH=" + (kDemo / "processing").string();
 
+// Neither GLib nor GStreamer frees all it has at the end of a program.
+[[maybe_unused]] const int kNoLeakCheck = setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
 const std::string kAnySize = "--min-height 1 --min-width 1 ";
 
 // Of this program alone, and removed at its end.
@@ -44,6 +46,16 @@ ProgramRun play(const std::string& video, const std::string& options,
     Strings arguments = words(options + " --output " + (ownFolder() / "out").string());
     arguments.push_back(video);
     return {kPlayer, arguments, environment};
+}
+
+/** The lines of the table of frames. */
+Strings rows() {
+    std::ifstream table(ownFolder() / "out/frames.csv");
+    Strings result;
+    for (std::string row; std::getline(table, row);) {
+        result.push_back(row);
+    }
+    return result;
 }
 
 void expectText(const std::string& text, const std::string& part) {
@@ -91,15 +103,8 @@ TEST(PlayerTest, TellsTheOutcomesApart) {
         EXPECT_EQ(run.code, 0);
         expectText(run.output, '"' + c.outcomes);
         expectText(run.error, c.reason);
-        std::string row;
-        std::ifstream table(ownFolder() / "out/frames.csv");
-        std::getline(table, row);
-        EXPECT_EQ(row, "frame,seconds,outcome,milliseconds,reason");
-        size_t rows = 0;
-        while (std::getline(table, row)) {
-            EXPECT_EQ(row.rfind(std::to_string(rows++) + ',', 0), 0U) << row;
-        }
-        EXPECT_EQ(rows, 10U);
+        EXPECT_EQ(rows().size(), 11U);
+        EXPECT_EQ(rows().front(), "frame,seconds,outcome,milliseconds,reason");
     }
 }
 
@@ -108,14 +113,20 @@ TEST(PlayerTest, TellsByExitCodeAndOneLineWhatWasWrong) {
     const std::string cut = ownFolder() / "cut.avi";
     fs::copy_file(whole, cut);
     fs::resize_file(cut, fs::file_size(cut) / 2);
+    const std::string damaged = ownFolder() / "damaged.avi";
+    fs::copy_file(whole, damaged);
+    std::fstream(damaged).seekp(static_cast<long>(fs::file_size(damaged) / 3))
+        << std::string(fs::file_size(damaged) / 3, 'x');
     const std::string broken = ownFolder() / "broken.avi";
     std::ofstream(broken) << "RIFF is how it begins, and that is all";
     const std::string sound = make("sound.wav", "audiotestsrc num-buffers=9 ! wavenc");
 
     EXPECT_EQ(play(whole, "--fps max").error, "");
-    const ProgramRun truncated = play(cut, "--fps max");
-    EXPECT_EQ(truncated.code, 0);
-    expectText(truncated.error, "'" + cut + "' is incomplete: it ends after ");
+    for (const auto& [video, warning] : {std::pair(cut, "incomplete"), {damaged, "damaged"}}) {
+        const ProgramRun run = play(video, "--fps max");
+        EXPECT_EQ(run.code, 0);
+        expectText(run.error, "'" + video + "' is " + warning + ": ");
+    }
 
     play(broken, "").expectFailure(1, "cannot play '" + broken + "'");
     play(sound, "").expectFailure(1, "cannot play '" + sound + "': there is no video in it");
@@ -129,12 +140,13 @@ TEST(PlayerTest, TellsByExitCodeAndOneLineWhatWasWrong) {
     play(whole, "--write out.mkv --loop").expectFailure(2, "excludes");
 }
 
-TEST(PlayerTest, WritesAVideoThatPlaysFrameByFrame) {
-    Service service(words(kAnySize + "--abort-ms 60000"));
-    const std::string video = makeVideo();
+TEST(PlayerTest, WritesAVideoThatPlaysFrameByFrameAtAnyPace) {
+    const std::string video = makeVideo("100/1");
     for (const std::string name : {"written.mkv", "written.mp4"}) {
         const std::string path = ownFolder() / name;
-        EXPECT_EQ(play(video, "--fps 1000 --write " + path).code, 0);
+        EXPECT_EQ(play(video, "--fps 10 --write " + path).code, 0);
+        // The turn of a frame comes when the one before it has been shown; never too early.
+        EXPECT_GT(std::stod(rows().back().substr(2)), 0.7) << rows().back();
         const ProgramRun again = play(path, "--fps max --json");
         expectText(again.output, "\"frames\":10,");
         expectText(again.output, "\"damage\":\"\"");
@@ -149,7 +161,7 @@ TEST(PlayerTest, AFullDiskIsAFailureOfEachFileAndAMissingGnuplotIsNone) {
     // No file may grow beyond two blocks.
     const ProgramRun full("/bin/sh",
                           {"-c", "trap '' XFSZ; ulimit -f 2; exec \"$0\" \"$@\"", kPlayer, video,
-                           "--fps", "30", "-o", ownFolder() / "it's \"odd\", [really]"},
+                           "--fps", "max", "-o", ownFolder() / "it's \"odd\", [really]"},
                           {kSample});
     EXPECT_EQ(full.code, 1);
     for (const char* name : {"frames.csv", "before_after.png", "latency.png"}) {
