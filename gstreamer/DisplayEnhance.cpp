@@ -87,7 +87,8 @@ gboolean stop(GstBaseTransform* element) {
     });
 }
 
-gboolean setInfo(GstVideoFilter* element, GstCaps*, GstVideoInfo* info, GstCaps*, GstVideoInfo*) {
+gboolean setInfo(GstVideoFilter* element, GstCaps* /*sinkCaps*/, GstVideoInfo* info,
+                 GstCaps* /*srcCaps*/, GstVideoInfo* /*srcInfo*/) {
     return guarded(element, FALSE, [info](Enhancement& enhancement) {
         return static_cast<gboolean>(enhancement.setFormat(*info));
     });

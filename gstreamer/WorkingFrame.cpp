@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "gstreamer/WorkingFrame.h"
 
+#include <utility>
+
 namespace displayengine::gst {
 
 std::shared_ptr<WorkingFrame> WorkingFrame::copyOf(GstBuffer* input, const GstVideoInfo& info,
@@ -28,8 +30,8 @@ std::shared_ptr<WorkingFrame> WorkingFrame::copyOf(GstBuffer* input, const GstVi
     return result;
 }
 
-WorkingFrame::WorkingFrame(const GstVideoFrame& mapped, const HeldCount& held)
-    : mMapped(mapped), mHeld(held) {
+WorkingFrame::WorkingFrame(const GstVideoFrame& mapped, HeldCount held)
+    : mMapped(mapped), mHeld(std::move(held)) {
     ++*mHeld;
 }
 

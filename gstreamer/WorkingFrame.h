@@ -38,7 +38,7 @@ public:
     GstBuffer* takeBuffer();
 
 private:
-    WorkingFrame(const GstVideoFrame& mapped, const HeldCount& held);
+    WorkingFrame(const GstVideoFrame& mapped, HeldCount held);
 
     GstVideoFrame mMapped; /**< Its buffer is owned; null once it has been taken. */
     const HeldCount mHeld;

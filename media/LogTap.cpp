@@ -87,8 +87,10 @@ void receive(const __android_log_message* whole) {
     }
 }
 
-/** REQUIRES: a switch that is on without its user's wish has been counted as not wanted. */
-void raise() DE_REQUIRES(gMutex) {
+/** Switches them on; one that is off before has been set so by its user. */
+void raise(bool isFirst) DE_REQUIRES(gMutex) {
+    gIsDebugWanted = (isFirst || gIsDebugWanted) && g_delogdEnable;
+    gIsInfoWanted = (isFirst || gIsInfoWanted) && g_delogiEnable;
     gHides = !gIsDebugWanted && !gIsInfoWanted;
     g_delogdEnable = true;
     g_delogiEnable = true;
@@ -111,11 +113,7 @@ bool isInPlace() {
 
 void acquire() {
     const DeMutexLock lock(gMutex);
-    if (gUserCount++ == 0) {
-        gIsDebugWanted = g_delogdEnable;
-        gIsInfoWanted = g_delogiEnable;
-        raise();
-    }
+    raise(gUserCount++ == 0);
 }
 
 void release() {
@@ -131,9 +129,9 @@ void release() {
 void keepOn() {
     if (!isOn()) {
         const DeMutexLock lock(gMutex);
-        gIsDebugWanted = gIsDebugWanted && g_delogdEnable;
-        gIsInfoWanted = gIsInfoWanted && g_delogiEnable;
-        raise();
+        if (gUserCount > 0) {
+            raise(false);
+        }
     }
 }
 

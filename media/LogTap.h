@@ -37,7 +37,7 @@ bool isInPlace();
 void acquire();
 /** Counts it out; after the last one the switches are as their user wanted them. */
 void release();
-/** Switches them on again, if somebody has set them anew. REQUIRES: acquired. */
+/** Switches them on again, if somebody has set them anew while they are needed. */
 void keepOn();
 /** Whether they are still on. */
 bool isOn();

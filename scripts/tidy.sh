@@ -7,7 +7,7 @@ usage() {
     cat <<'TXT'
 Usage: scripts/tidy.sh
 
-Prints what clang-tidy finds in common/, aidl/, aisr/, client/ and media/, and fails when there is anything.
+Prints what clang-tidy finds in common/, aidl/, aisr/, client/, gstreamer/ and media/, and fails when there is anything.
 The checks are those of .clang-tidy, which says why others are left out.
 TXT
 }
@@ -27,5 +27,5 @@ cd "$root"
 # The sources need no build, only its commands.
 cmake --preset debug >/dev/null
 run-clang-tidy -quiet -j "$(nproc)" -p build/debug \
-    "^$root/(common|aidl|aisr|client|media)/[^/]*\.cpp\$" 2>&1 |
+    "^$root/(common|aidl|aisr|client|gstreamer|media)/[^/]*\.cpp\$" 2>&1 |
     sed -E -e 's/\x1b\[[0-9;]*m//g' -e '/^clang-tidy|^[0-9]+ warnings? (generated|treated)/d'

@@ -100,6 +100,7 @@ TEST_F(ElementTest, AnExpiredFrameGoesOnUntouchedWhileTheLibraryWritesItsCopy) {
         EXPECT_EQ(output.get(), address) << "nobody else held it";
         EXPECT_EQ(run->messages(), (Strings{"element ", "qos"}));
         EXPECT_TRUE(run->hasCounted("held", 1));
+        processing::waitFor("AisrProcess", isGone ? 2 : 1);
         std::future<void> closed;
         if (isGone) {  // The end of the element waits for the library.
             closed = startAndWaitUntilAsleep([&run] { run.reset(); });

@@ -47,6 +47,6 @@ while read -r outcome; do
     name=$(printf '%02d' $frame)
     cmp -s "in.$name" "out.$name" && changed=no || changed=yes
     [ "$outcome" = processed ] && wanted=yes || wanted=no
-    [ $changed = $wanted ] || { echo "frame $frame: $outcome, changed: $changed" >&2; exit 1; }
+    [ "$changed" = "$wanted" ] || { echo "frame $frame: $outcome, changed: $changed" >&2; exit 1; }
     frame=$((frame + 1))
 done <outcomes

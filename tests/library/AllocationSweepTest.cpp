@@ -247,6 +247,23 @@ void writeEvent(Parcel* event, bool enable) {
     EXPECT_EQ(event->writeParcelable(data), OK);
 }
 
+/** A session on an engine that is up; `processed` counts its frames. */
+void sweepASession(std::atomic<int>& processed, const Aisr::BufferInfo& info) {
+    using displayengine::media::VideoSession;
+    const VideoSession::Options options{640, 700, 25, [](const __android_log_message*) {}};
+    sweep({"session", [&] { return VideoSession::open(options) != nullptr ? 1 : 0; }, 0}, [] {});
+    const auto session = VideoSession::open(options);
+    int held = 0;
+    const auto offerInSession = [&] {
+        ++held;
+        session->offer({static_cast<uint8_t*>(info.y), static_cast<uint8_t*>(info.uv), 32, 16, 64},
+                       [&] { --held; });
+        return processed.exchange(0);
+    };
+    sweep({"session's frame", offerInSession, 0}, [] { processing::takeTexts(); });
+    EXPECT_EQ(held, 0) << "a frame is handed back once, if need be after the next";
+}
+
 TEST(AllocationSweepTest, AFrameOrAnEventIsLost) {
     const sp<EngineService> service = EngineService::install();
     service->config.abortMs = EngineService::kPatientMs;
@@ -296,19 +313,7 @@ TEST(AllocationSweepTest, AFrameOrAnEventIsLost) {
     EXPECT_EQ(manager->needVideoEnhance(), isOn);
 
     manager->setAisrEnable(true);
-    using displayengine::media::VideoSession;
-    const VideoSession::Options options{640, 700, 25, [](const __android_log_message*) {}};
-    sweep({"session", [&] { return VideoSession::open(options) != nullptr ? 1 : 0; }, 0}, [] {});
-    const auto session = VideoSession::open(options);
-    int held = 0;
-    const auto offerInSession = [&] {
-        ++held;
-        session->offer({static_cast<uint8_t*>(info.y), static_cast<uint8_t*>(info.uv), 32, 16, 64},
-                       [&] { --held; });
-        return processed.exchange(0);
-    };
-    sweep({"session's frame", offerInSession, 0}, [] { processing::takeTexts(); });
-    EXPECT_EQ(held, 0) << "a frame is handed back once, if need be after the next";
+    sweepASession(processed, info);
     processing::setHook(nullptr);
 }
 
