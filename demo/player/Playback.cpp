@@ -50,6 +50,7 @@ bool isCutRiff(const std::string& path) {
 struct ErrorText {
     std::string text; /**< GStreamer's words for its user; those about files are in the details. */
     std::string details;
+    bool isBroken; /**< The demuxer or the decoder finds the file not to be whole. */
 };
 
 ErrorText textOf(GstMessage* message) {
@@ -60,8 +61,10 @@ ErrorText textOf(GstMessage* message) {
     const Ref<char> debugHolder(debug);
     const std::string details = debug != nullptr ? debug : "";
     const size_t last = details.rfind('\n');
-    const bool isFile = error->domain == GST_RESOURCE_ERROR && last != std::string::npos;
-    return {isFile ? details.substr(last + 1) : error->message, details};
+    const bool isAboutFile = error->domain == GST_RESOURCE_ERROR && last != std::string::npos;
+    return {isAboutFile ? details.substr(last + 1) : error->message, details,
+            g_error_matches(error, GST_STREAM_ERROR, GST_STREAM_ERROR_DEMUX) ||
+                g_error_matches(error, GST_STREAM_ERROR, GST_STREAM_ERROR_DECODE)};
 }
 
 }  // namespace
@@ -254,7 +257,7 @@ void Playback::noteEnd() {
 
 /** Throws unless it is the video's fault, and some of it was played. */
 void Playback::noteError(GstMessage* message) {
-    const auto [text, details] = textOf(message);
+    const auto [text, details, isBroken] = textOf(message);
     const Ref<GstElement> decoder = element("decode");
     GstObject* const source = GST_MESSAGE_SRC(message);
     const bool isVideo = source == GST_OBJECT(element("file").get()) ||
@@ -266,7 +269,8 @@ void Playback::noteError(GstMessage* message) {
     }
     const std::string why = mMissing.empty() ? text : "GStreamer has no " + mMissing;
     if (mLog.frames() == 0) {
-        throw std::runtime_error("cannot play '" + mOptions.video + "': " + why);
+        throw std::runtime_error("cannot play '" + mOptions.video + "'" +
+                                 (isBroken ? ", which seems damaged or cut: " : ": ") + why);
     }
     mDamage = "is damaged: " + why;
 }

@@ -34,10 +34,10 @@ std::string make(const std::string& name, const std::string& pipeline) {
 }
 
 /** Ten frames of the given rate. */
-std::string makeVideo(const std::string& rate = "25/1") {
-    return make("video.avi",
+std::string makeVideo(const std::string& rate = "25/1", const std::string& muxer = "avimux") {
+    return make(muxer + ".video",
                 "videotestsrc num-buffers=10 ! video/x-raw,width=64,height=48,framerate=" + rate +
-                    " ! jpegenc ! avimux");
+                    " ! jpegenc ! " + muxer);
 }
 
 /** The player's run; its files are in the folder `out`. */
@@ -113,10 +113,10 @@ TEST(PlayerTest, TellsByExitCodeAndOneLineWhatWasWrong) {
     const std::string cut = ownFolder() / "cut.avi";
     fs::copy_file(whole, cut);
     fs::resize_file(cut, fs::file_size(cut) - 20);  // within the index
-    const std::string half = make(
-        "half.mkv",
-        "videotestsrc num-buffers=10 ! video/x-raw,width=64,height=48 ! jpegenc ! matroskamux");
+    const std::string half = makeVideo("25/1", "matroskamux");
     fs::resize_file(half, fs::file_size(half) / 2);
+    const std::string headless = makeVideo("25/1", "qtmux");
+    fs::resize_file(headless, fs::file_size(headless) / 2);
     const std::string damaged = ownFolder() / "damaged.avi";
     fs::copy_file(whole, damaged);
     std::fstream(damaged).seekp(static_cast<long>(fs::file_size(damaged) / 3))
@@ -133,6 +133,7 @@ TEST(PlayerTest, TellsByExitCodeAndOneLineWhatWasWrong) {
         expectText(run.error, "'" + video + "' is " + warning + ": ");
     }
 
+    play(headless, "").expectFailure(1, "seems damaged or cut: ");
     play(broken, "").expectFailure(1, "cannot play '" + broken + "'");
     play(sound, "").expectFailure(1, "cannot play '" + sound + "': there is no video in it");
     play(ownFolder() / "absent", "").expectFailure(1, "No such file");
