@@ -105,10 +105,11 @@ fetch_footage() {
 }
 
 make_clip() {
-    echo "The footage cannot be fetched; making a clip with FFmpeg instead."
-    command -v ffmpeg >/dev/null || require_packages ffmpeg
-    ffmpeg -v error -y -f lavfi -i testsrc2=size=1280x720:rate=30 -t 10 -vf gblur=sigma=1.2 \
-        -c:v mpeg4 -q:v 3 "$1/clip.avi" || fail "FFmpeg cannot make a clip"
+    echo "The footage cannot be fetched; making a clip with GStreamer instead."
+    gst-launch-1.0 -q videotestsrc pattern=zone-plate kx2=30 ky2=30 kt=2 num-buffers=300 ! \
+        video/x-raw,width=640,height=360,framerate=30/1 ! videoscale ! \
+        video/x-raw,width=1280,height=720 ! jpegenc ! avimux ! \
+        filesink location="$1/clip.avi" || fail "GStreamer cannot make a clip"
 }
 
 # Sets `video` to a file in the cache folder, which it fills first if need be.
@@ -210,6 +211,11 @@ main() {
     run_player || status=$?
     if ! kill -0 "$service_pid" 2>/dev/null; then
         echo "The service ended during the run; the player went on without it."
+    fi
+    # What kills a player that nobody stopped is as a rule the library in its process.
+    if ((status > 128 && status != 130 && status != 143)); then
+        echo "The player was killed by signal $((status - 128))."
+        echo "aisr-check $library/$library_name tells what is wrong with it"
     fi
     ((status == 0)) || exit "$status" # the player has said why
     echo "The pictures are in $output (service.log there lists the service's calls and events)."

@@ -15,7 +15,10 @@ constexpr char kRewind[] = "\r\x1b[K";
 
 }  // namespace
 
-Console::Console(bool isQuiet) : mIsQuiet(isQuiet), mIsTerminal(isatty(STDOUT_FILENO) == 1) {}
+Console::Console(bool isQuiet, bool isStandardError)
+    : mOut(isStandardError ? std::cerr : std::cout),
+      mIsQuiet(isQuiet),
+      mIsTerminal(isatty(isStandardError ? STDERR_FILENO : STDOUT_FILENO) == 1) {}
 
 bool Console::wantsProgress(std::chrono::steady_clock::time_point now) const {
     return !mIsQuiet && now >= mNext;
@@ -24,21 +27,21 @@ bool Console::wantsProgress(std::chrono::steady_clock::time_point now) const {
 void Console::progress(const std::string& text, std::chrono::steady_clock::time_point now) {
     mNext = now + (mIsTerminal ? kTerminalInterval : kPlainInterval);
     if (mIsTerminal) {
-        std::cout << kRewind << text << std::flush;
+        mOut << kRewind << text << std::flush;
         mIsLineOpen = true;
     } else {
-        std::cout << text << std::endl;
+        mOut << text << std::endl;
     }
 }
 
 void Console::line(const std::string& text) {
-    std::cout << (mIsLineOpen ? kRewind : "") << text << std::endl;
+    mOut << (mIsLineOpen ? kRewind : "") << text << std::endl;
     mIsLineOpen = false;
 }
 
 void Console::finish() {
     if (mIsLineOpen) {
-        std::cout << std::endl;
+        mOut << std::endl;
         mIsLineOpen = false;
     }
 }

@@ -2,17 +2,22 @@
 #pragma once
 
 #include <chrono>
+#include <ostream>
 #include <string>
 
 namespace player {
 
 /**
- * Standard output while the video plays: a progress line that is rewritten in place on a terminal
- * and repeated now and then elsewhere, and lasting lines in between.
+ * What is shown while the video plays: a progress line that is rewritten in place on a terminal and
+ * repeated every second elsewhere, and lasting lines in between.
  */
 class Console {
 public:
-    explicit Console(bool isQuiet);
+    /** Writes to standard error instead of standard output if `isStandardError`. */
+    Console(bool isQuiet, bool isStandardError);
+    ~Console() { finish(); }
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
 
     /** Whether it is time for the progress line again. */
     bool wantsProgress(std::chrono::steady_clock::time_point now) const;
@@ -23,6 +28,7 @@ public:
     void finish();
 
 private:
+    std::ostream& mOut;
     const bool mIsQuiet;
     const bool mIsTerminal;
     bool mIsLineOpen = false;

@@ -8,14 +8,16 @@ namespace player {
 
 struct Options {
     std::string video;
-    /** Frames per second to offer; 0 for as fast as possible, none for the video's own pace. */
+    /** Frames per second to play; 0 for as fast as possible, none for the video's own pace. */
     std::optional<double> fps;
     /** Length of the run in seconds; none for the whole video. */
     std::optional<double> seconds;
     bool isLooping = false;
     bool isVerbose = false;
     bool isQuiet = false;
+    bool isJson = false;
     std::string output = "out";
+    std::string write; /**< File for the played video, .mkv or .mp4; empty for none. */
 };
 
 /**

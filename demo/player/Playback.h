@@ -1,85 +1,79 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <utils/StrongPointer.h>
-
+#include <atomic>
 #include <chrono>
-#include <cstdint>
-#include <memory>
 #include <string>
 
-#include "Comparison.h"
-#include "Console.h"
-#include "EngineLog.h"
-#include "FramePool.h"
+#include "FrameLog.h"
+#include "Gst.h"
 #include "Options.h"
-#include "Summary.h"
-#include "VideoDecoder.h"
-#include "client/DisplayEngineManager.h"
 #include "tools/support/StopSignal.h"
 
 namespace player {
 
 /**
- * One run of the player: offers the frames of a video to the engine at their pace, and finds out
- * what became of each. All of it happens on the thread that calls `run`.
+ * One run of the player: a pipeline that decodes a video, offers its frames at their pace, and, if
+ * asked to, writes them to a file. The callbacks of its pads come on GStreamer's threads.
  */
 class Playback {
 public:
-    Playback(const Options& options, VideoDecoder& decoder, EngineLog& log, FramePool& pool,
-             const StopSignal& stop);
+    /** Throws std::runtime_error when GStreamer lacks an element. */
+    Playback(const Options& options, const StopSignal& stop, FrameLog& log);
+    ~Playback();
+    Playback(const Playback&) = delete;
+    Playback& operator=(const Playback&) = delete;
 
     /**
-     * Brings the engine up, if a service is there. Throws std::runtime_error when services cannot
-     * even be looked up; that there is none is no error.
+     * Plays until the end of the video, the time given or the stop signal. Throws
+     * std::runtime_error for a video that cannot be played, or a file that cannot be written.
      */
-    void connect();
+    void run();
 
-    /**
-     * Plays until the end of the video, the time given or the stop signal, once connected. Throws
-     * VideoError for a picture that cannot be converted.
-     */
-    RunResult run();
+    /** What is wrong with the video; empty if nothing. After run(). */
+    const std::string& damage() const { return mDamage; }
 
-    /** The frame that enhancement changed most. */
-    const Comparison& comparison() const { return mComparison; }
+    /** The engine's limits in milliseconds; untouched when it never came up. After run(). */
+    void getLimits(RunResult& result) const;
 
 private:
-    using Clock = std::chrono::steady_clock;
+    using Clock = FrameLog::Clock;
 
-    void startVideo();
-    bool nextPicture();
-    bool waitForTurn();
-    void playFrame(std::unique_ptr<Frame> frame);
-    void skip();
-    void offer(std::unique_ptr<Frame> frame);
-    void settle(std::unique_ptr<Frame> frame, uint64_t engineIndex, Outcome outcome);
-    void tellChange(const std::string& whyNot);
-    void tellTrouble(Outcome outcome);
-    void tellTruncation();
-    void showProgress();
+    Ref<GstElement> element(const char* name) const;
+    void watch(const std::string& element, const char* pad, GstPadProbeType type,
+               GstPadProbeCallback callback);
+
+    // On GStreamer's threads.
+    static void onPad(GstElement* decoder, GstPad* pad, gpointer self);
+    static void onAllPads(GstElement* decoder, gpointer self);
+    static GstPadProbeReturn onDecoded(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    static GstPadProbeReturn onTurn(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    static GstPadProbeReturn onOutcome(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    static GstPadProbeReturn onSegment(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+
+    bool isOver(GstMessage* message);
+    bool rewind();
+    void noteEnd();
+    void noteError(GstMessage* message);
 
     const Options& mOptions;
-    VideoDecoder& mDecoder;
-    EngineLog& mLog;
-    FramePool& mPool;
     const StopSignal& mStop;
+    FrameLog& mLog;
+    Ref<GstElement> mPipeline;
 
-    android::sp<DisplayEngineManager> mManager;
-    const uint64_t mStreamId;
-    bool mIsSupported = false;
-    bool mIsTruncationTold = false;
-    int mWidth = 0;
-    int mHeight = 0;
+    std::string mMissing; /**< What GStreamer would need to decode the video. */
+    std::string mDamage;
 
-    Clock::duration mInterval{}; /**< Zero for as fast as possible. */
-    Clock::time_point mStart;
-    Clock::time_point mDue;
+    std::atomic<bool> mHasVideo{false};
+    std::atomic<GstClockTime> mEnd{0};       /**< Of the latest buffer of any stream. */
+    std::atomic<GstClockTime> mFrameTime{0}; /**< Of the latest frame. */
+    std::atomic<size_t> mGaps{0};            /**< Places where frames could not be decoded. */
+    std::atomic<bool> mIsFirst{true};        /**< The next frame begins the video. */
 
-    Console mConsole;
-    Comparison mComparison;
-    RunResult mResult;
-    std::string mWhyNot; /**< Why enhancement is not needed, as last printed; or empty. */
+    // For the thread of the frames.
+    Clock::time_point mStart{};
+    Clock::time_point mTurn{};
+    Ref<GstBuffer> mBefore;
 };
 
 }  // namespace player

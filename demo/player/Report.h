@@ -2,27 +2,34 @@
 #pragma once
 
 #include <filesystem>
-#include <ostream>
+#include <map>
 #include <string>
 #include <vector>
 
-#include "Comparison.h"
-#include "Summary.h"
+#include "FrameLog.h"
 
 namespace player {
 
-/**
- * Makes the output folder and removes the files of an earlier run from it, so that none is taken
- * for this one's. Throws std::runtime_error.
- */
-void prepareOutput(const std::filesystem::path& folder);
+/** Where the files of a run go, and what became of them. */
+struct Report {
+    /**
+     * Creates the folder if need be, and removes the files of an earlier run. Throws
+     * std::runtime_error if that is impossible.
+     */
+    explicit Report(const std::filesystem::path& folder);
 
-/**
- * Writes frames.csv, before_after.png and latency.png into the folder, and for each one a line to
- * `out` that names it, or says why there is nothing to show or that gnuplot is missing. Returns a
- * text for each file that could not be written; nothing of such a file is left.
- */
-std::vector<std::string> writeReport(const std::filesystem::path& folder, const RunResult& result,
-                                     const Comparison& comparison, std::ostream& out);
+    /** Draws the pictures, and accounts for the table, which is written already. */
+    void write(const FrameLog::Result& result);
+
+    const std::filesystem::path csv;
+    const std::filesystem::path picture;
+    const std::filesystem::path plot;
+    std::map<std::string, std::string> files;  /**< Name and path of each that was written. */
+    std::map<std::string, std::string> absent; /**< Name and reason of each that is not needed. */
+    std::vector<std::string> failures;         /**< One line for each that cannot be written. */
+
+private:
+    void account(const std::filesystem::path& path, const std::string& error);
+};
 
 }  // namespace player

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace player {
@@ -26,64 +27,91 @@ void printCount(std::ostream& out, const std::string& name, size_t count, size_t
     out << text.str() << '\n';
 }
 
-/** The times of the frames that reached the worker; a refusal takes next to none. */
-void printLatency(std::ostream& out, const RunResult& result) {
-    std::vector<float> times;
-    for (const FrameRecord& frame : result.frames) {
-        if (reachedWorker(frame.outcome)) {
-            times.push_back(frame.milliseconds);
-        }
-    }
+/** The time that the given share of the frames did not exceed, one that really occurred. */
+float percentile(std::vector<float> times, double share) {
     std::sort(times.begin(), times.end());
+    const double rank = std::ceil(share * static_cast<double>(times.size()));
+    return times[static_cast<size_t>(rank) - 1];
+}
+
+void printLatency(std::ostream& out, const RunResult& result) {
     std::ostringstream text = line();
-    if (times.empty()) {
+    if (result.latencies.empty()) {
         text << "Latency: no frame reached the processing library";
     } else {
-        // Nearest rank: a time that really occurred.
-        const auto percentile = [&times](double fraction) {
-            const double rank = std::ceil(fraction * static_cast<double>(times.size()));
-            return times[static_cast<size_t>(rank) - 1];
-        };
-        text << "Latency of " << times.size() << " processed frames: median " << percentile(0.5)
-             << " ms, 99th percentile " << percentile(0.99) << " ms, largest " << times.back()
-             << " ms";
+        text << "Latency of " << result.latencies.size() << " processed frames: median "
+             << percentile(result.latencies, 0.5) << " ms, 99th percentile "
+             << percentile(result.latencies, 0.99) << " ms, largest "
+             << percentile(result.latencies, 1) << " ms";
     }
-    if (result.limits) {
-        text << " (limits: overload " << result.limits->overloadMs << " ms, abort "
-             << result.limits->abortMs << " ms)";
+    if (result.abortMs > 0) {
+        text << " (limits: overload " << result.overloadMs << " ms, abort " << result.abortMs
+             << " ms)";
     }
     out << text.str() << '\n';
+}
+
+double rate(const RunResult& result) {
+    return result.seconds > 0 ? static_cast<double>(result.frames) / result.seconds : 0;
 }
 
 }  // namespace
 
 void RunResult::add(const FrameRecord& frame) {
-    frames.push_back(frame);
-    ++counts[static_cast<size_t>(frame.outcome)];
+    ++frames;
+    ++counts[frame.outcome];
+    if (frame.outcome == "not-offered") {
+        ++notWanted[frame.text];
+    } else if (frame.outcome == "enhanced" || frame.outcome == "failed" ||
+               frame.outcome == "expired") {
+        // A refusal takes next to no time.
+        latencies.push_back(static_cast<float>(frame.milliseconds));
+    }
+}
+
+size_t RunResult::count(const std::string& prefix) const {
+    size_t sum = 0;
+    for (const auto& [outcome, count] : counts) {
+        sum += outcome.rfind(prefix, 0) == 0 ? count : 0;
+    }
+    return sum;
 }
 
 void printSummary(std::ostream& out, const RunResult& result) {
     std::ostringstream head = line();
-    head << result.frames.size() << " frames in " << result.seconds << " s";
-    if (result.seconds > 0) {
-        head << ", " << static_cast<double>(result.frames.size()) / result.seconds << " per second";
-    }
+    head << result.frames << " frames in " << result.seconds << " s, " << rate(result)
+         << " per second";
     out << head.str() << '\n';
-    printCount(out, "not needed", result.count(Outcome::kNotNeeded), 0);
-    for (const auto& [reason, count] : result.notNeeded) {
+    printCount(out, "not wanted", result.count("not-offered"), 0);
+    for (const auto& [reason, count] : result.notWanted) {
         out << "    " << count << ": " << reason << '\n';
     }
     printCount(out, "offered", result.offered(), 0);
-    for (size_t i = 0; i < kOutcomes; ++i) {
-        const Outcome outcome = static_cast<Outcome>(i);
-        const bool isShown = outcome == Outcome::kEnhanced ||
-                             (outcome != Outcome::kNotNeeded && result.count(outcome) > 0);
-        if (isShown) {
-            printCount(out, std::string("  ") + outcomeText(outcome), result.count(outcome),
-                       result.offered());
+    for (const auto& [outcome, count] : result.counts) {
+        if (outcome != "not-offered") {
+            printCount(out, "  " + outcome, count, result.offered());
         }
     }
     printLatency(out, result);
+}
+
+nlohmann::json summaryAsJson(const RunResult& result) {
+    nlohmann::json latency = nullptr;
+    if (!result.latencies.empty()) {
+        latency = {{"frames", result.latencies.size()},
+                   {"median", percentile(result.latencies, 0.5)},
+                   {"percentile99", percentile(result.latencies, 0.99)},
+                   {"largest", percentile(result.latencies, 1)}};
+    }
+    return {{"frames", result.frames},
+            {"seconds", result.seconds},
+            {"framesPerSecond", rate(result)},
+            {"offered", result.offered()},
+            {"outcomes", result.counts},
+            {"notWanted", result.notWanted},
+            {"latencyMs", latency},
+            {"overloadMs", result.overloadMs},
+            {"abortMs", result.abortMs}};
 }
 
 }  // namespace player

@@ -24,9 +24,8 @@ require_packages() {
         { echo "Cannot install ${missing[*]}" >&2; exit 1; }
 }
 
-# What it takes to build everything. FFmpeg and libpng are for the player and GStreamer for the plugin,
-# which the build for 64-bit Arm leaves out.
+# What it takes to build everything, and to run what was built. GStreamer is for the plugin and the
+# player, which the build for 64-bit Arm leaves out.
 build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev
-    libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libpng-dev
     libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base
     gstreamer1.0-plugins-good gstreamer1.0-libav gstreamer1.0-tools)

@@ -1,181 +1,196 @@
 // SPDX-License-Identifier: Apache-2.0
-// The player: what the log says about a frame, which planes may be reused, the files, and the
-// program as a whole.
+// The player as a program, beside the sample service and with the sample processing library.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
 
 #include "ProgramRun.h"
-#include "demo/player/Comparison.h"
-#include "demo/player/EngineLog.h"
-#include "demo/player/FramePool.h"
-#include "demo/player/Report.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using namespace player;
 
-constexpr char kEngine[] = "DE N AISR";
 const std::string kPlayer = kDemo / "player/displayengine-player";
+const std::string kSample = "LD_LIBRARY_PATH=" + (kDemo / "processing").string();
+
+// Neither GLib nor GStreamer frees all it has at the end of a program.
+[[maybe_unused]] const int kNoLeakCheck = setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+const std::string kAnySize = "--min-height 1 --min-width 1 ";
 
 // Of this program alone, and removed at its end.
 fs::path ownFolder() {
     return std::getenv("DISPLAYENGINE_RUNTIME_DIR");
 }
 
-TEST(PlayerTest, TellsTheOutcomesOfAFrameApart) {
-    const struct {
-        const char* message;  // what the player's thread logs during the call
-        bool isChanged;
-        Outcome outcome;
-    } cases[] = {
-        {"enhance:1: doEnhance(1) used 3.1ms return 0", true, Outcome::kEnhanced},
-        {"enhance:1: doEnhance(1) used 3.1ms return 0", false, Outcome::kUnchanged},
-        {"enhance:1: doEnhance(1) used 3.1ms return -1", true, Outcome::kFailed},
-        {"enhance:1: doEnhance(1) expired 40.2(40)ms timeout!", false, Outcome::kExpired},
-        {"enhance:1: Overload! 1 skip.", false, Outcome::kRefusedOverload},
-        {"enhance:1: Tasks is not empty! enhance(1) skip!", false, Outcome::kRefusedBusy},
-        {"enhance:1: Invalid input: 1", false, Outcome::kRefusedInvalid},
-        {"isReady:1: Retry count:0", false, Outcome::kRefusedNotReady},
-        {"getReady:1: mAlgorithm.init() failed!", false, Outcome::kRefusedNotReady},
-        {"isUnhealthy:1: monitor UNHEALTHY ID:1!", false, Outcome::kRefusedUnhealthy},
-        {"other:1: nothing of interest", false, Outcome::kRefusedUnknown},
-        {"other:1: nothing of interest", true, Outcome::kEnhanced},
-    };
-    for (const auto& c : cases) {
-        EngineLog log;
-        log.note(kEngine, c.message, false, true);
-        EXPECT_EQ(log.outcome(c.isChanged), c.outcome) << c.message;
-        EXPECT_EQ(log.isExpired(), c.outcome == Outcome::kExpired) << c.message;
-        log.beginFrame();
-        EXPECT_FALSE(log.isExpired()) << "the next frame starts afresh";
-    }
-    EngineLog log;
-    log.note(kEngine, cases[3].message, true, false);
-    EXPECT_FALSE(log.isExpired()) << "another thread's frame";
-}
-
-TEST(PlayerTest, RemembersWhatTheLogSaysOnce) {
-    EngineLog log;
-    const auto note = [&](const std::string& text) { log.note(kEngine, text, true, true); };
-    // Between the closes of its intervals the monitor refuses without a message.
-    for (const std::string recovery : {"restore:1 ID:1.", "healthy ID:1."}) {
-        note("isUnhealthy:1: monitor UNHEALTHY:1 ID:1!");
-        note("isUnhealthy:1: monitor restore:0 ID:1.");
-        EXPECT_EQ(log.outcome(false), Outcome::kRefusedUnhealthy);
-        note("isUnhealthy:1: monitor " + recovery);
-        EXPECT_EQ(log.outcome(false), Outcome::kRefusedUnknown) << recovery;
-    }
-    note("getConfig:1: enable:1 timeout:{ abort:41ms overload:32ms tolerance:5 }");
-    EXPECT_EQ(log.state().limits->abortMs, 41);
-    EXPECT_EQ(log.state().limits->overloadMs, 32);
-    note("doEnhance:1: mAlgorithm.enhance(data:{ id=7b3f idx=3 }) failed! Used 41ms");
-    EXPECT_EQ(log.state().lastCompleted, 3U);
-    for (const std::string condition : {"FPS", "RECT"}) {
-        const std::string text = "updateEnhance:1: mIsEnhance[EN_COND_" + condition;
-        note(text + "]:0 mEnhanceCount:1 for /bin/player. Because it is 60");
-        EXPECT_NE(log.whyNotNeeded().find(", it is 60"), std::string::npos) << condition;
-        note(text + "]:1 mEnhanceCount:1 for /bin/player. Because it is 25");
-        EXPECT_EQ(log.whyNotNeeded(), "switched off by the service");
-    }
-}
-
-TEST(PlayerTest, KeepsExpiredPlanesUntilALaterFrameHasCompleted) {
-    FramePool pool;
-    auto first = pool.take(768, 576);
-    const Frame* firstAddress = first.get();
-    pool.hold(std::move(first), 4);
-    pool.completed(4);
-    EXPECT_NE(pool.take(768, 576).get(), firstAddress) << "its own completion frees no frame";
-    pool.completed(5);
-    EXPECT_EQ(pool.take(768, 576).get(), firstAddress);
-    EXPECT_EQ(pool.take(65, 37)->bytes(), 128U * (37 + 19)) << "an odd height rounds up";
-}
-
-TEST(PlayerTest, AFullDiskIsAFailureOfEachFileAndAMissingGnuplotIsNone) {
-    Frame frame(96, 80);
-    Comparison comparison;
-    std::fill(frame.y(), frame.y() + frame.bytes(), uint8_t{60});
-    comparison.before(frame);
-    std::fill(frame.y(), frame.y() + frame.lumaBytes(), uint8_t{180});
-    ASSERT_TRUE(comparison.after(frame));
-    RunResult run;
-    run.add({Outcome::kExpired, 40.25F});
-    run.add({Outcome::kNotNeeded, 0});
-    run.seconds = 0.1;
-    const fs::path folder = ownFolder() / "it's \"odd\", [really]";
-    prepareOutput(folder);
-    std::ostringstream text;
-    EXPECT_EQ(writeReport(folder, run, comparison, text), Strings());
-    std::ostringstream csv;
-    csv << std::ifstream(folder / "frames.csv").rdbuf();
-    EXPECT_EQ(csv.str(), "index,outcome,milliseconds\n0,expired,40.250\n1,not_needed,\n");
-    for (const char* name : {"frames.csv", "before_after.png", "latency.png"}) {
-        prepareOutput(folder);
-        fs::create_symlink("/dev/full", folder / name);
-        const Strings failures = writeReport(folder, run, comparison, text);
-        ASSERT_FALSE(failures.empty()) << name;
-        EXPECT_EQ(failures.front().rfind("cannot write '" + (folder / name).string(), 0), 0U);
-    }
-    setenv("PATH", ownFolder().c_str(), 1);
-    EXPECT_EQ(writeReport(folder, run, comparison, text), Strings());
-    EXPECT_NE(text.str().find("No latency.png: gnuplot is not installed\n"), std::string::npos);
-}
-
-std::string numbers(const std::vector<uint32_t>& values) {
-    return std::string(reinterpret_cast<const char*>(values.data()), values.size() * 4);
-}
-
-/** A file of ten uncompressed pictures of vertical bars, cut short by some bytes. */
-std::string makeVideo(size_t missing) {
-    constexpr uint32_t kWidth = 64;
-    constexpr uint32_t kHeight = 48;
-    std::string picture(kWidth * kHeight * 3 / 2, '\x80');
-    for (size_t bar = 0; bar < kWidth * kHeight; bar += 16) {
-        picture.replace(bar, 8, 8, '\x40');
-    }
-    std::string ivf =
-        "DKIF" + numbers({32 << 16}) + "I420" + numbers({kHeight << 16 | kWidth, 25, 1, 10, 0});
-    for (uint32_t i = 0; i < 10; ++i) {
-        ivf += numbers({kWidth * kHeight * 3 / 2, i, 0}) + picture;
-    }
-    const fs::path path = ownFolder() / ("video" + std::to_string(missing));
-    std::ofstream(path, std::ios::binary) << ivf.substr(0, ivf.size() - missing);
+/** A file of what a source of GStreamer gives. */
+std::string make(const std::string& name, const std::string& pipeline) {
+    const std::string path = ownFolder() / name;
+    const ProgramRun run("gst-launch-1.0",
+                         words("-q " + pipeline + " ! filesink location=" + path));
+    EXPECT_EQ(run.code, 0) << run.error;
     return path;
 }
 
-TEST(PlayerTest, TellsByExitCodeAndOneLineWhatWasWrong) {
-    const std::string whole = makeVideo(0);
-    const std::string output = ownFolder() / "out";
-    const std::string broken = ownFolder() / "broken.avi";
-    std::ofstream(broken) << "RIFF is how it begins, and that is all";
-    EXPECT_EQ(ProgramRun(kPlayer, {whole, "--fps", "max", "-o", output}).error, "");
-    const ProgramRun truncated(kPlayer, {makeVideo(100), "--fps", "max", "-o", output});
-    EXPECT_EQ(truncated.code, 0);
-    EXPECT_NE(truncated.error.find("is incomplete: it ends after 9 frames"), std::string::npos);
+/** Ten frames of the given rate. */
+std::string makeVideo(const std::string& rate = "25/1", const std::string& muxer = "avimux") {
+    return make(muxer + ".video",
+                "videotestsrc num-buffers=10 ! video/x-raw,width=64,height=48,framerate=" + rate +
+                    " ! jpegenc ! " + muxer);
+}
 
-    ProgramRun(kPlayer, {broken}).expectFailure(1, "cannot open '" + broken + "'");
-    ProgramRun(kPlayer, {ownFolder()}).expectFailure(1, "cannot open '");
-    ProgramRun(kPlayer, {whole, "-o", "/dev/null/out"}).expectFailure(1, "'/dev/null/out'");
-    for (const char* fps : {"0", "30x", "nan"}) {
-        ProgramRun(kPlayer, {whole, "--fps", fps}).expectFailure(2, "is neither 'max' nor a rate");
+/** The player's run; its files are in the folder `out`. */
+ProgramRun play(const std::string& video, const std::string& options,
+                const Strings& environment = {kSample}) {
+    Strings arguments = words(options + " --output " + (ownFolder() / "out").string());
+    arguments.push_back(video);
+    return {kPlayer, arguments, environment};
+}
+
+/** The lines of the table of frames. */
+Strings rows() {
+    std::ifstream table(ownFolder() / "out/frames.csv");
+    Strings result;
+    for (std::string row; std::getline(table, row);) {
+        result.push_back(row);
+    }
+    return result;
+}
+
+void expectText(const std::string& text, const std::string& part) {
+    EXPECT_NE(text.find(part), std::string::npos) << "no " << part << " in " << text;
+}
+
+const std::string kSlow = "AISR_SAMPLE_SLOW_MS=";
+const std::string kCalm = "--abort-ms 60000 --overload-ms 60000 ";
+const struct {
+    std::string service;  // its options; empty for no service
+    Strings environment;
+    std::string outcomes;
+    std::string reason;  // on the lasting lines
+} kOutcomes[] = {
+    // The rate is the video's, however fast it is played.
+    {kCalm + "--max-fps 3", {kSample}, "enhanced\":10", ""},
+    {kCalm + "--max-fps 2", {kSample}, "not-offered\":10", "the frame rate is above"},
+    {kCalm + "--max-width 48 --max-height 48",
+     {kSample},
+     "not-offered\":10",
+     "the size is outside"},
+    {kCalm + "--supported 0", {kSample}, "not-offered\":10", "does not"},
+    {"", {kSample}, "not-offered\":10", "no display engine service"},
+    {kCalm, {}, "refused-not-ready\":10", "\naisr-check LIBRARY tells what is wrong"},
+    {"--abort-ms 1", {kSample, kSlow + "300"}, "expired\":", "0 expired: doEnhance"},
+    {"--abort-ms 60000 --overload-ms 33 --overload-count 2",
+     {kSample, kSlow + "40"},
+     "refused-overload\":8",
+     "2 refused-overload: Overload!"},
+    {kCalm + "--max-fps 3 --monitor-frames 4 --monitor-tolerance 0",
+     {kSample},
+     "refused-unhealthy\":",
+     "refused-unhealthy: monitor UNHEALTHY"},
+};
+
+TEST(PlayerTest, TellsTheOutcomesApart) {
+    const std::string video = makeVideo("3/1");
+    for (const auto& c : kOutcomes) {
+        SCOPED_TRACE(c.outcomes);
+        std::optional<Service> service;
+        if (!c.service.empty()) {
+            service.emplace(words(kAnySize + c.service));
+        }
+        const ProgramRun run = play(video, "--json --fps max", c.environment);
+        EXPECT_EQ(run.code, 0);
+        expectText(run.output, '"' + c.outcomes);
+        expectText(run.error, c.reason);
+        EXPECT_EQ(rows().size(), 11U);
+        EXPECT_EQ(rows().front(), "frame,seconds,outcome,milliseconds,reason");
     }
 }
 
+TEST(PlayerTest, TellsByExitCodeAndOneLineWhatWasWrong) {
+    const std::string whole = makeVideo();
+    const std::string cut = ownFolder() / "cut.avi";
+    fs::copy_file(whole, cut);
+    fs::resize_file(cut, fs::file_size(cut) - 20);  // within the index
+    const std::string half = makeVideo("25/1", "matroskamux");
+    fs::resize_file(half, fs::file_size(half) / 2);
+    const std::string headless = makeVideo("25/1", "qtmux");
+    fs::resize_file(headless, fs::file_size(headless) / 2);
+    const std::string damaged = ownFolder() / "damaged.avi";
+    fs::copy_file(whole, damaged);
+    std::fstream(damaged).seekp(static_cast<long>(fs::file_size(damaged) / 3))
+        << std::string(fs::file_size(damaged) / 3, 'x');
+    const std::string broken = ownFolder() / "broken.avi";
+    std::ofstream(broken) << "RIFF is how it begins, and that is all";
+    const std::string sound = make("sound.wav", "audiotestsrc num-buffers=9 ! wavenc");
+
+    EXPECT_EQ(play(whole, "--fps max").error, "");
+    for (const auto& [video, warning] :
+         {std::pair(cut, "incomplete"), {half, "incomplete"}, {damaged, "damaged"}}) {
+        const ProgramRun run = play(video, "--fps max");
+        EXPECT_EQ(run.code, 0);
+        expectText(run.error, "'" + video + "' is " + warning + ": ");
+    }
+
+    play(headless, "").expectFailure(1, "seems damaged or cut: ");
+    play(broken, "").expectFailure(1, "cannot play '" + broken + "'");
+    play(sound, "").expectFailure(1, "cannot play '" + sound + "': there is no video in it");
+    play(ownFolder() / "absent", "").expectFailure(1, "No such file");
+    ProgramRun(kPlayer, {whole, "-o", "/dev/null/out"}).expectFailure(1, "'/dev/null/out'");
+    play(whole, "--write /dev/null/out.mkv").expectFailure(1, "cannot write '/dev/null/out.mkv'");
+    for (const char* fps : {"0", "30x", "nan"}) {
+        play(whole, std::string("--fps ") + fps).expectFailure(2, "is neither 'max' nor a rate");
+    }
+    play(whole, "--write out.avi").expectFailure(2, "'out.avi' is no .mkv or .mp4");
+    play(whole, "--write out.mkv --loop").expectFailure(2, "excludes");
+}
+
+TEST(PlayerTest, WritesAVideoThatPlaysFrameByFrameAtAnyPace) {
+    const std::string video = makeVideo("100/1");
+    for (const std::string name : {"written.mkv", "written.mp4"}) {
+        const std::string path = ownFolder() / name;
+        EXPECT_EQ(play(video, "--fps 10 --write " + path).code, 0);
+        // The turn of a frame comes when the one before it has been shown; never too early.
+        EXPECT_GT(std::stod(rows().back().substr(2)), 0.7) << rows().back();
+        const ProgramRun again = play(path, "--fps max --json");
+        expectText(again.output, "\"frames\":10,");
+        expectText(again.output, "\"damage\":\"\"");
+    }
+}
+
+TEST(PlayerTest, AFullDiskIsAFailureOfEachFileAndAMissingGnuplotIsNone) {
+    Service service(words(kAnySize + "--abort-ms 60000"));
+    const std::string video =
+        make("video.avi",
+             "videotestsrc num-buffers=90 ! video/x-raw,width=320,height=240 ! jpegenc ! avimux");
+    // No file may grow beyond two blocks.
+    const ProgramRun full("/bin/sh",
+                          {"-c", "trap '' XFSZ; ulimit -f 2; exec \"$0\" \"$@\"", kPlayer, video,
+                           "--fps", "max", "-o", ownFolder() / "it's \"odd\", [really]"},
+                          {kSample});
+    EXPECT_EQ(full.code, 1);
+    for (const char* name : {"frames.csv", "before_after.png", "latency.png"}) {
+        expectText(full.error,
+                   "cannot write '" + (ownFolder() / "it's \"odd\", [really]" / name).string());
+    }
+    const ProgramRun run = play(video, "--seconds 0.2", {kSample, "PATH=" + ownFolder().string()});
+    EXPECT_EQ(run.code, 0);
+    expectText(run.output, "No latency.png: gnuplot is not installed");
+}
+
 TEST(PlayerTest, PlaysOnWhenTheServiceIsKilledAndEndsAtASignal) {
-    Service service(words("--min-width 1 --min-height 1 --abort-ms 60000"));
-    ChildProcess player(kPlayer, {makeVideo(0), "--loop", "-o", ownFolder() / "out"},
-                        {"LD_LIBRARY_PATH=" + (kDemo / "processing").string()});
-    EXPECT_NE(player.readLine()->find("1 frames: 1 enhanced"), std::string::npos);
+    Service service(words(kAnySize + "--abort-ms 60000"));
+    ChildProcess player(kPlayer, {makeVideo(), "--loop", "-o", ownFolder() / "out"}, {kSample});
+    expectText(player.readLine().value_or(""), "1 frames: 1 enhanced");
     service.kill();
-    EXPECT_TRUE(player.readLine() && player.readLine());
+    for (const char* part : {" per second, latency ", " per second, latency "}) {
+        expectText(player.readLine().value_or(""), part);
+    }
     player.kill(SIGINT);
     EXPECT_EQ(player.wait(), 0);
-    EXPECT_TRUE(player.waitForLine("Picture: " + (ownFolder() / "out/before_after.png").string()));
+    EXPECT_TRUE(player.waitForLine("Wrote before_after.png: " +
+                                   (ownFolder() / "out/before_after.png").string()));
 }
 
 }  // namespace
