@@ -4,6 +4,7 @@
 #include <binder/PersistableBundle.h>
 
 #include <algorithm>
+#include <ctime>
 #include <iterator>
 
 #include "Report.h"
@@ -17,6 +18,8 @@ using com::tivora::displayengine::IDisplayEngineService;
 
 namespace sample {
 namespace {
+
+constexpr size_t kMostEvents = 32;
 
 std::string nameOf(const std::optional<std::string>& key, pid_t pid) {
     const std::string process = "pid=" + std::to_string(pid);
@@ -39,7 +42,7 @@ bool ClientRegistry::add(const Key& key, const Callback& callback, pid_t pid) {
         erase(previous, "replaced");
     }
     mClients.push_back({key, pid, callback});
-    report("registered " + nameOf(key, pid));
+    note("registered " + nameOf(key, pid));
     if (key) {
         sendState(mClients.back());
     }
@@ -61,23 +64,25 @@ bool ClientRegistry::enabled() const {
     return mEnabled;
 }
 
-std::vector<std::string> ClientRegistry::describe() const {
+Json ClientRegistry::describe() const {
     const DeMutexLock lock(mMutex);
-    std::vector<std::string> lines;
+    Json clients = Json::array();
     for (const Client& client : mClients) {
-        lines.push_back(nameOf(client.key, client.pid));
+        const Json key = client.key ? Json{{"key", *client.key}} : Json::object();
+        clients.push_back(key);
+        clients.back()["pid"] = client.pid;
     }
-    return lines;
+    return {{"clients", clients}, {"events", mEvents}};
 }
 
-size_t ClientRegistry::setEnabled(bool enabled) {
+void ClientRegistry::setEnabled(bool enabled) {
     const DeMutexLock lock(mMutex);
     mEnabled = enabled;
     size_t reached = 0;
     for (const Client& client : mClients) {
         reached += sendState(client) ? 1 : 0;
     }
-    return reached;
+    note(std::string("enable ") + (enabled ? "on" : "off") + " clients=" + std::to_string(reached));
 }
 
 void ClientRegistry::binderDied(const android::wp<IBinder>& who) {
@@ -90,6 +95,18 @@ void ClientRegistry::binderDied(const android::wp<IBinder>& who) {
     }
 }
 
+void ClientRegistry::note(const std::string& event) {
+    report(event);
+    char time[32] = "";
+    const std::time_t now = std::time(nullptr);
+    std::tm utc = {};
+    std::strftime(time, sizeof(time), "%FT%TZ", gmtime_r(&now, &utc));
+    mEvents.push_back(Json{{"time", time}, {"event", event}});
+    if (mEvents.size() > kMostEvents) {
+        mEvents.erase(0);
+    }
+}
+
 bool ClientRegistry::sendState(const Client& client) const {
     android::os::PersistableBundle data;
     data.putBoolean(String16("Enable"), mEnabled);
@@ -98,7 +115,7 @@ bool ClientRegistry::sendState(const Client& client) const {
 }
 
 ClientRegistry::Iterator ClientRegistry::erase(Iterator client, const char* why) {
-    report(std::string(why) + " " + nameOf(client->key, client->pid));
+    note(std::string(why) + " " + nameOf(client->key, client->pid));
     IInterface::asBinder(client->callback)->unlinkToDeath(this);
     return mClients.erase(client);
 }
