@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # cmake --install: the client library as a CMake package and a pkg-config module, in the component
 # `displayengine`, and the platform's stand-in in the component `platform`. On a device the platform
-# is the system's own and only the first component applies.
+# is the system's own and only the first component applies. InstallTools.cmake has the rest.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Tests of what leaves the build: the library's symbols, and the installed package.
+# Tests of what leaves the build: the library's symbols, the installed package and tools.
 
 # Other compilers and sanitizers emit other helper symbols beside the library's own.
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_BUILD_TYPE STREQUAL Release
@@ -23,3 +23,8 @@ foreach(way cmake pkg-config)
     set_tests_properties(InstalledPackage.${way} PROPERTIES
         RESOURCE_LOCK install_manifest TIMEOUT 240)
 endforeach()
+
+add_test(NAME InstalledTools
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/InstalledTools.sh ${PROJECT_BINARY_DIR} ${CMAKE_COMMAND}
+        ${CMAKE_CXX_COMPILER} ${PROJECT_VERSION} ${CMAKE_CROSSCOMPILING_EMULATOR})
+set_tests_properties(InstalledTools PROPERTIES RESOURCE_LOCK install_manifest TIMEOUT 240)

@@ -26,5 +26,5 @@ require_packages() {
 
 # What it takes to build everything. FFmpeg and libpng are for the player, which the build for 64-bit
 # Arm leaves out.
-build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev
+build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev help2man
     libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libpng-dev)
