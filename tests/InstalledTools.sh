@@ -70,5 +70,6 @@ grep -q '^cc ' steps || fail "the page has no steps"
 if [ $# -ne 0 ] || [ ! -e prefix/bin/aisr-check ]; then
     sed -i '/aisr-check/d' steps # it starts processes of its own, which the emulator does not run
 fi
+# shellcheck source=/dev/null
 . ./steps
 [ -s libAISRProcess_interface.so ]
