@@ -57,6 +57,15 @@ if [ $# -eq 0 ]; then
     completes "" "$prefix/bin/dectl" dump f
     completes "on off" "$prefix/bin/dectl" cwb ""
 fi
+if [ $# -eq 0 ] && [ -e prefix/bin/aisr-check ]; then
+    function=_aisr_check
+    # shellcheck source=tools/completion/aisr-check
+    . "$prefix/share/bash-completion/completions/aisr-check"
+    completes "--quick" "$prefix/bin/aisr-check" --q
+    completes "loading.open" "$prefix/bin/aisr-check" --filter loading.op
+    touch other.so other.c
+    completes "other.so" "$prefix/bin/aisr-check" oth
+fi
 
 # The page's own lines, by the compiler of this build.
 [ -e "$(find prefix -path '*/displayengine/sample/libAISRProcess_interface.so')" ] ||
@@ -64,11 +73,12 @@ fi
 cc() { "$cxx" -x c -Wpedantic -Wshadow -Werror "$@"; }
 {
     sed -n '/<!-- example: template -->/,/^```$/p' prefix/share/doc/displayengine/processing-library.md |
-        sed -e '1,2d;$d' -e "s|^prefix=.*|prefix=$prefix|"
+        sed -e '1,2d;$d' -e "s|^prefix=.*|prefix=$prefix|" -e 's|/aisr-check |&--quick |'
 } >steps
 grep -q '^cc ' steps || fail "the page has no steps"
 if [ $# -ne 0 ] || [ ! -e prefix/bin/aisr-check ]; then
-    sed -i '/aisr-check/d' steps # it starts processes of its own, which the emulator does not run
+    # It starts processes of its own, which the emulator does not run.
+    sed -i '/aisr-check/d' steps
 fi
 # shellcheck source=/dev/null
 . ./steps
