@@ -21,9 +21,8 @@ namespace {
 
 constexpr size_t kMostEvents = 32;
 
-std::string nameOf(const std::optional<std::string>& key, pid_t pid) {
-    const std::string process = "pid=" + std::to_string(pid);
-    return key ? "key=" + printable(*key) + " " + process : process;
+Json descriptionOf(const ClientRegistry::Key& key, pid_t pid) {
+    return key ? Json{{"key", *key}, {"pid", pid}} : Json{{"pid", pid}};
 }
 
 }  // namespace
@@ -42,7 +41,7 @@ bool ClientRegistry::add(const Key& key, const Callback& callback, pid_t pid) {
         erase(previous, "replaced");
     }
     mClients.push_back({key, pid, callback});
-    note("registered " + nameOf(key, pid));
+    note("registered " + wordsOf(descriptionOf(key, pid)));
     if (key) {
         sendState(mClients.back());
     }
@@ -68,9 +67,7 @@ Json ClientRegistry::describe() const {
     const DeMutexLock lock(mMutex);
     Json clients = Json::array();
     for (const Client& client : mClients) {
-        const Json key = client.key ? Json{{"key", *client.key}} : Json::object();
-        clients.push_back(key);
-        clients.back()["pid"] = client.pid;
+        clients.push_back(descriptionOf(client.key, client.pid));
     }
     return {{"clients", clients}, {"events", mEvents}};
 }
@@ -115,7 +112,7 @@ bool ClientRegistry::sendState(const Client& client) const {
 }
 
 ClientRegistry::Iterator ClientRegistry::erase(Iterator client, const char* why) {
-    note(std::string(why) + " " + nameOf(client->key, client->pid));
+    note(std::string(why) + " " + wordsOf(descriptionOf(client->key, client->pid)));
     IInterface::asBinder(client->callback)->unlinkToDeath(this);
     return mClients.erase(client);
 }

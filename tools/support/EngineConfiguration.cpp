@@ -9,7 +9,7 @@ namespace {
 /** Holds a configuration against the engine's rules. */
 class Check {
 public:
-    explicit Check(const Json& sent) : engine{sent, {}}, mSent(sent) {}
+    explicit Check(const Json& sent) : mSent(sent), mEngine{sent, {}} {}
 
     int32_t operator[](const char* name) const { return mSent.at(name); }
 
@@ -25,19 +25,20 @@ public:
         }
         const bool isRefused = replacements.is_null();
         if (isRefused) {
-            engine.values = nullptr;
+            mEngine.values = nullptr;
         } else {
-            engine.values.update(replacements);
+            mEngine.values.update(replacements);
         }
-        engine.findings.push_back(
+        mEngine.findings.push_back(
             wordsOf(broken) + " breaks the rule " + rule + ": the engine " +
             (isRefused ? "refuses the configuration" : "takes " + wordsOf(replacements)));
     }
 
-    EngineConfiguration engine;
+    const EngineConfiguration& engine() const { return mEngine; }
 
 private:
     const Json& mSent;
+    EngineConfiguration mEngine;
 };
 
 }  // namespace
@@ -65,8 +66,8 @@ EngineConfiguration engineConfiguration(const std::vector<int32_t>& sent) {
            "height-range (0 <= min_height < max_height)");
     const int32_t fps = v["max_fps"];
     v.keep(2 <= fps, {"max_fps"}, "frame-rate (2 <= max_fps)");
-    if (v.engine.values.is_null()) {
-        return v.engine;
+    if (v.engine().values.is_null()) {
+        return v.engine();
     }
     v.keep(v["enable"] == 0 || v["enable"] == 1, {"enable"}, "switch (1 for on, 0 for off)",
            {{"enable", 0}});
@@ -82,5 +83,5 @@ EngineConfiguration engineConfiguration(const std::vector<int32_t>& sent) {
            {{"overload_count", 5}});
     v.keep(2 <= v["overload_period_ms"], {"overload_period_ms"},
            "overload-period (2 <= overload_period_ms)", {{"overload_period_ms", 10000}});
-    return v.engine;
+    return v.engine();
 }
