@@ -11,9 +11,13 @@ class Check {
 public:
     explicit Check(const Json& sent) : mSent(sent), mEngine{sent, {}} {}
 
+    /** The value of that name, as it was sent. */
     int32_t operator[](const char* name) const { return mSent.at(name); }
 
-    /** Without `replacements` the engine refuses a configuration that breaks the rule. */
+    /**
+     * Notes what the engine does when `isKept` is false: it puts in the `replacements`, or refuses
+     * the whole configuration when there are none.
+     */
     void keep(bool isKept, const std::vector<const char*>& concerned, const std::string& rule,
               const Json& replacements = nullptr) {
         if (isKept) {
