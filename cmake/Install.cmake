@@ -2,7 +2,7 @@
 # cmake --install: the client library as a CMake package and a pkg-config module, in the component
 # `displayengine`, the media client's library likewise in `media`, and the platform's stand-in in
 # the component `platform`. On a device the platform is the system's own and the last one does not
-# apply.
+# apply. InstallTools.cmake has the rest.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 

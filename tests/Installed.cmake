@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# Tests of what leaves the build: the library's symbols, and the installed package.
+# Tests of what leaves the build: the library's symbols, the installed package and tools.
 
 # Other compilers and sanitizers emit other helper symbols beside the library's own.
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_BUILD_TYPE STREQUAL Release
@@ -31,3 +31,8 @@ if(TARGET gstdisplayengine AND NOT DISPLAYENGINE_SANITIZE)
             ${PROJECT_SOURCE_DIR}/docs/pipeline.md ${PROJECT_BINARY_DIR} ${CMAKE_COMMAND})
     set_tests_properties(InstalledPipeline PROPERTIES RESOURCE_LOCK install_manifest TIMEOUT 120)
 endif()
+
+add_test(NAME InstalledTools
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/InstalledTools.sh ${PROJECT_BINARY_DIR} ${CMAKE_COMMAND}
+        ${CMAKE_CXX_COMPILER} ${PROJECT_VERSION} ${CMAKE_CROSSCOMPILING_EMULATOR})
+set_tests_properties(InstalledTools PROPERTIES RESOURCE_LOCK install_manifest TIMEOUT 240)

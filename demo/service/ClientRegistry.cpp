@@ -4,6 +4,7 @@
 #include <binder/PersistableBundle.h>
 
 #include <algorithm>
+#include <ctime>
 #include <iterator>
 
 #include "Report.h"
@@ -18,9 +19,10 @@ using com::tivora::displayengine::IDisplayEngineService;
 namespace sample {
 namespace {
 
-std::string nameOf(const std::optional<std::string>& key, pid_t pid) {
-    const std::string process = "pid=" + std::to_string(pid);
-    return key ? "key=" + printable(*key) + " " + process : process;
+constexpr size_t kMostEvents = 32;
+
+Json descriptionOf(const ClientRegistry::Key& key, pid_t pid) {
+    return key ? Json{{"key", *key}, {"pid", pid}} : Json{{"pid", pid}};
 }
 
 }  // namespace
@@ -39,7 +41,7 @@ bool ClientRegistry::add(const Key& key, const Callback& callback, pid_t pid) {
         erase(previous, "replaced");
     }
     mClients.push_back({key, pid, callback});
-    report("registered " + nameOf(key, pid));
+    note("registered " + wordsOf(descriptionOf(key, pid)));
     if (key) {
         sendState(mClients.back());
     }
@@ -61,23 +63,23 @@ bool ClientRegistry::enabled() const {
     return mEnabled;
 }
 
-std::vector<std::string> ClientRegistry::describe() const {
+Json ClientRegistry::describe() const {
     const DeMutexLock lock(mMutex);
-    std::vector<std::string> lines;
+    Json clients = Json::array();
     for (const Client& client : mClients) {
-        lines.push_back(nameOf(client.key, client.pid));
+        clients.push_back(descriptionOf(client.key, client.pid));
     }
-    return lines;
+    return {{"clients", clients}, {"events", mEvents}};
 }
 
-size_t ClientRegistry::setEnabled(bool enabled) {
+void ClientRegistry::setEnabled(bool enabled) {
     const DeMutexLock lock(mMutex);
     mEnabled = enabled;
     size_t reached = 0;
     for (const Client& client : mClients) {
         reached += sendState(client) ? 1 : 0;
     }
-    return reached;
+    note(std::string("enable ") + (enabled ? "on" : "off") + " clients=" + std::to_string(reached));
 }
 
 void ClientRegistry::binderDied(const android::wp<IBinder>& who) {
@@ -90,6 +92,18 @@ void ClientRegistry::binderDied(const android::wp<IBinder>& who) {
     }
 }
 
+void ClientRegistry::note(const std::string& event) {
+    report(event);
+    char time[32] = "";
+    const std::time_t now = std::time(nullptr);
+    std::tm utc = {};
+    std::strftime(time, sizeof(time), "%FT%TZ", gmtime_r(&now, &utc));
+    mEvents.push_back(Json{{"time", time}, {"event", event}});
+    if (mEvents.size() > kMostEvents) {
+        mEvents.erase(0);
+    }
+}
+
 bool ClientRegistry::sendState(const Client& client) const {
     android::os::PersistableBundle data;
     data.putBoolean(String16("Enable"), mEnabled);
@@ -98,7 +112,7 @@ bool ClientRegistry::sendState(const Client& client) const {
 }
 
 ClientRegistry::Iterator ClientRegistry::erase(Iterator client, const char* why) {
-    report(std::string(why) + " " + nameOf(client->key, client->pid));
+    note(std::string(why) + " " + wordsOf(descriptionOf(client->key, client->pid)));
     IInterface::asBinder(client->callback)->unlinkToDeath(this);
     return mClients.erase(client);
 }

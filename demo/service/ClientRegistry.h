@@ -11,6 +11,7 @@
 
 #include "aidl/IDisplayEngineCallback.h"
 #include "common/DeMutex.h"
+#include "tools/support/JsonText.h"
 
 namespace sample {
 
@@ -46,11 +47,11 @@ public:
 
     bool enabled() const;
 
-    /** The registered clients, one "key=K pid=P" text each ("pid=P" without a key). */
-    std::vector<std::string> describe() const;
+    /** The registered "clients", and the last "events": changes of them and of the state. */
+    Json describe() const;
 
-    /** Changes the enable state and sends it to every client; returns how many were reached. */
-    size_t setEnabled(bool enabled);
+    /** Changes the enable state and sends it to every client. */
+    void setEnabled(bool enabled);
 
     void binderDied(const android::wp<android::IBinder>& who) override;
 
@@ -62,6 +63,7 @@ private:
     };
     using Iterator = std::vector<Client>::iterator;
 
+    void note(const std::string& event) DE_REQUIRES(mMutex);
     bool sendState(const Client& client) const DE_REQUIRES(mMutex);
     Iterator erase(Iterator client, const char* why) DE_REQUIRES(mMutex);
     Iterator find(const Key& key, const Callback& callback) DE_REQUIRES(mMutex);
@@ -69,6 +71,7 @@ private:
     mutable DeMutex mMutex;
     bool mEnabled DE_GUARDED_BY(mMutex);
     std::vector<Client> mClients DE_GUARDED_BY(mMutex);
+    Json mEvents DE_GUARDED_BY(mMutex) = Json::array();
 };
 
 }  // namespace sample

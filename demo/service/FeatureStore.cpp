@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include "Report.h"
 #include "aidl/IDisplayEngineService.h"
 
 using android::String16;
@@ -128,19 +127,20 @@ int32_t FeatureStore::getEffectEx(int32_t feature, int32_t type, int32_t length,
     return 0;
 }
 
-std::vector<std::string> FeatureStore::describe() const {
+Json FeatureStore::describe() const {
     const DeMutexLock lock(mMutex);
-    std::vector<std::string> lines;
+    Json json = {{"panel_name", mPanelName}, {"video_enhancement", mSupported},
+                 {"missing", mMissing},      {"frame_rate", mFrameRate},
+                 {"cwb_forced", mCwbForced}, {"scenes", Json::array()},
+                 {"effects", Json::array()}};
     for (const auto& [scene, value] : mScenes) {
-        lines.push_back("scene=" + std::to_string(scene) + " value=" + std::to_string(value));
+        json["scenes"].push_back(Json{{"scene", scene}, {"value", value}});
     }
     for (const auto& [feature, number] : mNumbers) {
-        lines.push_back("feature=" + std::to_string(feature.first) + " type=" +
-                        std::to_string(feature.second) + " value=" + std::to_string(number.value));
+        json["effects"].push_back(
+            Json{{"feature", feature.first}, {"type", feature.second}, {"value", number.value}});
     }
-    lines.push_back("frame-rate=\"" + printable(mFrameRate) + '"');
-    lines.push_back("cwb-forced=" + std::to_string(mCwbForced));
-    return lines;
+    return json;
 }
 
 }  // namespace sample

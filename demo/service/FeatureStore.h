@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "common/DeMutex.h"
+#include "tools/support/JsonText.h"
 
 namespace sample {
 
@@ -56,8 +57,8 @@ public:
     int32_t getEffectEx(int32_t feature, int32_t type, int32_t length,
                         std::vector<int32_t>* status) const;
 
-    /** What clients have set, one "name=value ..." text each. */
-    std::vector<std::string> describe() const;
+    /** What the display has, and what clients have set. */
+    Json describe() const;
 
 private:
     struct Number {

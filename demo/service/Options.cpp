@@ -9,27 +9,6 @@
 namespace sample {
 namespace {
 
-/** The numeric configuration values, in wire order from the second on. */
-constexpr struct {
-    const char* name;
-    const char* help;
-} kConfigurationOptions[] = {
-    {"--min-width", "smallest video size that may be enhanced: width in pixels"},
-    {"--min-height", "smallest video size that may be enhanced: height in pixels"},
-    {"--max-width", "largest video size that may be enhanced: width in pixels"},
-    {"--max-height", "largest video size that may be enhanced: height in pixels"},
-    {"--max-fps", "highest frame rate that may be enhanced"},
-    {"--monitor-frames", "health monitor: frames that close one measuring interval"},
-    {"--monitor-tolerance", "health monitor: intervals in a row that may run too fast"},
-    {"--monitor-restore", "health monitor: calm intervals that lift its verdict; -1 for never"},
-    {"--abort-ms", "longest wait for one frame in milliseconds"},
-    {"--overload-ms", "processing time in milliseconds that counts as a slow frame"},
-    {"--overload-count", "slow frames that make an overload"},
-    {"--overload-period-ms", "period in milliseconds within which they make it"},
-};
-static_assert(std::size(kConfigurationOptions) + 1 == kConfigurationSize,
-              "every value but the enable state has an option");
-
 constexpr int kUsageError = 2;
 constexpr double kLongestDelaySeconds = 86400;
 
@@ -55,9 +34,10 @@ void addOptions(CLI::App* app, Options* options) {
            [options](const std::string& state) { options->configuration[0] = state == "on"; },
            "enable state to start with; on if not given")
         ->check(CLI::IsMember({"on", "off"}));
-    for (size_t i = 0; i < std::size(kConfigurationOptions); ++i) {
-        app->add_option(kConfigurationOptions[i].name, options->configuration[i + 1],
-                        kConfigurationOptions[i].help)
+    for (size_t i = 1; i < kConfigurationSize; ++i) {
+        std::string name = std::string("--") + kConfigurationValues[i].name;
+        std::replace(name.begin(), name.end(), '_', '-');
+        app->add_option(name, options->configuration[i], kConfigurationValues[i].help)
             ->capture_default_str();
     }
     app->add_option("--short-config", options->configurationSent,
@@ -93,9 +73,11 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options* opti
         "Sample display engine service. Clients find it as \"DisplayEngineService\".\n"
         "Each transaction is reported as one line on standard output. Commands on standard input:\n"
         "  enable on|off   send an Enable event to the registered clients\n"
-        "  status          report the registered clients and what clients have set\n"
+        "  status          print the state, as \"dectl dump\" does\n"
         "  quit            stop, as SIGTERM and SIGINT do",
         "displayengine-service");
+    app.set_version_flag("--version", "displayengine-service " DISPLAYENGINE_VERSION,
+                         "print the version and exit");
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return "displayengine-service: " + std::string(error.what()) +
                " (--help lists the options)\n";

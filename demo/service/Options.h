@@ -11,10 +11,9 @@
 #include <string>
 #include <vector>
 
-namespace sample {
+#include "tools/support/EngineConfiguration.h"
 
-/** Number of values in the configuration that a video engine asks for. */
-inline constexpr size_t kConfigurationSize = 13;
+namespace sample {
 
 /** A change of the enable state, timed from the moment the service is ready. */
 struct Toggle {

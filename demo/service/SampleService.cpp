@@ -3,13 +3,17 @@
 
 #include <binder/IPCThreadState.h>
 #include <ui/GraphicBuffer.h>
+#include <unistd.h>
 #include <utils/String16.h>
 #include <utils/String8.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <type_traits>
 
 #include "Report.h"
+#include "tools/support/EngineConfiguration.h"
 
 using android::sp;
 using android::String16;
@@ -34,13 +38,6 @@ void append(std::string& line, const char* name, const VALUE& value, const REST&
         line += std::to_string(value);
     }
     append(line, rest...);
-}
-
-/** Reports a transaction as one line, "NAME argument=value ...". */
-template <typename... ARGUMENTS>
-void reportCall(std::string line, const ARGUMENTS&... arguments) {
-    append(line, arguments...);
-    report(line);
 }
 
 bool hasSameShape(const android::GraphicBuffer& a, const android::GraphicBuffer& b) {
@@ -102,19 +99,47 @@ SampleService::SampleService(const Options& options)
       mFeatures(options.supported, options.panelName, options.missing),
       mClients(new ClientRegistry(options.configuration[0] == 1)) {}
 
-void SampleService::setEnabled(bool enabled) {
-    const size_t reached = mClients->setEnabled(enabled);
-    reportCall(enabled ? "enable on" : "enable off", "clients", reached);
+/** Counts a transaction, and reports it as one line, "NAME argument=value ...". */
+template <typename... ARGUMENTS>
+void SampleService::reportCall(const std::string& name, const ARGUMENTS&... arguments) {
+    {
+        const DeMutexLock lock(mMutex);
+        ++mCalls[name];
+    }
+    std::string line = name;
+    append(line, arguments...);
+    report(line);
 }
 
-void SampleService::reportStatus() const {
-    report(std::string("status enable=") + (mClients->enabled() ? "on" : "off"));
-    for (const std::string& client : mClients->describe()) {
-        report("status client " + client);
+void SampleService::setEnabled(bool enabled) {
+    mClients->setEnabled(enabled);
+}
+
+Json SampleService::state() const {
+    const std::vector<int32_t> sent = configuration();
+    Json state = {{"version", DISPLAYENGINE_VERSION},
+                  {"pid", getpid()},
+                  {"configuration", namedConfiguration(sent)},
+                  {"engine", engineConfiguration(sent).values}};
+    state.update(mClients->describe());
+    state["features"] = mFeatures.describe();
+    const DeMutexLock lock(mMutex);
+    state["transactions"] = mCalls;
+    return state;
+}
+
+android::status_t SampleService::dump(int fd, const android::Vector<String16>& arguments) {
+    const bool isJson =
+        std::find(arguments.begin(), arguments.end(), String16("--json")) != arguments.end();
+    const std::string text = isJson ? documentOf(state()) + '\n' : linesOf(state());
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t size = write(fd, text.data() + done, text.size() - done);
+        if (size < 0 && errno != EINTR) {
+            return -errno;
+        }
+        done += size > 0 ? static_cast<size_t>(size) : 0;
     }
-    for (const std::string& setting : mFeatures.describe()) {
-        report("status " + setting);
-    }
+    return android::OK;
 }
 
 Status SampleService::getSupported(int32_t feature, int32_t* result) {

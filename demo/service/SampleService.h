@@ -2,6 +2,8 @@
 // The display engine service of the sample: transactions in, answers and events out.
 #pragma once
 
+#include <map>
+#include <string>
 #include <vector>
 
 #include "ClientRegistry.h"
@@ -22,8 +24,11 @@ public:
     /** Sends an Enable event to every registered client. Any thread. */
     void setEnabled(bool enabled);
 
-    /** Reports the registered clients and what clients have set. Any thread. */
-    void reportStatus() const;
+    /** Configuration, clients, counts of transactions, features and last events. Any thread. */
+    Json state() const;
+
+    /** Writes the state to `fd`: as text, or with the argument "--json" as one JSON document. */
+    android::status_t dump(int fd, const android::Vector<android::String16>& arguments) override;
 
     using Status = android::binder::Status;
     using Bundle = android::os::PersistableBundle;
@@ -49,10 +54,15 @@ public:
 
 private:
     std::vector<int32_t> configuration() const;
+    template <typename... ARGUMENTS>
+    void reportCall(const std::string& name, const ARGUMENTS&... arguments);
 
     const std::vector<int32_t> mConfiguration; /**< Already cut to the length that is sent. */
     FeatureStore mFeatures;
     const android::sp<ClientRegistry> mClients;
+
+    mutable DeMutex mMutex;
+    std::map<std::string, uint64_t> mCalls DE_GUARDED_BY(mMutex); /**< By the operation's name. */
 };
 
 }  // namespace sample

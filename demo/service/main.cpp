@@ -49,7 +49,7 @@ void execute(const std::string& command, SampleService& service, const StopSigna
     if (command == "enable on" || command == "enable off") {
         service.setEnabled(command == "enable on");
     } else if (command == "status") {
-        service.reportStatus();
+        sample::report(linesOf(service.state()));
     } else if (command == "quit") {
         stop.request();
     } else if (!command.empty()) {

@@ -26,6 +26,6 @@ require_packages() {
 
 # What it takes to build everything, and to run what was built. GStreamer is for the plugin and the
 # player, which the build for 64-bit Arm leaves out.
-build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev
+build_packages=(cmake ninja-build g++ pkg-config libcli11-dev nlohmann-json3-dev help2man
     libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base
     gstreamer1.0-plugins-good gstreamer1.0-libav gstreamer1.0-tools)

@@ -3,12 +3,14 @@
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <utils/String16.h>
 
 #include <csignal>
 
 #include "ProgramRun.h"
 #include "aidl/UnsupportedService.h"
+#include "tools/support/JsonText.h"
 
 namespace {
 
@@ -70,8 +72,93 @@ TEST(DectlTest, FailedCallsAreToldFromAnswersWithTheSameValue) {
     dectl("watch").expectFailure(1, "the registration of a callback");
 }
 
+/** A service with a dump of its own, and another configuration than the sample service can have. */
+class DumpingService : public com::tivora::displayengine::UnsupportedService {
+public:
+    android::status_t dump(int fd, const android::Vector<android::String16>&) override {
+        return write(fd, text.data(), text.size()) < 0 ? android::UNKNOWN_ERROR : android::OK;
+    }
+    Status getSupported(int32_t, int32_t* result) override {
+        *result = 1;
+        return Status::ok();
+    }
+    Status getEffectExByData(int32_t, const android::os::PersistableBundle&,
+                             std::vector<int32_t>* status, int32_t*) override {
+        *status = config;
+        return Status::ok();
+    }
+
+    std::vector<int32_t> config = {2, 0, 0, 1, 1, 30, 31, 0, -1, 40, 50, 2, 2};
+    std::string text = "a\x1b[2J\tb\n\xff\n";
+};
+
+TEST(DectlTest, ADumpThatIsTextIsPassedOn) {
+    const android::sp<DumpingService> service = new DumpingService;
+    ASSERT_EQ(android::defaultServiceManager()->addService(
+                  android::String16("DisplayEngineService"), service),
+              android::OK);
+    android::ProcessState::self()->startThreadPool();
+    const ProgramRun run = dectl("dump");
+    EXPECT_EQ(run.output, "a?[2J\tb\n\xff");
+    EXPECT_EQ(run.error,
+              "dectl: warning: enable=2 breaks the rule switch (1 for on, 0 for off): the engine "
+              "takes enable=0\n"
+              "dectl: warning: overload_ms=50 abort_ms=40 breaks the rule time-limits (2 <= "
+              "overload_ms <= abort_ms): the engine takes overload_ms=33 abort_ms=34\n");
+    service->config[1] = 1;
+    EXPECT_EQ(dectl("video").error,
+              "dectl: warning: min_width=1 max_width=1 breaks the rule width-range (0 <= min_width "
+              "< max_width): the engine refuses the configuration\n");
+    dectl("dump --json").expectFailure(1, "a dump of its state: it has written no JSON");
+    service->text = "";
+    dectl("dump").expectFailure(1, "a dump of its state: it has written nothing");
+}
+
+TEST(DectlTest, WarnsOfWhatTheEngineRefusesOrReplaces) {
+    const struct {
+        const char* options;
+        Strings rules;
+    } cases[] = {
+        {"--enable off --min-width 1 --min-height 2 --max-width 3 --max-height 4 --max-fps 5 "
+         "--monitor-frames 6 --monitor-tolerance 7 --monitor-restore -8 --abort-ms 210 "
+         "--overload-ms 209 --overload-count 11 --overload-period-ms 12",
+         {}},
+        {"--min-width 720 --min-height -1 --max-fps 1 --overload-ms 50",
+         {"width-range", "height-range", "frame-rate"}},
+        {"--short-config 12", {"length"}},
+        {"--overload-ms 50 --max-fps 60 --monitor-frames 60", {"monitor-rate", "time-limits"}},
+        {"--max-fps 2147483647 --monitor-tolerance -1 --overload-ms 1 --overload-count 1 "
+         "--overload-period-ms 1",
+         {"monitor-rate", "monitor-tolerance", "time-limits", "overload-count", "overload-period"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.options);
+        Service service(words(c.options));
+        const ProgramRun run = dectl("dump --json");
+        Strings rules;
+        for (size_t at = 0; (at = run.error.find(" rule ", at)) != std::string::npos;) {
+            at += 6;
+            rules.push_back(run.error.substr(at, run.error.find(" (", at) - at));
+        }
+        EXPECT_EQ(rules, c.rules);
+        EXPECT_EQ(run.error, dectl("video").error);
+        // The engine itself logs the values that it takes.
+        const Json engine = Json::parse(run.output)["engine"];
+        std::string log = engine.is_null()
+                              ? "Invalid input: "
+                              : "enable:# rect:{ min:#x# max:#x# } maxFps:# monitor:{ maxFps:# "
+                                "tolerance:# restore:# } timeout:{ abort:#ms overload:#ms "
+                                "tolerance:#/#ms }";
+        for (const auto& [name, value] : engine.items()) {
+            log.replace(log.find('#'), 1, value.dump());
+        }
+        const std::string logged = dectl("video --verbose").error;
+        EXPECT_NE(logged.find(log), std::string::npos) << log << '\n' << logged;
+    }
+}
+
 TEST(DectlTest, WithoutServiceOrSenseTheCodeIsTwo) {
-    for (const char* command : {"reading", "video", "--json watch"}) {
+    for (const char* command : {"reading", "video", "--json watch", "dump"}) {
         dectl(command).expectFailure(2, "the display engine service is not running");
     }
     for (const char* arguments :
@@ -82,20 +169,13 @@ TEST(DectlTest, WithoutServiceOrSenseTheCodeIsTwo) {
     dectl("reading", {"DISPLAYENGINE_RUNTIME_DIR=/dev/null"})
         .expectFailure(2, "/dev/null cannot be used (");
     EXPECT_EQ(dectl("--help").code, 0);
+    EXPECT_EQ(dectl("--version").output, "dectl " DISPLAYENGINE_VERSION);
 }
 
-TEST(DectlTest, VerboseShowsTheWholeLogAndAMissingPropertiesFileOnce) {
-    Service service(
-        words("--enable off --min-width 1 --min-height 2 --max-width 3 --max-height 4 --max-fps 5 "
-              "--monitor-frames 6 --monitor-tolerance 7 --monitor-restore -8 --abort-ms 210 "
-              "--overload-ms 209 --overload-count 11 --overload-period-ms 12"));
+TEST(DectlTest, VerboseNamesAMissingPropertiesFileOnce) {
+    Service service;
     const std::string error =
         dectl("video --verbose", {"DISPLAYENGINE_PROPERTIES=/no/such/file"}).error;
-    EXPECT_NE(error.find("enable:0 rect:{ min:1x2 max:3x4 } maxFps:5 monitor:{ maxFps:6 "
-                         "tolerance:7 restore:-8 } timeout:{ abort:210ms overload:209ms "
-                         "tolerance:11/12ms }"),
-              std::string::npos)
-        << error;
     EXPECT_NE(error.find("/no/such/file"), std::string::npos) << error;
     EXPECT_EQ(error.find("/no/such/file"), error.rfind("/no/such/file")) << error;
 }
@@ -103,7 +183,8 @@ TEST(DectlTest, VerboseShowsTheWholeLogAndAMissingPropertiesFileOnce) {
 TEST(DectlTest, AStoppedServiceDoesNotAnswer) {
     Service service;
     service.kill(SIGSTOP);
-    for (const char* command : {"reading --timeout 0.1", "watch --timeout 0.1"}) {
+    for (const char* command :
+         {"reading --timeout 0.1", "watch --timeout 0.1", "dump --timeout 0.1"}) {
         dectl(command).expectFailure(2, "the display engine service does not answer");
     }
 }
@@ -125,6 +206,12 @@ TEST(DectlTest, WatchPrintsEventsUntilItOrTheServiceEnds) {
     service.writeLine("enable off");
     EXPECT_EQ(plain.readLine(), "event=3 Enable=false");
     EXPECT_EQ(json.readLine(), R"({"event":3,"data":{"Enable":false}})");
+    const std::string dump = dectl("dump").output;
+    for (const std::string& line :
+         {"clients:\n  pid=" + std::to_string(plain.pid()) + "\n",
+          std::string(" event=enable off clients=2\n"), std::string("registerCallback: 3")}) {
+        EXPECT_NE(dump.find(line), std::string::npos) << line << dump;
+    }
     plain.kill(SIGINT);
     EXPECT_EQ(plain.wait(), 0);
     awaitReport("withdrawn", plain);

@@ -37,6 +37,8 @@ TEST(DemoServiceTest, AKeyHasOneCallbackAndItIsToldTheState) {
     }
     program.writeLine("enable on");
     EXPECT_TRUE(program.waitForLine("enable on clients=2"));
+    program.writeLine("status");
+    EXPECT_TRUE(program.waitForLine(" " + self));
     EXPECT_TRUE(service->unregisterCallbackEx(registration("a b")).isOk());
     EXPECT_TRUE(program.waitForLine("withdrawn" + self));
     EXPECT_FALSE(service->unregisterCallbackEx(registration("a b")).isOk());

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The sample processing library: the order of its entries and its cancel.
+// The sample processing library: the order of its entries and its cancel. But for the slow frame,
+// the template for makers is held to the same.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -27,11 +28,16 @@ protected:
 };
 
 TEST_F(SampleProcessingTest, KeepsTheOrderOfItsEntriesAndCancelsTheNamedFrameOnly) {
+    const int32_t level = 1;
+    EXPECT_EQ(AisrSetParam(&mContext, AISR_TAG_SET_LOG_LEVEL, &level, sizeof(level)), AISR_SUCCESS);
     EXPECT_EQ(AisrProcess(&mContext), AISR_ERR_FATAL);
     EXPECT_EQ(submit(), AISR_ERR_FATAL);
+    EXPECT_EQ(cancel(1, 7), AISR_ERR_FATAL);
     EXPECT_EQ(AisrInit(&mContext), AISR_SUCCESS);
     EXPECT_EQ(AisrInit(&mContext), AISR_ERR_FATAL);
     EXPECT_EQ(AisrProcess(&mContext), AISR_ERR_BUF_COPY) << "nothing was submitted";
+    EXPECT_EQ(AisrSetParam(&mContext, AISR_TAG_NUM, &mList, sizeof(mList)), AISR_ERR_FATAL);
+    EXPECT_EQ(AisrSetParam(&mContext, AISR_TAG_SET_BUF, &mList, 32), AISR_ERR_FATAL);
     for (const auto& [id, idx] : {std::pair{1U, 7U}, {1U, 4U}, {2U, 7U}}) {
         EXPECT_EQ(cancel(id, idx), AISR_SUCCESS);
         EXPECT_EQ(submit(), AISR_SUCCESS);

@@ -80,7 +80,7 @@ Outcome setCwb(Session& session) {
 Outcome readVideo(Session& session) {
     const bool isSupported = session.display->isVideoEngineSupported();
     const bool isOn = session.display->getVideoAppConfig();
-    return {{{"supported", isSupported}, {"on", isOn}}, {}};
+    return {{{"supported", isSupported}, {"on", isOn}}, {}, {}, configurationWarnings(session)};
 }
 
 void addLevels(CLI::App* command, Arguments* arguments) {
@@ -124,6 +124,7 @@ constexpr Entry kEntries[] = {
     {"frame-rate", "set the frame rate", setFrameRate, addFrameRate},
     {"cwb", "switch the CWB force-enable", setCwb, addSwitch},
     {"video", "whether video enhancement is supported, and on", readVideo, nullptr},
+    {"dump", "the state that the service describes", dumpState, nullptr},
     {"watch", "print the service's events, one a line, until interrupted", watchEvents, nullptr},
 };
 

@@ -20,4 +20,13 @@ void addCommands(CLI::App* app, Options* options);
  */
 Outcome watchEvents(Session& session);
 
+/** Asks the service for a description of its state, by binder's own call. */
+Outcome dumpState(Session& session);
+
+/**
+ * What an engine would refuse or replace of the configuration that the service gives; empty when
+ * the service does not support video enhancement, for then no engine asks.
+ */
+std::vector<std::string> configurationWarnings(Session& session);
+
 }  // namespace control

@@ -15,6 +15,7 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options* opti
         "line.");
     app.require_subcommand(0, 1);  // with none, a wrong word is named below
     app.fallthrough();             // options may follow the command
+    app.set_version_flag("--version", "dectl " DISPLAYENGINE_VERSION, "print the version and exit");
     app.add_flag("--json", options->isJson, "print JSON, one document a line");
     app.add_flag("--verbose", options->isVerbose, "show the library's whole log on standard error");
     app.add_option("--timeout", options->timeout, "seconds to wait for the service")
@@ -26,7 +27,7 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options* opti
         if (options->command == nullptr) {
             throw CLI::RequiredError("A command");
         }
-    } catch (const CLI::CallForHelp& help) {
+    } catch (const CLI::Success& help) {
         return app.exit(help);
     } catch (const CLI::ParseError& error) {
         std::cerr << "dectl: " << error.what() << " (--help lists the commands)" << std::endl;

@@ -1,46 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Output.h"
 
+#include <algorithm>
 #include <iostream>
 #include <string>
 
 namespace control {
-namespace {
-
-/** Bytes that are not UTF-8 come out as U+FFFD, for JSON has no other text. */
-std::string documentOf(const Json& value) {
-    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-std::string plain(const Json& value) {
-    const std::string document = documentOf(value);
-    return value.is_string() ? document.substr(1, document.size() - 2) : document;
-}
-
-std::string words(const Json& object) {
-    std::string line;
-    for (const auto& [name, value] : object.items()) {
-        line += line.empty() ? "" : " ";
-        line += value.is_object() ? words(value) : name + "=" + plain(value);
-    }
-    return line;
-}
-
-}  // namespace
 
 void Output::printValues(const Json& values) const {
     if (mIsJson) {
         std::cout << documentOf(values) << '\n';
-        return;
-    }
-    for (const auto& [name, value] : values.items()) {
-        std::cout << name << ": " << plain(value) << '\n';
+    } else if (values.is_string()) {
+        std::string text = values;
+        const auto isControl = [](unsigned char c) {
+            return (c < 0x20 && c != '\n' && c != '\t') || c == 0x7F;
+        };
+        std::replace_if(text.begin(), text.end(), isControl, '?');
+        std::cout << text << (text.back() == '\n' ? "" : "\n");
+    } else {
+        std::cout << linesOf(values);
     }
 }
 
 void Output::printEvent(const Json& event) const {
     // Flushed for each event: a script reads along.
-    std::cout << (mIsJson ? documentOf(event) : words(event)) << std::endl;
+    std::cout << (mIsJson ? documentOf(event) : wordsOf(event)) << std::endl;
 }
 
 }  // namespace control

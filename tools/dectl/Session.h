@@ -39,10 +39,11 @@ struct Session {
 };
 
 struct Outcome {
-    Json values;         /**< What to print: named values, or null for nothing. */
+    Json values;         /**< What to print: named values, a text, or null for nothing. */
     std::string refusal; /**< What the service refused; empty when it did not. */
     std::function<void()> watch =
         {}; /**< The rest of the command, which takes as long as it likes. */
+    std::vector<std::string> warnings = {}; /**< What the caller should know, when it was done. */
 };
 
 /** Calls the service and waits for it. May miss a failure that the library only logs. */

@@ -50,6 +50,9 @@ int run(const Options& options) {
     if (hasLoggedFailure()) {
         return fail(kRefused, "the service refused (--verbose shows the library's log)");
     }
+    for (const std::string& warning : outcome.warnings) {
+        std::cerr << "dectl: warning: " << warning << std::endl;
+    }
     if (!outcome.values.is_null()) {
         session.output.printValues(outcome.values);
     }
