@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "media/EngineMessages.h"
 
-#include <cstdint>
+#include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "common/DeMutex.h"
+#include "common/DisplayEngineCleanCommon.h"
 #include "media/HeldFrames.h"
+#include "media/LogTap.h"
 
 namespace displayengine::media::messages {
 namespace {
 
-using logtap::Message;
 using std::string_view;
 
 thread_local Result* tCall = nullptr;
@@ -23,12 +23,23 @@ struct Text : std::string {
     using std::string::operator=;
 };
 
+/** What is known of a condition. */
+struct ConditionNote {
+    string_view start; /**< Of the messages about it; "1" for met comes behind. */
+    Reason reason;     /**< If it is not met. */
+    string_view unknown;
+    string_view unmet;
+    bool isMet = false;
+    Text text = {}; /**< Empty if nothing was said yet. */
+};
+
 /** What is remembered. */
 struct Notes {
-    struct {
-        bool isMet = false;
-        Text text; /**< Empty if nothing was said yet. */
-    } conditions[kConditions] DE_GUARDED_BY(mutex);
+    ConditionNote conditions[kConditions] DE_GUARDED_BY(mutex) = {
+        {"mIsEnhance[EN_COND_RECT]:", Reason::kSize, "no size has been reported",
+         "the size is outside the service's range, "},
+        {"mIsEnhance[EN_COND_FPS]:", Reason::kRate, "no frame rate has been reported",
+         "the frame rate is above the service's ceiling, "}};
     std::optional<Limits> limits DE_GUARDED_BY(mutex);
     Wanted bringUp DE_GUARDED_BY(mutex){Reason::kNotStarted,
                                         "the engine did not come up before the first session"};
@@ -38,7 +49,6 @@ struct Notes {
     Text notReady DE_GUARDED_BY(mutex);  /**< Why the library did not start last. */
     Text status DE_GUARDED_BY(mutex);    /**< The adapter's words on the worker's frame. */
     Text failure DE_GUARDED_BY(mutex);   /**< The same of the last frame that failed. */
-    Text success DE_GUARDED_BY(mutex);   /**< Stays empty. */
     DeMutex mutex;
 };
 /** Never destroyed, since messages come while the process exits. */
@@ -49,8 +59,9 @@ constexpr struct {
     string_view function;
     string_view part;
     Outcome outcome;
-    Text Notes::*text = nullptr; /**< What is told of it: null for the message itself. */
+    Text Notes::*text = nullptr; /**< Tells more than the message, unless it is empty. */
 } kVerdicts[] = {
+    {"getReady", "the worker", Outcome::kRefusedNotReady},
     {"getReady", "", Outcome::kRefusedNotReady, &Notes::notReady},
     {"isReady", "", Outcome::kRefusedNotReady, &Notes::notReady},
     {"enhance", "Invalid input:", Outcome::kRefusedInvalid},
@@ -59,58 +70,38 @@ constexpr struct {
     {"isUnhealthy", "monitor restore:0", Outcome::kRefusedUnhealthy},
     {"enhance", "Tasks is not empty!", Outcome::kRefusedBusy},
     {"enhance", " expired ", Outcome::kExpired},
-    {"enhance", " return 0", Outcome::kProcessed, &Notes::success},
+    {"enhance", " return 0", Outcome::kProcessed},
     {"enhance", " return ", Outcome::kFailed, &Notes::failure},
-};
-
-/** How the messages about a condition begin, and what is told of it. */
-constexpr struct {
-    string_view start;
-    Reason reason;
-    string_view unknown;
-    string_view unmet;
-} kConditionWords[kConditions] = {
-    {"mIsEnhance[EN_COND_RECT]:", Reason::kSize, "no size has been reported",
-     "the size is outside the service's range, "},
-    {"mIsEnhance[EN_COND_FPS]:", Reason::kRate, "no frame rate has been reported",
-     "the frame rate is above the service's ceiling, "},
 };
 
 bool contains(string_view text, string_view part) {
     return text.find(part) != string_view::npos;
 }
 
-/** The number behind `key`, or 0. The text ends in a NUL, as all messages do. */
-uint64_t numberBehind(string_view key, string_view text, int base) {
-    const size_t at = text.find(key);
-    return at == string_view::npos ? 0
-                                   : std::strtoull(text.data() + at + key.size(), nullptr, base);
-}
-
 /** The outcome first: it stays when there is no memory for the text. */
 void judge(Outcome outcome, string_view text) {
     tCall->outcome = outcome;
     tCall->text.clear();
-    tCall->text = text;
+    tCall->text = outcome == Outcome::kProcessed ? "" : text;
 }
 
-void readCall(const Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
+void readCall(const Notes& it, string_view function, string_view text) DE_REQUIRES(it.mutex) {
     for (const auto& verdict : kVerdicts) {
-        if (message.function == verdict.function && contains(message.text, verdict.part)) {
-            const Text Notes::*const text = verdict.text;
-            return judge(verdict.outcome, text == nullptr ? message.text : string_view(it.*text));
+        if (function == verdict.function && contains(text, verdict.part)) {
+            const bool isOwn = verdict.text == nullptr || (it.*verdict.text).empty();
+            return judge(verdict.outcome, isOwn ? text : it.*verdict.text);
         }
     }
 }
 
 void readCondition(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
     constexpr string_view kReason = ". Because ";
-    for (size_t i = 0; i < kConditions; ++i) {
-        const auto& [start, reason, unknown, unmet] = kConditionWords[i];
-        if (text.substr(0, start.size()) == start) {
-            it.conditions[i].isMet = text.substr(start.size(), 1) == "1";
-            it.conditions[i].text = unmet;
-            it.conditions[i].text += text.substr(text.rfind(kReason) + kReason.size());
+    for (ConditionNote& condition : it.conditions) {
+        const size_t length = condition.start.size();
+        if (text.substr(0, length) == condition.start) {
+            condition.isMet = text.substr(length, 1) == "1";
+            condition.text = condition.unmet;
+            condition.text += text.substr(text.rfind(kReason) + kReason.size());
         }
     }
 }
@@ -126,12 +117,12 @@ void readConfiguration(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
     }
 }
 
-void readEngine(Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
-    const auto& [tag, function, text, isWarning] = message;
+void readEngine(Notes& it, string_view function, string_view text, bool isWarning)
+    DE_REQUIRES(it.mutex) {
     if (function == "doEnhance") {
         if (isWarning) {
             // A frame may have failed without the adapter's words, as by an exception.
-            it.failure = it.status.empty() ? text : string_view(it.status);
+            it.failure = it.status.empty() ? text : it.status;
         }
         it.status.clear();
     } else if (function == "updateEnhance") {
@@ -141,16 +132,11 @@ void readEngine(Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
         it.monitor = isHealthy ? "" : text;
     } else if (function == "getConfig" && !isWarning) {
         readConfiguration(it, text);
-    } else if (function == "getReady" || function == "isReady") {
-        // The adapter has told more about the library, perhaps at an earlier attempt.
-        if (it.notReady.empty() || contains(text, "the worker")) {
-            it.notReady = text;
-        }
-    } else if (isWarning) {
+    } else if (tCall == nullptr && isWarning) {
         it.trouble = text;
     }
     if (tCall != nullptr) {
-        readCall(it, message);
+        readCall(it, function, text);
     }
 }
 
@@ -159,8 +145,7 @@ void readAdapter(Notes& it, string_view function, string_view text) DE_REQUIRES(
     if (function == "openLibrary" || function == "loadLibrary" || function == "init") {
         it.notReady = text;
     } else if (tCall == nullptr && (function == "enhance" || function == "setParam")) {
-        const bool isConsequence = contains(text, "Retry init()");
-        it.status = isConsequence ? string_view(it.notReady) : text;
+        it.status = contains(text, "Retry init()") ? it.notReady : text;
     }
 }
 
@@ -183,11 +168,9 @@ void readFacade(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
 
 /** A call for a frame has ended without a verdict. The monitor gives one only now and then. */
 void readProbe(const Notes& it) DE_REQUIRES(it.mutex) {
-    if (tCall != nullptr && !it.monitor.empty() && logtap::isOn()) {
-        judge(Outcome::kRefusedUnhealthy, it.monitor);
-    } else if (tCall != nullptr) {
-        judge(Outcome::kUnknown, "the engine said nothing");
-    }
+    const bool isRefused = !it.monitor.empty() && g_delogdEnable && g_delogiEnable;
+    judge(isRefused ? Outcome::kRefusedUnhealthy : Outcome::kUnknown,
+          isRefused ? it.monitor : string_view("the engine said nothing"));
 }
 
 }  // namespace
@@ -196,27 +179,32 @@ void setCall(Result* call) {
     tCall = call;
 }
 
-void read(const Message& message) {
-    const auto& [tag, function, text, isWarning] = message;
-    if (tag == logtap::kEngineTag && function == "doEnhance") {
-        // The worker's, which tells that the processing library has returned from the frame.
-        // Without memory for its name, the next one tells the same.
-        const uint64_t id = numberBehind("{ id=", text, 16);
-        if (id != 0) {
-            heldframes::done(id, numberBehind(" idx=", text, 10));
-        }
+void read(string_view tag, string_view message, bool isWarning) {
+    // The library's read "function:line: text".
+    const size_t colon = message.find(':');
+    const size_t end = message.find(": ", colon + 1);
+    const string_view function = message.substr(0, colon);
+    const string_view text = end == string_view::npos ? message : message.substr(end + 2);
+    const bool isEngines = tag == "DE N AISR";
+    uint64_t id = 0;
+    uint64_t idx = 0;
+    // The worker's message, which tells that the processing library has returned from the frame.
+    // Without memory for its name, the next one tells the same.
+    if (isEngines && function == "doEnhance" &&
+        std::sscanf(text.data(), "%*[^{]{ id=%" SCNx64 " idx=%" SCNu64, &id, &idx) == 2) {
+        heldframes::done(id, idx);
     }
     const DeMutexLock lock(gNotes.mutex);
-    if (tag == logtap::kEngineTag) {
-        readEngine(gNotes, message);
-    } else if (tag == logtap::kProbeTag) {
+    if (isEngines) {
+        readEngine(gNotes, function, text, isWarning);
+    } else if (tag == logtap::kProbeTag && tCall != nullptr) {
         readProbe(gNotes);
-    } else if (tag == logtap::kFacadeTag && isWarning) {
+    } else if (tag == "DE N VideoEngine" && isWarning) {
         readFacade(gNotes, text);
-    } else if (tag == logtap::kAdapterTag && isWarning) {
+    } else if (tag == "DE N AISRAlgo" && isWarning) {
         readAdapter(gNotes, function, text);
-    } else if (tag == logtap::kBinderTag && isWarning) {
-        gNotes.transport = text;
+    } else if (tag == "binder" && isWarning) {
+        gNotes.transport = message;
     }
 }
 
@@ -239,11 +227,10 @@ std::optional<Limits> limits() {
 
 void explainConditions(Wanted* wanted) {
     const DeMutexLock lock(gNotes.mutex);
-    for (size_t i = 0; i < kConditions; ++i) {
-        const auto& [isMet, text] = gNotes.conditions[i];
-        if (!isMet || text.empty()) {
-            wanted->reason = kConditionWords[i].reason;
-            wanted->text = text.empty() ? kConditionWords[i].unknown : string_view(text);
+    for (const ConditionNote& condition : gNotes.conditions) {
+        if (!condition.isMet || condition.text.empty()) {
+            wanted->reason = condition.reason;
+            wanted->text = condition.text.empty() ? condition.unknown : condition.text;
             return;
         }
     }

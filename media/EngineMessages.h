@@ -2,8 +2,8 @@
 #pragma once
 
 #include <optional>
+#include <string_view>
 
-#include "media/LogTap.h"
 #include "media/VideoSession.h"
 
 /**
@@ -15,8 +15,9 @@ namespace displayengine::media::messages {
 /** The conditions that a session reports values for. */
 enum Condition { kSizeCondition, kRateCondition, kConditions };
 
-/** May throw, without memory for a text; what the text was for is taken in all the same. */
-void read(const logtap::Message& message);
+/** Takes a message of the process. May throw, without memory for a text; what the text was for is
+ * taken in all the same. */
+void read(std::string_view tag, std::string_view message, bool isWarning);
 /** Takes the outcome of this thread's call for a frame, and its text; null for no call. */
 void setCall(Result* call);
 

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <atomic>
 #include <iterator>
-#include <optional>
 
 #include "common/DeMutex.h"
 #include "media/LogTap.h"
@@ -15,8 +14,10 @@ namespace {
 DeMutex gMutex;
 /** In the order of their offers. Never destroyed: the worker names frames also at the exit. */
 Slot& gFrames DE_GUARDED_BY(gMutex) = *new Slot;
-uint64_t gOfferedId DE_GUARDED_BY(gMutex) = 0; /**< Stream of the offer under way, or 0. */
-std::optional<uint64_t> gOfferedDone DE_GUARDED_BY(gMutex); /**< What the worker did of it. */
+// What the worker has named last of the frames that are not held, since an offer has ended; 0 for
+// none. If it is the frame of the offer under way, all earlier ones are done as well.
+uint64_t gNamedId DE_GUARDED_BY(gMutex) = 0;
+uint64_t gNamedIdx DE_GUARDED_BY(gMutex) = 0;
 std::atomic<size_t> gCount{0};
 std::atomic<bool> gIsStopped{false};
 
@@ -36,28 +37,20 @@ void releaseAll(Slot& ready) {
 
 }  // namespace
 
-void begin(uint64_t id) {
-    const DeMutexLock lock(gMutex);
-    gOfferedId = id;
-    gOfferedDone.reset();
-}
-
 void finish(Slot& slot, Outcome outcome) {
     const Frame& frame = slot.front();
-    const bool isDone = outcome == Outcome::kProcessed || outcome == Outcome::kFailed;
-    const bool mayBeWritten = outcome == Outcome::kExpired || outcome == Outcome::kUnknown;
     Slot earlier;
     {
         const DeMutexLock lock(gMutex);
-        gOfferedId = 0;
-        if (mayBeWritten && (frame.idx == kNoIndex || gOfferedDone != frame.idx)) {
+        const bool isNamed = gNamedId == frame.id && gNamedIdx == frame.idx;
+        gNamedId = 0;
+        if (isNamed || outcome == Outcome::kProcessed || outcome == Outcome::kFailed) {
+            earlier.swap(gFrames);
+        } else if (outcome == Outcome::kExpired || outcome == Outcome::kUnknown) {
             ++gCount;
             logtap::acquire();  // For the message that will name it.
             gFrames.splice(gFrames.end(), slot);
             return;
-        }
-        if (isDone) {
-            earlier.swap(gFrames);
         }
     }
     releaseAll(earlier);
@@ -73,9 +66,9 @@ void done(uint64_t id, uint64_t idx) {
         });
         if (found != gFrames.end()) {
             ready.splice(ready.end(), gFrames, gFrames.begin(), std::next(found));
-        } else if (id == gOfferedId) {
-            gOfferedDone = idx;
-            ready.swap(gFrames);
+        } else {
+            gNamedId = id;
+            gNamedIdx = idx;
         }
     }
     releaseAll(ready);

@@ -26,9 +26,7 @@ struct Frame {
 /** A list of one, made before the offer: to hold a frame takes no memory. */
 using Slot = std::list<Frame>;
 
-/** A frame of that stream is about to be offered. */
-void begin(uint64_t id);
-/** Its call has returned: holds the frame, and empties the slot, or releases it. */
+/** The call for it has returned: holds the frame, and empties the slot, or releases it. */
 void finish(Slot& slot, Outcome outcome);
 /** The worker is done with that frame. */
 void done(uint64_t id, uint64_t idx);

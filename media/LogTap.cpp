@@ -11,9 +11,8 @@
 namespace displayengine::media::logtap {
 namespace {
 
-constexpr std::string_view kCommonTag = "DE N DECC";
-constexpr std::string_view kLibraryTags[] = {kEngineTag, kAdapterTag, kFacadeTag, kCommonTag,
-                                             "DE N DEM"};
+constexpr std::string_view kLibraryTags[] = {"DE N AISR", "DE N AISRAlgo", "DE N VideoEngine",
+                                             "DE N DECC", "DE N DEM"};
 
 // Messages come until the process has ended, so nothing here is ever destroyed.
 std::atomic<__android_logger_function> gNext{__android_log_stderr_logger};
@@ -27,41 +26,27 @@ bool gIsInfoWanted DE_GUARDED_BY(gMutex) = false;
 /** Debug and info messages cannot be told apart, so they are hidden when neither is wanted. */
 std::atomic<bool> gHides{false};
 
-/** A message of the library reads "function:line: text". */
-Message split(std::string_view tag, std::string_view message, bool isWarning) {
-    const size_t colon = message.find(':');
-    const size_t end = colon == std::string_view::npos ? colon : message.find(": ", colon + 1);
-    if (end == std::string_view::npos || tag == kBinderTag) {
-        return {tag, {}, message, isWarning};
-    }
-    return {tag, message.substr(0, colon), message.substr(end + 2), isWarning};
-}
-
-/** A new manager sets the switches from properties, and says so just before. */
-void noteReset(const Message& message) {
-    const DeMutexLock lock(gMutex);
-    if (gUserCount > 0) {
-        gIsDebugWanted = gIsInfoWanted = message.text.find("=1") != std::string_view::npos;
-        gHides = !gIsDebugWanted;
-    }
-}
-
 void receive(const __android_log_message* whole) {
     const std::string_view tag = whole->tag != nullptr ? whole->tag : "";
-    const std::string_view text = whole->message != nullptr ? whole->message : "";
-    const Message message = split(tag, text, whole->priority >= ANDROID_LOG_WARN);
+    const std::string_view message = whole->message != nullptr ? whole->message : "";
+    const bool isWarning = whole->priority >= ANDROID_LOG_WARN;
     const auto end = std::end(kLibraryTags);
     // The verbose switch stays its user's own.
-    const bool isRaised = !message.isWarning && text.substr(0, 5) != "LOGV " &&
+    const bool isRaised = !isWarning && message.substr(0, 5) != "LOGV " &&
                           std::find(std::begin(kLibraryTags), end, tag) != end;
     const bool isHidden = tag == kProbeTag || (isRaised && gHides.load(std::memory_order_relaxed));
     try {
-        gReader.load()(message);
+        gReader.load()(tag, message, isWarning);
     } catch (...) {
         // No memory for a text.
     }
-    if (tag == kCommonTag && message.function == "initLogSwitch") {
-        noteReset(message);
+    if (tag == "DE N DECC" && message.substr(0, 14) == "initLogSwitch:") {
+        // A new manager sets the switches from properties, and says so just before.
+        const DeMutexLock lock(gMutex);
+        if (gUserCount > 0) {
+            gIsDebugWanted = gIsInfoWanted = message.find("=1") != std::string_view::npos;
+            gHides = !gIsDebugWanted;
+        }
     }
     if (!isHidden) {
         gNext.load()(whole);
@@ -106,11 +91,6 @@ void keepOn() {
     if (gUserCount > 0) {
         raise();
     }
-}
-
-bool isOn() {
-    return g_delogdEnable.load(std::memory_order_relaxed) &&
-           g_delogiEnable.load(std::memory_order_relaxed);
 }
 
 }  // namespace displayengine::media::logtap

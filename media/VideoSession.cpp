@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <utility>
 
 #include "client/DisplayEngineManager.h"
@@ -17,24 +18,13 @@
 #include "media/LogTap.h"
 
 namespace displayengine::media {
-namespace {
-
-std::atomic<uint32_t> gStreamCount{0};
-
-/** Streams of the process count up, and no other process has the same. */
-uint64_t nextStreamId() {
-    return uint64_t{static_cast<uint32_t>(getpid())} << 32 | ++gStreamCount;
-}
-
-}  // namespace
-
 /** What the operations of a session share. */
 struct SessionState {
-    const android::sp<DisplayEngineManager> manager = new DisplayEngineManager;
+    android::sp<DisplayEngineManager> manager;
     std::atomic<bool> isClosed{false};
     /** Held during an offer: frames have to reach the engine in the order of their streams. */
     DeMutex offerMutex;
-    uint64_t streamId DE_GUARDED_BY(offerMutex) = nextStreamId();
+    uint64_t streamId DE_GUARDED_BY(offerMutex) = 0;
 };
 
 namespace {
@@ -50,11 +40,6 @@ void noThrow(BODY body) {
         // What `body` has set so far stands.
     }
 }
-
-/** Built after the engine, so that it ends before it: what a release uses may end next. */
-struct ExitMark {
-    ~ExitMark() { heldframes::stop(); }
-};
 
 /**
  * The engine says nothing of a value that it has already, and its verdict may come from before the
@@ -118,7 +103,9 @@ std::unique_ptr<VideoSession> VideoSession::open(const Options& options, std::st
     noThrow([&] {
         if (!isTaken) {
             logtap::install(options.nextLogger, messages::read);
-            session.reset(new VideoSession(std::make_unique<SessionState>()));
+            auto state = std::make_unique<SessionState>();
+            state->manager = new DisplayEngineManager;
+            session.reset(new VideoSession(std::move(state)));
             session->start(options);
         } else if (why != nullptr) {
             *why = "another video session of this process is open";
@@ -136,9 +123,11 @@ std::unique_ptr<VideoSession> VideoSession::open(const Options& options, std::st
 void VideoSession::start(const Options& options) {
     messages::forgetConditions();
     logtap::acquire();
+    restartStream();
     android::ProcessState::self()->startThreadPool();
     mState->manager->onVideoAppStart();
-    static const ExitMark exitMark;
+    // Registered after the engine's end, so it comes first: what a release uses may end next.
+    [[maybe_unused]] static const int isRegistered = std::atexit(heldframes::stop);
     mState->manager->onVideoStart();
     setSize(options.width, options.height);
     setFrameRate(options.fps);
@@ -146,17 +135,15 @@ void VideoSession::start(const Options& options) {
 
 void VideoSession::setSize(int32_t width, int32_t height) {
     if (!mState->isClosed && width >= 1 && height >= 1) {
-        const int32_t other = width == 1 ? 2 : width - 1;
         report(messages::kSizeCondition, [&](bool isOther) {
-            mState->manager->setVideoRect(isOther ? other : width, height);
+            mState->manager->setVideoRect(isOther ? width % 2 + 1 : width, height);
         });
     }
 }
 
 void VideoSession::setFrameRate(double fps) {
-    constexpr double kHighest = 1'000'000;
     if (!mState->isClosed && fps > 0) {
-        const int rate = std::max(1, static_cast<int>(std::lround(std::min(fps, kHighest))));
+        const int rate = static_cast<int>(std::lround(std::clamp(fps, 1.0, 1e6)));
         report(messages::kRateCondition, [&](bool isOther) {
             mState->manager->setVideoFrameRate(isOther ? rate + 1 : rate);
         });
@@ -164,8 +151,10 @@ void VideoSession::setFrameRate(double fps) {
 }
 
 void VideoSession::restartStream() {
+    // The streams of the process count up, and no other process has the same.
+    static std::atomic<uint32_t> count{0};
     const DeMutexLock lock(mState->offerMutex);
-    mState->streamId = nextStreamId();
+    mState->streamId = uint64_t{static_cast<uint32_t>(getpid())} << 32 | ++count;
 }
 
 Wanted VideoSession::wanted() const {
@@ -175,14 +164,12 @@ Wanted VideoSession::wanted() const {
         if (mState->isClosed) {
             wanted.reason = Reason::kClosed;
             wanted.text = "the session is closed";
-        } else if (mState->manager->needVideoEnhance()) {
-            return;
         } else if (!mState->manager->isVideoEngineSupported()) {
             messages::explainBringUp(&wanted);
         } else if (!mState->manager->getVideoAppConfig()) {
             wanted.reason = Reason::kSwitchedOff;
             wanted.text = "enhancement is switched off for this process";
-        } else {
+        } else if (!mState->manager->needVideoEnhance()) {
             messages::explainConditions(&wanted);
         }
     });
@@ -214,7 +201,6 @@ Result VideoSession::offer(const Frame& frame, Release release) {
                           frame.width,         frame.height, frame.stride,
                           heldframes::kNoIndex};
     slot.front().release = std::move(release);
-    heldframes::begin(info.id);
     logtap::keepOn();
     Result result = callEngine(*mState, info);
     slot.front().id = info.id;
