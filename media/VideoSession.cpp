@@ -61,9 +61,8 @@ Result callEngine(const SessionState& state, Aisr::BufferInfo& info) {
     messages::setCall(&result);
     const auto start = std::chrono::steady_clock::now();
     state.manager->doVideoEnhance(info);
-    const std::chrono::duration<float, std::milli> elapsed =
-        std::chrono::steady_clock::now() - start;
-    result.milliseconds = elapsed.count();
+    using Milliseconds = std::chrono::duration<float, std::milli>;
+    result.milliseconds = Milliseconds(std::chrono::steady_clock::now() - start).count();
     if (result.outcome == Outcome::kUnknown) {
         noThrow([&] { result.text = "another logger has taken the place of the session's"; });
         // If that is not so, this gives another text, and perhaps an outcome.
@@ -143,7 +142,7 @@ void VideoSession::setSize(int32_t width, int32_t height) {
 
 void VideoSession::setFrameRate(double fps) {
     if (!mState->isClosed && fps > 0) {
-        const int rate = static_cast<int>(std::lround(std::clamp(fps, 1.0, 1e6)));
+        const auto rate = static_cast<int>(std::lround(std::clamp(fps, 1.0, 1e6)));
         report(messages::kRateCondition, [&](bool isOther) {
             mState->manager->setVideoFrameRate(isOther ? rate + 1 : rate);
         });
