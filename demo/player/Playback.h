@@ -52,7 +52,6 @@ private:
     static GstPadProbeReturn onSegment(GstPad* pad, GstPadProbeInfo* info, gpointer self);
 
     bool isOver(GstMessage* message);
-    bool rewind();
     void noteEnd();
     void noteError(GstMessage* message);
 
