@@ -113,18 +113,13 @@ public:
         return result;
     }
 
-    /** A property as text without quoting; none for a structure that is null. */
+    /** A property as text: TRUE, a structure, a string in quotes. */
     std::string property(const char* name) const {
         GValue value = G_VALUE_INIT;
         g_object_get_property(G_OBJECT(harness->element), name, &value);
-        gchar* const text = gst_value_serialize(&value);
-        std::string result;
-        for (const char* c = text; c != nullptr && *c != '\0'; ++c) {
-            result += *c == '\\' || *c == '"' ? "" : std::string(1, *c);
-        }
-        g_free(text);
+        const std::unique_ptr<gchar, void (*)(void*)> text(g_strdup_value_contents(&value), g_free);
         g_value_unset(&value);
-        return result;
+        return text.get();
     }
     bool hasCounted(const std::string& name, int frames) const {
         const std::string field = " " + name + "=(guint64)" + std::to_string(frames) + ",";
