@@ -80,16 +80,16 @@ Ref<GstElement> Playback::element(const char* name) const {
     return Ref<GstElement>(gst_bin_get_by_name(GST_BIN(mPipeline.get()), name));
 }
 
-void Playback::watch(const std::string& name, const char* pad, GstPadProbeType type,
+void Playback::watch(const char* name, const char* pad, GstPadProbeType type,
                      GstPadProbeCallback callback) {
-    const Ref<GstPad> watched(gst_element_get_static_pad(element(name.c_str()).get(), pad));
+    const Ref<GstPad> watched(gst_element_get_static_pad(element(name).get(), pad));
     gst_pad_add_probe(watched.get(), type, callback, this, nullptr);
 }
 
 // On GStreamer's threads --------------------------------------------------------------------------
 
 /** Takes the first video stream. Of the others nothing is used but how long they are. */
-void Playback::onPad(GstElement*, GstPad* pad, gpointer self) {
+void Playback::onPad(GstElement* /*decoder*/, GstPad* pad, gpointer self) {
     auto* const playback = static_cast<Playback*>(self);
     const Ref<GstElement> convert = playback->element("convert");
     const Ref<GstPad> target(gst_element_get_static_pad(convert.get(), "sink"));
@@ -240,8 +240,9 @@ void Playback::noteError(GstMessage* message) {
     const Ref<GError> errorHolder(error);
     const std::string details = debug != nullptr ? Ref<char>(debug).get() : "";
     // Which file is at fault is told by the details alone.
-    const size_t last = error->domain == GST_RESOURCE_ERROR ? details.rfind('\n') : details.npos;
-    const std::string text = last != details.npos ? details.substr(last + 1) : error->message;
+    const size_t last =
+        error->domain == GST_RESOURCE_ERROR ? details.rfind('\n') : std::string::npos;
+    const std::string text = last != std::string::npos ? details.substr(last + 1) : error->message;
 
     const Ref<GstElement> decoder = element("decode");
     GstObject* const source = GST_MESSAGE_SRC(message);

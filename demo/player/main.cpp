@@ -64,7 +64,7 @@ int play(const player::Options& options) {
         std::cerr << "aisr-check LIBRARY tells what is wrong with it" << std::endl;
     }
     if (result.run.frames == 0) {
-        report.failures.push_back("no frame was played");
+        report.failures.emplace_back("no frame was played");
     }
     for (const std::string& failure : report.failures) {
         std::cerr << "displayengine-player: " << failure << std::endl;

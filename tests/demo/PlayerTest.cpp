@@ -26,7 +26,7 @@ fs::path ownFolder() {
 
 /** A file of what a source of GStreamer gives. */
 std::string make(const std::string& name, const std::string& pipeline) {
-    const std::string path = ownFolder() / name;
+    std::string path = ownFolder() / name;
     const ProgramRun run("gst-launch-1.0",
                          words("-q " + pipeline + " ! filesink location=" + path));
     EXPECT_EQ(run.code, 0) << run.error;
@@ -38,8 +38,7 @@ std::string makeVideo(const std::string& rate = "25/1", const std::string& muxer
                       double kept = 1) {
     const std::string source =
         "videotestsrc num-buffers=10 ! video/x-raw,width=64,height=48,framerate=";
-    const std::string path =
-        make(muxer + std::to_string(kept), source + rate + " ! jpegenc ! " + muxer);
+    std::string path = make(muxer + std::to_string(kept), source + rate + " ! jpegenc ! " + muxer);
     fs::resize_file(path, static_cast<uintmax_t>(kept * static_cast<double>(fs::file_size(path))));
     return path;
 }
@@ -158,10 +157,10 @@ TEST(PlayerTest, AFullDiskIsAFailureOfEachFileAndAMissingGnuplotIsNone) {
     const std::string video =
         make("video",
              "videotestsrc num-buffers=90 ! video/x-raw,width=320,height=240 ! jpegenc ! avimux");
-    const fs::path folder = ownFolder() / "it's \"odd\", [really]";
+    const fs::path folder = ownFolder() / R"(it's "odd", [really])";
     // No file may grow beyond two blocks.
     const ProgramRun full("/bin/sh",
-                          {"-c", "trap '' XFSZ; ulimit -f 2; exec \"$0\" \"$@\"", kPlayer, video,
+                          {"-c", R"(trap '' XFSZ; ulimit -f 2; exec "$0" "$@")", kPlayer, video,
                            "--fps", "max", "-o", folder},
                           {kSample});
     EXPECT_EQ(full.code, 1);
