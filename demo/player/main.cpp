@@ -82,6 +82,7 @@ int main(int argc, char** argv) {
     gst_init(nullptr, nullptr);
     if (options.isVerbose) {
         property_set("ro.debuggable", "1");
+        gst_debug_set_color_mode(GST_DEBUG_COLOR_MODE_OFF);
         gst_debug_set_threshold_for_name("displayenhance", GST_LEVEL_LOG);
     }
     try {
