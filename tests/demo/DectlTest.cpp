@@ -75,8 +75,19 @@ TEST(DectlTest, FailedCallsAreToldFromAnswersWithTheSameValue) {
 /** A service with a dump of its own, and another configuration than the sample service can have. */
 class DumpingService : public com::tivora::displayengine::UnsupportedService {
 public:
+    /** Makes one the display engine service, in place of the one before. */
+    static void install(const std::string& text, int32_t minWidth) {
+        const android::sp<DumpingService> service = new DumpingService;
+        service->mText = text;
+        service->mConfig[1] = minWidth;
+        ASSERT_EQ(android::defaultServiceManager()->addService(
+                      android::String16("DisplayEngineService"), service),
+                  android::OK);
+        android::ProcessState::self()->startThreadPool();
+    }
+
     android::status_t dump(int fd, const android::Vector<android::String16>&) override {
-        return write(fd, text.data(), text.size()) < 0 ? android::UNKNOWN_ERROR : android::OK;
+        return write(fd, mText.data(), mText.size()) < 0 ? android::UNKNOWN_ERROR : android::OK;
     }
     Status getSupported(int32_t, int32_t* result) override {
         *result = 1;
@@ -84,20 +95,17 @@ public:
     }
     Status getEffectExByData(int32_t, const android::os::PersistableBundle&,
                              std::vector<int32_t>* status, int32_t*) override {
-        *status = config;
+        *status = mConfig;
         return Status::ok();
     }
 
-    std::vector<int32_t> config = {2, 0, 0, 1, 1, 30, 31, 0, -1, 40, 50, 2, 2};
-    std::string text = "a\x1b[2J\tb\n\xff\n";
+private:
+    std::vector<int32_t> mConfig = {2, 0, 0, 1, 1, 30, 31, 0, -1, 40, 50, 2, 2};
+    std::string mText;
 };
 
 TEST(DectlTest, ADumpThatIsTextIsPassedOn) {
-    const android::sp<DumpingService> service = new DumpingService;
-    ASSERT_EQ(android::defaultServiceManager()->addService(
-                  android::String16("DisplayEngineService"), service),
-              android::OK);
-    android::ProcessState::self()->startThreadPool();
+    DumpingService::install("a\x1b[2J\tb\n\xff\n", 0);
     const ProgramRun run = dectl("dump");
     EXPECT_EQ(run.output, "a?[2J\tb\n\xff");
     EXPECT_EQ(run.error,
@@ -105,12 +113,12 @@ TEST(DectlTest, ADumpThatIsTextIsPassedOn) {
               "takes enable=0\n"
               "dectl: warning: overload_ms=50 abort_ms=40 breaks the rule time-limits (2 <= "
               "overload_ms <= abort_ms): the engine takes overload_ms=33 abort_ms=34\n");
-    service->config[1] = 1;
+    DumpingService::install("no JSON", 1);
     EXPECT_EQ(dectl("video").error,
               "dectl: warning: min_width=1 max_width=1 breaks the rule width-range (0 <= min_width "
               "< max_width): the engine refuses the configuration\n");
     dectl("dump --json").expectFailure(1, "a dump of its state: it has written no JSON");
-    service->text = "";
+    DumpingService::install("", 0);
     dectl("dump").expectFailure(1, "a dump of its state: it has written nothing");
 }
 
