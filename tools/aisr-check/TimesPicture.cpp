@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "TimesPicture.h"
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <sstream>
+
+namespace checker {
+namespace {
+
+/** Ahead of it stand the limits and the data: title, first and the six figures of each size. */
+constexpr char kPlot[] = R"(
+set terminal pngcairo size 1100,500
+set output picture
+set key tmargin center horizontal
+set title "Time of a frame in the processing library, by size"
+set ylabel "milliseconds"
+stats $times using 8 nooutput
+count = STATS_records
+top = STATS_max > abortMs ? STATS_max : abortMs
+stats $times using 2 nooutput
+top = STATS_max > top ? STATS_max : top
+set xrange [-0.6:count - 0.4]
+set yrange [0:1.1 * top]
+set grid ytics
+set boxwidth 0.4
+set style fill solid 0.3
+plot $times using 0:4:3:7:6:xtic(1) with candlesticks whiskerbars 0.5 lc rgb "#3b6fb6" \
+         title "smallest, quartiles and 99 %", \
+     $times using 0:5:5:5:5 with candlesticks lw 2 lc rgb "#2a7f3f" title "median", \
+     $times using 0:8 with points pt 2 lc rgb "#555555" title "largest", \
+     $times using 0:2 with points pt 7 lc rgb "#8a2be2" title "first", \
+     abortMs with lines lw 2 lc rgb "#c0392b" title sprintf("abort limit %d ms", abortMs), \
+     overloadMs with lines lw 2 lc rgb "#e08e0b" title sprintf("overload limit %d ms", overloadMs)
+)";
+
+/** As a string of gnuplot's that takes every character as it is. */
+std::string quoted(const std::string& text) {
+    std::string words = "'";
+    for (const char c : text) {
+        words += c == '\'' ? "''" : std::string(1, c);
+    }
+    return words + "'";
+}
+
+}  // namespace
+
+std::string drawTimes(const std::vector<SizeTimes>& times, const Settings& settings,
+                      const std::string& picture) {
+    if (times.empty()) {
+        return "there are no times to draw";
+    }
+    std::ostringstream script;
+    script << "picture = " << quoted(picture) << "\nabortMs = " << settings.abortMs
+           << "\noverloadMs = " << settings.overloadMs << "\n$times << END\n";
+    for (const SizeTimes& size : times) {
+        script << '"' << size.shape.width << 'x' << size.shape.height << "\" " << size.first << ' '
+               << size.low << ' ' << size.lowerQuartile << ' ' << size.median << ' '
+               << size.upperQuartile << ' ' << size.high << ' ' << size.largest << '\n';
+    }
+    script << "END" << kPlot;
+    std::error_code error;
+    std::filesystem::remove(picture, error);
+    // gnuplot may end before it has read everything.
+    std::signal(SIGPIPE, SIG_IGN);
+    FILE* gnuplot = popen("gnuplot -", "w");
+    if (gnuplot == nullptr) {
+        return "gnuplot cannot be started";
+    }
+    const std::string text = script.str();
+    std::fwrite(text.data(), 1, text.size(), gnuplot);
+    const int status = pclose(gnuplot);
+    const bool isDrawn =
+        std::filesystem::exists(picture, error) && std::filesystem::file_size(picture, error) > 0;
+    return status == 0 && isDrawn ? "" : "gnuplot has not drawn " + picture;
+}
+
+}  // namespace checker

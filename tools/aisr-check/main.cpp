@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+// aisr-check: runs a processing library through everything that the engine does to it, and through
+// what makers get wrong.
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <iterator>
+#include <sstream>
+
+#include "CheckProcess.h"
+#include "Options.h"
+#include "Output.h"
+#include "TimesPicture.h"
+
+// The leaks are the library's, and told by a check; a sanitizer that the tool is built with would
+// end the processes of checks for them.
+extern "C" int __lsan_is_turned_off();
+extern "C" int __lsan_is_turned_off() {
+    return 1;
+}
+
+namespace checker {
+namespace {
+
+std::vector<const Check*> chosenChecks(const Options& options) {
+    std::vector<const Check*> chosen;
+    for (const Check& check : allChecks()) {
+        const bool isLeftOut = check.run == checkSoak && options.settings.seconds <= 0;
+        if (!isLeftOut && std::regex_search(check.name, options.filter)) {
+            chosen.push_back(&check);
+        }
+    }
+    return chosen;
+}
+
+/** The command that starts this program again with the same arguments. */
+std::vector<std::string> ownCommand(const Options& options, int argc, char** argv) {
+    std::istringstream wrapper(options.wrapper);
+    std::vector<std::string> command{std::istream_iterator<std::string>(wrapper), {}};
+    command.push_back(std::filesystem::read_symlink("/proc/self/exe"));
+    command.insert(command.end(), argv + 1, argv + argc);
+    return command;
+}
+
+/** A check that this one needs and that has failed or was skipped, or null. */
+const char* missingNeed(const Check& check, const std::vector<Outcome>& outcomes) {
+    for (const char* need : check.needs) {
+        for (const Outcome& outcome : outcomes) {
+            const bool isMissing =
+                outcome.result == Result::kFail || outcome.result == Result::kSkipped;
+            if (need != nullptr && isMissing && std::strcmp(outcome.check->name, need) == 0) {
+                return need;
+            }
+        }
+    }
+    return nullptr;
+}
+
+int run(const Options& options, const std::vector<std::string>& command) {
+    const std::vector<const Check*> checks = chosenChecks(options);
+    if (checks.empty()) {
+        return complain(kUnusable, "no check has such a name (--list shows them)");
+    }
+    const CheckStarter starter(options.settings, command);
+    Output output(options.settings, options.isJson);
+    std::vector<Outcome> outcomes;
+    for (const Check* check : checks) {
+        output.begin(*check, outcomes.size() + 1, checks.size());
+        Outcome outcome;
+        if (const char* need = missingNeed(*check, outcomes); need != nullptr) {
+            outcome.check = check;
+            outcome.result = Result::kSkipped;
+            outcome.notes = {std::string("says nothing without ") + need};
+        } else {
+            outcome = starter.run(*check);
+        }
+        outcomes.push_back(outcome);
+        output.end(outcome);
+    }
+    output.summarise(outcomes);
+    if (!options.picture.empty()) {
+        std::vector<SizeTimes> times;
+        for (const Outcome& outcome : outcomes) {
+            times.insert(times.end(), outcome.times.begin(), outcome.times.end());
+        }
+        if (const std::string why = drawTimes(times, options.settings, options.picture);
+            !why.empty()) {
+            return complain(kUnusable, why);
+        }
+    }
+    const bool hasFailed = std::any_of(outcomes.begin(), outcomes.end(), [](const Outcome& one) {
+        return one.result == Result::kFail;
+    });
+    return hasFailed ? kFailed : kPassed;
+}
+
+}  // namespace
+}  // namespace checker
+
+int main(int argc, char** argv) {
+    checker::Options options;
+    if (const std::optional<int> code = checker::parseOptions(argc, argv, &options)) {
+        return *code;
+    }
+    try {
+        if (options.isList) {
+            checker::Output::list();
+            return checker::kPassed;
+        }
+        if (!options.check.empty()) {
+            return checker::runCheckHere(options.check, options.settings);
+        }
+        return checker::run(options, checker::ownCommand(options, argc, argv));
+    } catch (const std::exception& error) {
+        return checker::complain(checker::kUnusable, error.what());
+    }
+}
