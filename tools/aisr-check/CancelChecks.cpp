@@ -24,7 +24,6 @@ constexpr double kLongFrameMs = 3;
 /** A frame that was cancelled while it was in processing, as far as that could be arranged. */
 struct Attempt {
     bool isMet = false;     /**< It was in processing when the cancel began. */
-    bool isAfter = false;   /**< It had ended when the cancel returned. */
     bool hasWaited = false; /**< The cancel's thread gave the core up of its own accord. */
     double cancelMs = 0;    /**< Length of the cancel. */
     double endMs = 0;       /**< From the cancel's beginning to the frame's end. */
@@ -64,7 +63,6 @@ Attempt cancelDuring(Library& library, const Frame& frame, const AisrBuffer& nam
     const int32_t status = library.cancel(named);
     attempt.hasWaited = voluntaryWaits() > waits;
     attempt.cancelMs = stopwatch.milliseconds() - begin;
-    attempt.isAfter = isEnded;
     worker.join();
     attempt.endMs = endedAt - begin;
     if (status != AISR_SUCCESS) {
@@ -127,6 +125,15 @@ std::vector<Attempt> cancelRepeatedly(Library& library, LongFrame* longFrame, in
     return met;
 }
 
+/**
+ * Whether the cancel returned when the frame had ended, and did not make it end: a shared lock. The
+ * thread may return some time after it could; a cancel that blocks takes longer still.
+ */
+bool isWaitForFrame(const Attempt& attempt) {
+    return attempt.status == AISR_SUCCESS && attempt.cancelMs >= 1 &&
+           attempt.cancelMs >= attempt.endMs - 1 && attempt.cancelMs <= 2 * attempt.endMs + 20;
+}
+
 template <typename FUNC>
 std::vector<double> collect(const std::vector<Attempt>& attempts, FUNC value) {
     std::vector<double> values;
@@ -160,17 +167,16 @@ void checkCancelReturns(const Settings& settings) {
     LongFrame longFrame(library);
     const int count = settings.count(12, 6);
     const std::vector<Attempt> met = cancelRepeatedly(library, &longFrame, count);
-    const auto all = [&](auto isSo) { return std::all_of(met.begin(), met.end(), isSo); };
-    if (!met.empty() && all([](const Attempt& attempt) {
-            return attempt.isAfter && attempt.status == AISR_SUCCESS && attempt.cancelMs >= 1;
-        })) {
+    const auto waiting = std::count_if(met.begin(), met.end(), isWaitForFrame);
+    if (met.size() >= 4 && 4 * static_cast<size_t>(waiting) >= 3 * met.size()) {
         fail("AisrSetParam(AISR_TAG_SET_TIMEOUT) waits for the frame in processing, " +
-             std::to_string(met.size()) + " times of " + std::to_string(met.size()));
+             std::to_string(waiting) + " times of " + std::to_string(met.size()));
         return;
     }
+    const bool haveAllSlept = std::all_of(met.begin(), met.end(),
+                                          [](const Attempt& attempt) { return attempt.hasWaited; });
     judgeLengths(collect(met, [](const Attempt& attempt) { return attempt.cancelMs; }),
-                 all([](const Attempt& attempt) { return attempt.hasWaited; }),
-                 "while a frame was in processing");
+                 haveAllSlept, "while a frame was in processing");
     std::vector<double> idle;
     for (int i = 0; i < count / 2; ++i) {
         const Stopwatch stopwatch;
@@ -190,6 +196,7 @@ void checkCancelEnds(const Settings& settings) {
     library.start();
     LongFrame longFrame(library);
     const std::vector<Attempt> met = cancelRepeatedly(library, &longFrame, settings.count(12, 6));
+    library.enhance(*longFrame.frame);
     library.end();
     if (met.empty()) {
         return;

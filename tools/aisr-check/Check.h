@@ -2,7 +2,6 @@
 // The table of checks.
 #pragma once
 
-#include <array>
 #include <vector>
 
 #include "Settings.h"
@@ -15,8 +14,8 @@ struct Check {
     const char* explanation; /**< What holds when it passes. */
     const char* rule;        /**< Heading of the makers' page that has the rule, as an anchor. */
     void (*run)(const Settings& settings);
-    /** Names of checks without which this one says nothing; it is skipped when one has failed. */
-    std::array<const char*, 2> needs = {};
+    /** Names of checks without which this one says nothing; skipped when one has failed. */
+    const char* needs = "";
     /** The process ends by returning from main, which the engine sees, and not at once. */
     bool endsByExit = false;
 };

@@ -124,6 +124,9 @@ void checkExpiry(const Settings& settings) {
         shortestMs = offerFrames(settings, {3840, 2160, 3840}, frames);
     }
     const EngineLog log = engineLog();
+    if (!log.frameFailure.empty()) {
+        warn("the engine says of a frame that it gave up: " + log.frameFailure);
+    }
     constexpr double kLateMs = 10;
     if (log.expired >= frames && shortestMs >= kShortestMs + kLateMs) {
         warn("the client waits " + oneDecimal(shortestMs) +
@@ -141,7 +144,8 @@ void checkProcessExit(const Settings& settings) {
         offerToEngine(&frame);
     }
     // From here on main returns: the engine waits for the frame, de-initialises and closes.
-    static const Doing doing("the exit of the process");
+    // Never destroyed, for that is what lasts longest.
+    new Doing("the exit of the process");
 }
 
 void checkSoak(const Settings& settings) {

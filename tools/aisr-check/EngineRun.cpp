@@ -38,6 +38,11 @@ std::string withoutPlace(const std::string& text) {
     return end == std::string::npos ? text : text.substr(end + 2);
 }
 
+/** The log level and the cancels have checks of their own, and their outcome no effect. */
+bool isToldElsewhere(const std::string& text) {
+    return has(text, "mSetParamFunc") && !has(text, "AISR_TAG_SET_BUF");
+}
+
 void receive(const __android_log_message* message) {
     const std::string text = message->message;
     const bool isWarning = message->priority >= ANDROID_LOG_WARN;
@@ -53,7 +58,9 @@ void receive(const __android_log_message* message) {
         ++gLog.refused;
     } else if (has(text, "mProcessFunc failed") && has(text, "AISR_ERR_TIMEOUT")) {
         ++gLog.timedOut;
-    } else if (isWarning && !has(text, "mAlgorithm.enhance(")) {
+    } else if (has(text, "mProcessFunc failed")) {
+        gLog.frameFailure = withoutPlace(text);
+    } else if (isWarning && !has(text, "mAlgorithm.enhance(") && !isToldElsewhere(text)) {
         gLog.failure = withoutPlace(text);
     }
     if (gIsVerbose) {
@@ -161,6 +168,11 @@ void judgeStream(const Settings& settings, int frames) {
         " of " + std::to_string(frames) + " frames at " + std::to_string(settings.fps) + " fps";
     if (!log.failure.empty()) {
         fail("the engine says: " + log.failure);
+    }
+    if (!log.frameFailure.empty()) {
+        // A frame that expired was cancelled, and is free to fail.
+        const std::string text = "the engine says: " + log.frameFailure;
+        log.expired > 0 ? warn(text) : fail(text);
     }
     if (log.isLatched) {
         warn("the overload ended the enhancement after " + std::to_string(frames) + " frames at " +

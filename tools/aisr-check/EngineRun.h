@@ -11,12 +11,13 @@ namespace checker {
 
 /** What the engine has logged of the frames. */
 struct EngineLog {
-    int expired = 0;        /**< The caller waited for the abort limit. */
-    int slow = 0;           /**< Successful, from the overload limit on. */
-    int refused = 0;        /**< An earlier frame was still queued. */
-    int timedOut = 0;       /**< Failed with AISR_ERR_TIMEOUT, as a cancelled frame should. */
-    bool isLatched = false; /**< The overload has ended the stream's enhancement. */
-    std::string failure;    /**< The last other warning; empty for none. */
+    int expired = 0;          /**< The caller waited for the abort limit. */
+    int slow = 0;             /**< Successful, from the overload limit on. */
+    int refused = 0;          /**< An earlier frame was still queued. */
+    int timedOut = 0;         /**< Failed with AISR_ERR_TIMEOUT, as a cancelled frame should. */
+    bool isLatched = false;   /**< The overload has ended the stream's enhancement. */
+    std::string frameFailure; /**< The last frame that failed otherwise; empty for none. */
+    std::string failure;      /**< The last other warning; empty for none. */
 };
 
 /** Collects the engine's messages from now on. A frame is slow from `overloadMs` on. */

@@ -112,7 +112,7 @@ Frame::Frame(const FrameShape& shape, Surroundings surroundings, uint64_t stream
 
 Aisr::BufferInfo Frame::info() const {
     const AisrBuffer& buffer = mNode.buffer;
-    return {buffer.id, buffer.y, buffer.uv, buffer.width, buffer.height, buffer.stride, 0};
+    return {buffer.id, buffer.y, buffer.uv, buffer.width, buffer.height, buffer.stride, buffer.idx};
 }
 
 std::string Frame::text() const {

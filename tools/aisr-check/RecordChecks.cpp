@@ -113,7 +113,7 @@ void checkRecordsKept(const Settings& settings) {
         records.expectUnchanged("AisrSetParam(AISR_TAG_SET_BUF), " + frame.text() + ",");
         const int32_t status = submitted == AISR_SUCCESS ? library.process(frame) : submitted;
         records.expectUnchanged("AisrProcess, " + frame.text() + ",");
-        if (status != AISR_SUCCESS) {
+        if (status != AISR_SUCCESS && i == 0) {  // Later ones may suffer from the cancels.
             failAndStop(frame.text() + " ended with " + statusText(status));
         }
         records.takeAway();
@@ -126,6 +126,7 @@ void checkRecordsKept(const Settings& settings) {
         cancel.takeAway();
         frame.next();
     }
+    library.enhance(frame);
     library.end();
 }
 
@@ -150,16 +151,16 @@ void checkUnknownParameters(const Settings& settings) {
 void checkStatuses(const Settings& settings) {
     Library library(settings);
     library.start();
-    Frame frame({640, 480, 640});
+    Frame frame({1280, 720, 1280});
     library.enhance(frame);
     library.cancel(frame.buffer());
     frame.next();
     // A client may offer what no library can process; the planes have room for an attempt.
-    frame.buffer().width = 641;
+    frame.buffer().width = 1281;
     if (library.enhance(frame) == AISR_SUCCESS) {
-        warn("AisrProcess took a frame whose stride, 640, is less than its width, 641");
+        warn("AisrProcess took a frame whose stride, 1280, is less than its width, 1281");
     }
-    frame.buffer().width = 640;
+    frame.buffer().width = 1280;
     frame.next();
     library.cancel(frame.buffer());
     library.enhance(frame);

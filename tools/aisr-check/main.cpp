@@ -2,7 +2,6 @@
 // aisr-check: runs a processing library through everything that the engine does to it, and through
 // what makers get wrong.
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <iterator>
@@ -43,18 +42,20 @@ std::vector<std::string> ownCommand(const Options& options, int argc, char** arg
     return command;
 }
 
-/** A check that this one needs and that has failed or was skipped, or null. */
-const char* missingNeed(const Check& check, const std::vector<Outcome>& outcomes) {
-    for (const char* need : check.needs) {
-        for (const Outcome& outcome : outcomes) {
-            const bool isMissing =
-                outcome.result == Result::kFail || outcome.result == Result::kSkipped;
-            if (need != nullptr && isMissing && std::strcmp(outcome.check->name, need) == 0) {
-                return need;
-            }
+/** A check that this one needs and that has failed or was skipped; else empty. */
+std::string missingNeed(const Check& check, const std::vector<Outcome>& outcomes) {
+    std::istringstream needs(check.needs);
+    for (std::string need; needs >> need;) {
+        const bool isMissing =
+            std::any_of(outcomes.begin(), outcomes.end(), [&](const Outcome& outcome) {
+                return need == outcome.check->name &&
+                       (outcome.result == Result::kFail || outcome.result == Result::kSkipped);
+            });
+        if (isMissing) {
+            return need;
         }
     }
-    return nullptr;
+    return "";
 }
 
 int run(const Options& options, const std::vector<std::string>& command) {
@@ -68,10 +69,10 @@ int run(const Options& options, const std::vector<std::string>& command) {
     for (const Check* check : checks) {
         output.begin(*check, outcomes.size() + 1, checks.size());
         Outcome outcome;
-        if (const char* need = missingNeed(*check, outcomes); need != nullptr) {
+        if (const std::string need = missingNeed(*check, outcomes); !need.empty()) {
             outcome.check = check;
             outcome.result = Result::kSkipped;
-            outcome.notes = {std::string("says nothing without ") + need};
+            outcome.notes = {"says nothing without " + need};
         } else {
             outcome = starter.run(*check);
         }
