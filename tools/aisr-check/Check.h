@@ -2,17 +2,31 @@
 // The table of checks.
 #pragma once
 
+#include <string>
 #include <vector>
 
-#include "Settings.h"
-
 namespace checker {
+
+/** What the checks are told on the command line. */
+struct Settings {
+    std::string library;     /**< Absolute path of the library under test. */
+    int overloadMs = 33;     /**< From this time on the engine counts a frame as slow. */
+    int abortMs = 40;        /**< The engine's caller waits no longer for a frame. */
+    int fps = 30;            /**< Rate of the streams. */
+    double seconds = 5;      /**< Length of the soak; 0 leaves it out. */
+    double hangSeconds = 10; /**< An entry that takes longer hangs. */
+    bool isQuick = false;    /**< Fewer frames and shorter streams. */
+    bool isVerbose = false;  /**< Lets the library's and the engine's output through. */
+
+    /** `usual`, or `quick` when a quick run is wanted. */
+    int count(int usual, int quick) const { return isQuick ? quick : usual; }
+};
 
 /** One check. It runs in a process of its own and reports by the functions of Report.h. */
 struct Check {
     const char* name;        /**< "planes.bounds" */
     const char* explanation; /**< What holds when it passes. */
-    const char* rule;        /**< Heading of the makers' page that has the rule, as an anchor. */
+    const char* rule;        /**< Anchor of the makers' page. */
     void (*run)(const Settings& settings);
     /** Names of checks without which this one says nothing; skipped when one has failed. */
     const char* needs = "";
@@ -21,45 +35,17 @@ struct Check {
 };
 
 /** All checks, each behind those it needs. */
-const std::vector<Check>& allChecks();
+extern const std::vector<Check> kChecks;
 
-// LoadingChecks.cpp
-void checkOpen(const Settings& settings);
-void checkEntries(const Settings& settings);
-void checkExports(const Settings& settings);
-void checkThreadsGone(const Settings& settings);
-void checkUnload(const Settings& settings);
-// StartChecks.cpp
-void checkInit(const Settings& settings);
-void checkLogLevel(const Settings& settings);
-void checkInitRepeated(const Settings& settings);
-void checkInitThreads(const Settings& settings);
-void checkFirstFrame(const Settings& settings);
-void checkContext(const Settings& settings);
-// RecordChecks.cpp
-void checkRecordsKept(const Settings& settings);
-void checkUnknownParameters(const Settings& settings);
-void checkStatuses(const Settings& settings);
-// PlaneChecks.cpp
-void checkSizes(const Settings& settings);
-void checkSameOutput(const Settings& settings);
-void checkBounds(const Settings& settings);
-void checkPadding(const Settings& settings);
-void checkPlanesAfterReturn(const Settings& settings);
-// CancelChecks.cpp
-void checkCancelReturns(const Settings& settings);
-void checkCancelEnds(const Settings& settings);
-void checkCancelNames(const Settings& settings);
-void checkDeinitAfterCancel(const Settings& settings);
-// GrowthChecks.cpp
-void checkGrowth(const Settings& settings);
-// TimesChecks.cpp
-void checkTimes(const Settings& settings);
-// EngineChecks.cpp
-void checkAdapter(const Settings& settings);
-void checkStream(const Settings& settings);
-void checkExpiry(const Settings& settings);
-void checkProcessExit(const Settings& settings);
-void checkSoak(const Settings& settings);
+// In the file of the subject each.
+using CheckFunction = void(const Settings& settings);
+CheckFunction checkOpen, checkEntries, checkExports, checkThreadsGone, checkUnload;
+CheckFunction checkInit, checkLogLevel, checkInitRepeated, checkInitThreads, checkFirstFrame,
+    checkContext;
+CheckFunction checkRecordsKept, checkUnknownParameters, checkStatuses;
+CheckFunction checkSizes, checkSameOutput, checkBounds, checkPadding, checkPlanesAfterReturn;
+CheckFunction checkCancelReturns, checkCancelEnds, checkCancelNames, checkDeinitAfterCancel;
+CheckFunction checkGrowth, checkTimes;
+CheckFunction checkAdapter, checkStream, checkExpiry, checkProcessExit, checkSoak;
 
 }  // namespace checker

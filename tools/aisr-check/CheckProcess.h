@@ -2,16 +2,12 @@
 // One check in a process of its own.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "Check.h"
 #include "Report.h"
 
 namespace checker {
 
-/** In rising order of weight. */
-enum class Result { kOk, kSkipped, kWarn, kFail };
+enum class Result { kOk, kWarn, kFail, kSkip };
 
 /** What a check has found. */
 struct Outcome {
@@ -32,7 +28,7 @@ public:
      * which the loader finds the library under the name that the engine asks for. Throws
      * std::exception.
      */
-    CheckStarter(const Settings& settings, std::vector<std::string> command);
+    CheckStarter(const Settings& settings, const std::vector<std::string>& command);
     ~CheckStarter();
     CheckStarter(const CheckStarter&) = delete;
     CheckStarter& operator=(const CheckStarter&) = delete;

@@ -5,55 +5,41 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <cstdio>
 #include <cstring>
-
-#include "Report.h"
 
 namespace checker {
 namespace {
 
 constexpr size_t kMargin = 1 << 16;
 
-size_t pageSize() {
-    static const auto size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    return size;
-}
-
-size_t wholePages(size_t size) {
-    return (size + pageSize() - 1) / pageSize() * pageSize();
-}
-
 size_t planeSize(const FrameShape& shape, int32_t rows) {
     return static_cast<size_t>(shape.stride) * static_cast<size_t>(rows);
 }
 
-std::string bytes(size_t count) {
-    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
+uint8_t pattern(size_t at, uint32_t seed) {
+    return static_cast<uint8_t>(at * 167 + (at >> 8) * 31 + seed * 89 + 13);
 }
 
 }  // namespace
 
-Memory::Memory(const char* name, size_t size, Surroundings surroundings, const FrameShape& shape)
-    : mName(name), mSize(size), mShape(shape) {
+Memory::Memory(const std::string& name, size_t size, Surroundings surroundings,
+               const FrameShape& shape) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const bool hasMargins = surroundings == Surroundings::kMargins;
-    mOpenSize = wholePages(size + (hasMargins ? 2 * kMargin : 0));
-    const size_t wholeSize = mOpenSize + 2 * pageSize();
-    void* whole = mmap(nullptr, wholeSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    mOpenSize = (size + (hasMargins ? 2 * kMargin : 0) + page - 1) / page * page;
+    void* whole =
+        mmap(nullptr, mOpenSize + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (whole == MAP_FAILED) {
-        failAndStop("no memory for a frame: " + std::string(std::strerror(errno)));
+        failAndStop("there is no memory for a frame");
     }
-    mOpen = static_cast<uint8_t*>(whole) + pageSize();
+    mOpen = static_cast<uint8_t*>(whole) + page;
     mprotect(mOpen, mOpenSize, PROT_READ | PROT_WRITE);
-    const size_t inFront = surroundings == Surroundings::kGuardInFront  ? 0
-                           : surroundings == Surroundings::kGuardBehind ? mOpenSize - size
-                                                                        : kMargin;
-    mBegin = mOpen + inFront;
-    watch();
-}
-
-void Memory::watch() const {
-    watchMemory({reinterpret_cast<uintptr_t>(mBegin), mSize, mName, mShape, mIsTakenAway});
+    const bool isAtEnd = surroundings == Surroundings::kGuardBehind;
+    mBegin = mOpen + (hasMargins ? kMargin : isAtEnd ? mOpenSize - size : 0);
+    mWatched = {reinterpret_cast<uintptr_t>(mBegin), static_cast<int64_t>(size), "", shape, false};
+    std::snprintf(mWatched.name, sizeof mWatched.name, "%s", name.c_str());
+    watchMemory(mWatched);
 }
 
 void Memory::fill(uint32_t seed) const {
@@ -64,70 +50,51 @@ void Memory::fill(uint32_t seed) const {
 
 std::string Memory::overrun(uint32_t seed) const {
     const auto begin = static_cast<size_t>(mBegin - mOpen);
-    const auto changed = [&](size_t from, size_t to, size_t* nearest, bool isBehind) {
-        size_t count = 0;
-        for (size_t i = from; i < to; ++i) {
-            if (mOpen[i] != pattern(i, seed)) {
-                const size_t away = isBehind ? i - from + 1 : to - i;
-                *nearest = count == 0 ? away : std::min(*nearest, away);
-                ++count;
-            }
-        }
-        return count;
-    };
-    for (const bool isBehind : {true, false}) {
-        size_t nearest = 0;
-        const size_t count = isBehind ? changed(begin + mSize, mOpenSize, &nearest, true)
-                                      : changed(0, begin, &nearest, false);
-        if (count > 0) {
-            return bytes(count) + (isBehind ? " behind the " : " in front of the ") + mName +
-                   (nearest > 1 ? " (" + std::to_string(nearest) + " away)" : "");
-        }
+    const size_t end = begin + size();
+    size_t inFront = 0;
+    size_t behind = 0;
+    for (size_t i = 0; i < mOpenSize; i = i + 1 == begin ? end : i + 1) {
+        const bool isChanged = mOpen[i] != pattern(i, seed);
+        (i < begin ? inFront : behind) += isChanged ? 1 : 0;
     }
-    return "";
+    const size_t count = behind > 0 ? behind : inFront;
+    return count == 0 ? ""
+                      : std::to_string(count) + (count == 1 ? " byte" : " bytes") +
+                            (behind > 0 ? " behind the " : " in front of the ") + name();
 }
 
 void Memory::takeAway() {
-    mIsTakenAway = true;
-    watch();
+    mWatched.isTakenAway = true;
+    watchMemory(mWatched);
     mprotect(mOpen, mOpenSize, PROT_NONE);
 }
 
-void Memory::giveBack() {
-    mprotect(mOpen, mOpenSize, PROT_READ | PROT_WRITE);
-    mIsTakenAway = false;
-    watch();
-}
-
-Frame::Frame(const FrameShape& shape, Surroundings surroundings, uint64_t stream)
+Frame::Frame(const FrameShape& shape, Surroundings surroundings)
     : mShape(shape),
       mLuma("luma plane", planeSize(shape, shape.height), surroundings, shape),
       mChroma("chroma plane", planeSize(shape, shape.chromaRows()), surroundings, shape),
       mList{{&mNode.links, &mNode.links}, 1},
-      mNode{
-          {&mList.ends, &mList.ends},
-          {stream, 0, shape.width, shape.height, shape.stride, 0, mLuma.begin(), mChroma.begin()}} {
+      mNode{{&mList.ends, &mList.ends},
+            {1, 0, shape.width, shape.height, shape.stride, 0, mLuma.begin(), mChroma.begin()}} {
     draw(1);
 }
 
 Aisr::BufferInfo Frame::info() const {
-    const AisrBuffer& buffer = mNode.buffer;
-    return {buffer.id, buffer.y, buffer.uv, buffer.width, buffer.height, buffer.stride, buffer.idx};
+    const AisrBuffer& from = mNode.buffer;
+    return {from.id, from.y, from.uv, from.width, from.height, from.stride, from.idx};
 }
 
 std::string Frame::text() const {
-    return "frame " + std::to_string(mNode.buffer.idx) + ", " + checker::text(mShape);
+    return "frame " + std::to_string(index()) + ", " + checker::text(mShape);
 }
 
-/** Calls `func(name, row number, row, bytes of the picture in the row)`. */
+/** Calls `func(plane, row number, row, bytes of the picture in it)`. */
 template <typename FUNC>
 void Frame::forEachRow(FUNC func) const {
     for (const Memory* plane : {&mLuma, &mChroma}) {
         const bool isLuma = plane == &mLuma;
-        const int32_t rows = isLuma ? mShape.height : mShape.chromaRows();
-        const int32_t width =
-            isLuma ? mShape.width : std::min((mShape.width + 1) / 2 * 2, mShape.stride);
-        for (int32_t row = 0; row < rows; ++row) {
+        const int32_t width = isLuma ? mShape.width : (mShape.width + 1) / 2 * 2;
+        for (int32_t row = 0; row < (isLuma ? mShape.height : mShape.chromaRows()); ++row) {
             func(*plane, row, plane->begin() + planeSize(mShape, row), static_cast<size_t>(width));
         }
     }
@@ -145,8 +112,7 @@ void Frame::draw(uint32_t seed) {
             bytes[x] = static_cast<uint8_t>((isBright ? 170 : 60) + (noise >> 28));
         }
     });
-    mDrawn.assign(mLuma.begin(), mLuma.begin() + mLuma.size());
-    mDrawn.insert(mDrawn.end(), mChroma.begin(), mChroma.begin() + mChroma.size());
+    mDrawn = planes();
 }
 
 void Frame::next() {
@@ -164,7 +130,7 @@ std::string Frame::paddingWritten() const {
     std::string found;
     const uint8_t* drawn = mDrawn.data();
     forEachRow([&](const Memory& plane, int32_t row, const uint8_t* bytes, size_t width) {
-        for (auto x = width; found.empty() && x < static_cast<size_t>(mShape.stride); ++x) {
+        for (size_t x = width; found.empty() && x < static_cast<size_t>(mShape.stride); ++x) {
             if (bytes[x] != drawn[x]) {
                 found = std::string(plane.name()) + ", row " + std::to_string(row) + ", column " +
                         std::to_string(x);
@@ -175,22 +141,15 @@ std::string Frame::paddingWritten() const {
     return found;
 }
 
-std::vector<uint8_t> Frame::picture() const {
-    std::vector<uint8_t> all;
-    forEachRow([&](const Memory&, int32_t, const uint8_t* bytes, size_t width) {
-        all.insert(all.end(), bytes, bytes + width);
-    });
+std::vector<uint8_t> Frame::planes() const {
+    std::vector<uint8_t> all(mLuma.begin(), mLuma.begin() + mLuma.size());
+    all.insert(all.end(), mChroma.begin(), mChroma.begin() + mChroma.size());
     return all;
 }
 
 void Frame::takeAway() {
     mLuma.takeAway();
     mChroma.takeAway();
-}
-
-void Frame::giveBack() {
-    mLuma.giveBack();
-    mChroma.giveBack();
 }
 
 }  // namespace checker

@@ -2,12 +2,10 @@
 // Frames and records that show what a library does beside its work.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "SharedState.h"
+#include "Report.h"
 #include "common/AisrProcess.h"
 #include "common/BufferInfo.h"
 
@@ -26,41 +24,31 @@ enum class Surroundings {
  */
 class Memory {
 public:
-    Memory(const char* name, size_t size, Surroundings surroundings, const FrameShape& shape = {});
+    Memory(const std::string& name, size_t size, Surroundings surroundings,
+           const FrameShape& shape = {});
 
     uint8_t* begin() const { return mBegin; }
-    size_t size() const { return mSize; }
-    const char* name() const { return mName; }
+    size_t size() const { return static_cast<size_t>(mWatched.size); }
+    const char* name() const { return mWatched.name; }
 
-    /** Writes the margins' pattern, and the same over the block. */
+    /** Fills the block and its margins with a pattern. */
     void fill(uint32_t seed) const;
-    static uint8_t pattern(size_t at, uint32_t seed) {
-        return static_cast<uint8_t>(at * 167 + (at >> 8) * 31 + seed * 89 + 13);
-    }
     /** "1 byte behind the luma plane" for what was written to the margins; else empty. */
     std::string overrun(uint32_t seed) const;
-
     /** Makes the block inaccessible; a fault names it as no longer the library's. */
     void takeAway();
-    void giveBack();
 
 private:
-    void watch() const;
-
-    const char* mName;
-    const size_t mSize;
-    const FrameShape mShape;
+    WatchedMemory mWatched;
     uint8_t* mBegin = nullptr;
-    uint8_t* mOpen = nullptr; /**< What may be read and written: margins or fractions of pages. */
+    uint8_t* mOpen = nullptr; /**< What may be read and written: margins or parts of pages too. */
     size_t mOpenSize = 0;
-    bool mIsTakenAway = false;
 };
 
 /** An NV12 frame with its planes mapped apart, and the list that submits it. */
 class Frame {
 public:
-    explicit Frame(const FrameShape& shape, Surroundings surroundings = Surroundings::kMargins,
-                   uint64_t stream = 1);
+    explicit Frame(const FrameShape& shape, Surroundings surroundings = Surroundings::kMargins);
     Frame(const Frame&) = delete;
     Frame& operator=(const Frame&) = delete;
 
@@ -80,13 +68,12 @@ public:
 
     /** What was written outside the planes, see Memory::overrun(). */
     std::string overrun() const;
-    /** "luma row 0, column 1280" for the first byte of padding that was written; else empty. */
+    /** "luma plane, row 0, column 1280" for the first byte of padding that was written, or empty.
+     */
     std::string paddingWritten() const;
-    /** The bytes of the picture, without padding: luma, then chroma. */
-    std::vector<uint8_t> picture() const;
-
+    /** Luma and chroma, with padding. */
+    std::vector<uint8_t> planes() const;
     void takeAway();
-    void giveBack();
 
 private:
     template <typename FUNC>
@@ -96,7 +83,7 @@ private:
     Memory mLuma;
     Memory mChroma;
     uint32_t mSeed = 0;
-    std::vector<uint8_t> mDrawn; /**< Luma and chroma as drawn. */
+    std::vector<uint8_t> mDrawn; /**< The planes as drawn. */
     AisrBufferList mList;
     AisrBufferNode mNode;
 };

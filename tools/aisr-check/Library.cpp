@@ -4,7 +4,6 @@
 #include <cxxabi.h>
 #include <dlfcn.h>
 
-#include <cstring>
 #include <exception>
 #include <thread>
 
@@ -13,17 +12,8 @@
 namespace checker {
 namespace {
 
-constexpr char kSubmit[] = "AisrSetParam(AISR_TAG_SET_BUF)";
-constexpr char kCancel[] = "AisrSetParam(AISR_TAG_SET_TIMEOUT)";
-constexpr char kLogLevel[] = "AisrSetParam(AISR_TAG_SET_LOG_LEVEL)";
-
-size_t indexOf(const std::string& entry) {
-    size_t i = 0;
-    while (entry != kEntries[i]) {
-        ++i;
-    }
-    return i;
-}
+using ContextFunc = int32_t (*)(void** context);
+using SetParamFunc = int32_t (*)(void** context, int32_t tag, const void* data, uint64_t size);
 
 void mustSucceed(int32_t status, const std::string& what) {
     if (status != AISR_SUCCESS) {
@@ -47,13 +37,6 @@ Library::Library(const Settings& settings) {
     if (mHandle == nullptr) {
         failAndStop(dlerror());
     }
-    const auto locate = [this](const char* entry, auto& function) {
-        function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(find(entry));
-    };
-    locate("AisrInit", mInit);
-    locate("AisrDeinit", mDeinit);
-    locate("AisrProcess", mProcess);
-    locate("AisrSetParam", mSetParam);
 }
 
 void* Library::find(const char* entry) const {
@@ -66,53 +49,57 @@ void Library::close() {
 }
 
 template <typename FUNC>
-int32_t Library::call(const char* entry, const char* what, const Frame* frame, FUNC func) {
+int32_t Library::call(const std::string& what, const Frame* frame, FUNC func) {
     const Doing doing(what, frame != nullptr ? static_cast<int64_t>(frame->index()) : -1,
                       frame != nullptr ? frame->shape() : FrameShape{});
-    const std::string where = what + (frame != nullptr ? ", " + frame->text() : std::string());
-    int32_t status = AISR_SUCCESS;
+    std::string thrown;
     try {
-        status = func();
-    } catch (const std::exception& error) {
-        failAndStop(where + ": an exception left the entry (" + error.what() + ")");
+        return func();
     } catch (const abi::__forced_unwind&) {
         throw;  // the thread is being ended
+    } catch (const std::exception& error) {
+        thrown = std::string(" (") + error.what() + ")";
     } catch (...) {
-        failAndStop(where + ": an exception left the entry");
     }
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mStatuses[indexOf(entry)].insert(status);
-    return status;
+    failAndStop(what + (frame != nullptr ? ", " + frame->text() : "") +
+                ": an exception left the entry" + thrown);
 }
 
 int32_t Library::setLogLevel(int32_t level) {
-    return setParam(kLogLevel, AISR_TAG_SET_LOG_LEVEL, &level, sizeof(level));
+    return setParam("AisrSetParam(AISR_TAG_SET_LOG_LEVEL)", AISR_TAG_SET_LOG_LEVEL, &level,
+                    sizeof(level));
 }
 
 int32_t Library::init() {
-    return call("AisrInit", "AisrInit", nullptr, [this] { return mInit(&mContext); });
+    return call("AisrInit", nullptr,
+                [this] { return reinterpret_cast<ContextFunc>(find("AisrInit"))(&mContext); });
 }
 
 int32_t Library::deinit() {
-    return call("AisrDeinit", "AisrDeinit", nullptr, [this] { return mDeinit(&mContext); });
+    return call("AisrDeinit", nullptr,
+                [this] { return reinterpret_cast<ContextFunc>(find("AisrDeinit"))(&mContext); });
 }
 
-int32_t Library::submit(const Frame& frame) {
-    return setParam(kSubmit, AISR_TAG_SET_BUF, &frame.list(), sizeof(AisrBufferList), &frame);
+int32_t Library::submit(const Frame& frame, const void* list) {
+    return setParam("AisrSetParam(AISR_TAG_SET_BUF)", AISR_TAG_SET_BUF, list,
+                    sizeof(AisrBufferList), &frame);
 }
 
 int32_t Library::process(const Frame& frame) {
-    return call("AisrProcess", "AisrProcess", &frame, [this] { return mProcess(&mContext); });
+    return call("AisrProcess", &frame,
+                [this] { return reinterpret_cast<ContextFunc>(find("AisrProcess"))(&mContext); });
 }
 
-int32_t Library::cancel(const AisrBuffer& buffer) {
-    const AisrBuffer record = buffer;
-    return setParam(kCancel, AISR_TAG_SET_TIMEOUT, &record, sizeof(record));
+int32_t Library::cancel(const void* buffer) {
+    return setParam("AisrSetParam(AISR_TAG_SET_TIMEOUT)", AISR_TAG_SET_TIMEOUT, buffer,
+                    sizeof(AisrBuffer));
 }
 
-int32_t Library::setParam(const char* what, int32_t tag, const void* data, uint64_t size,
+int32_t Library::setParam(const std::string& what, int32_t tag, const void* data, uint64_t size,
                           const Frame* frame) {
-    return call("AisrSetParam", what, frame, [&] { return mSetParam(&mContext, tag, data, size); });
+    return call(what, frame, [&] {
+        return reinterpret_cast<SetParamFunc>(find("AisrSetParam"))(&mContext, tag, data, size);
+    });
 }
 
 int32_t Library::enhance(const Frame& frame) {
@@ -131,13 +118,8 @@ void Library::end() {
 
 void Library::mustEnhance(const Frame& frame, const std::string& when) {
     const std::string where = ", " + frame.text() + (when.empty() ? "" : ", " + when) + ",";
-    mustSucceed(submit(frame), kSubmit + where);
+    mustSucceed(submit(frame), "AisrSetParam(AISR_TAG_SET_BUF)" + where);
     mustSucceed(process(frame), "AisrProcess" + where);
-}
-
-std::set<int32_t> Library::statuses(const std::string& entry) {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    return mStatuses[indexOf(entry)];
 }
 
 void pause(double milliseconds) {

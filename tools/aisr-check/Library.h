@@ -4,12 +4,10 @@
 
 #include <array>
 #include <chrono>
-#include <mutex>
-#include <set>
 #include <string>
 
+#include "Check.h"
 #include "Frame.h"
-#include "Settings.h"
 #include "common/AisrProcess.h"
 
 namespace checker {
@@ -39,39 +37,31 @@ public:
     int32_t setLogLevel(int32_t level);
     int32_t init();
     int32_t deinit();
-    int32_t submit(const Frame& frame);
+    int32_t submit(const Frame& frame) { return submit(frame, &frame.list()); }
+    /** With a list of the caller's. */
+    int32_t submit(const Frame& frame, const void* list);
     int32_t process(const Frame& frame);
-    int32_t cancel(const AisrBuffer& buffer);
-    /** Any parameter; `what` names it in the report. */
-    int32_t setParam(const char* what, int32_t tag, const void* data, uint64_t size,
+    /** Reads 48 bytes at `buffer`. */
+    int32_t cancel(const void* buffer);
+    /** Any parameter; `what` names the call in the report. */
+    int32_t setParam(const std::string& what, int32_t tag, const void* data, uint64_t size,
                      const Frame* frame = nullptr);
     /** Submits and, if that succeeds, processes. */
     int32_t enhance(const Frame& frame);
 
-    /** Sets the log level as the engine does and initialises; a failure ends the check as failed.
-     */
+    // The same; a failure ends the check as failed.
     void start(int32_t level = 1);
-    /** De-initialises; a failure ends the check as failed. */
     void end();
-    /** Enhances; a failure ends the check as failed, with `when` in the reason. */
     void mustEnhance(const Frame& frame, const std::string& when = "");
 
-    const void* context() const { return mContext; }
-    /** The statuses that each entry has returned so far. */
-    std::set<int32_t> statuses(const std::string& entry);
+    bool hasContext() const { return mContext != nullptr; }
 
 private:
     template <typename FUNC>
-    int32_t call(const char* entry, const char* what, const Frame* frame, FUNC func);
+    int32_t call(const std::string& what, const Frame* frame, FUNC func);
 
     void* mHandle = nullptr;
     void* mContext = nullptr;
-    int32_t (*mInit)(void**) = nullptr;
-    int32_t (*mDeinit)(void**) = nullptr;
-    int32_t (*mProcess)(void**) = nullptr;
-    int32_t (*mSetParam)(void**, int32_t, const void*, uint64_t) = nullptr;
-    std::mutex mMutex;
-    std::array<std::set<int32_t>, kEntries.size()> mStatuses; /**< Guarded by the mutex. */
 };
 
 /** The time since it was made, in milliseconds. */

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Opening and closing the library.
 #include <dlfcn.h>
+#include <elf.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
-#include "Check.h"
 #include "Library.h"
-#include "Report.h"
-#include "SymbolTable.h"
-#include "Usage.h"
 
 namespace checker {
 namespace {
@@ -16,28 +16,46 @@ namespace {
 /** A library may let its threads run out for so long. */
 constexpr double kThreadPatienceMs = 1000;
 
-std::string joined(const std::vector<std::string>& names) {
-    constexpr size_t kShown = 4;
-    std::string words;
-    for (size_t i = 0; i < std::min(names.size(), kShown); ++i) {
-        words += (i == 0 ? "" : ", ") + names[i];
+struct Export {
+    std::string name;
+    bool isFunction;
+    bool isUnique; /**< Keeps the library in memory for ever. */
+};
+
+/** The dynamic symbols that the library's file defines; throws std::out_of_range when it lies. */
+std::vector<Export> exportsOf(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    const std::string file{std::istreambuf_iterator<char>(stream), {}};
+    const auto read = [&file](size_t offset, auto record) {
+        file.copy(reinterpret_cast<char*>(&record), sizeof record, offset);
+        return record;
+    };
+    const auto header = read(0, Elf64_Ehdr{});
+    std::vector<Export> exports;
+    for (size_t i = 0; i < header.e_shnum; ++i) {
+        const auto table = read(header.e_shoff + i * sizeof(Elf64_Shdr), Elf64_Shdr{});
+        const size_t size = table.sh_type == SHT_DYNSYM ? table.sh_size : 0;
+        const auto names = read(header.e_shoff + table.sh_link * sizeof(Elf64_Shdr), Elf64_Shdr{});
+        for (size_t at = 0; at < size; at += sizeof(Elf64_Sym)) {
+            const auto symbol = read(table.sh_offset + at, Elf64_Sym{});
+            const auto binding = ELF64_ST_BIND(symbol.st_info);
+            if (symbol.st_shndx != SHN_UNDEF && binding != STB_LOCAL) {
+                exports.push_back({&file.at(names.sh_offset + symbol.st_name),
+                                   ELF64_ST_TYPE(symbol.st_info) == STT_FUNC,
+                                   binding == STB_GNU_UNIQUE});
+            }
+        }
     }
-    return names.size() > kShown ? words + " and " + std::to_string(names.size() - kShown) + " more"
-                                 : words;
+    return exports;
 }
 
 bool isEntry(const std::string& name) {
     return std::find(kEntries.begin(), kEntries.end(), name) != kEntries.end();
 }
 
-/** What a linker adds to every library. */
-bool isLinkers(const std::string& name) {
-    constexpr const char* kNames[] = {"_init", "_fini", "_edata", "_end", "__bss_start"};
-    return std::find(std::begin(kNames), std::end(kNames), name) != std::end(kNames);
-}
-
-bool isLoaded(const Settings& settings) {
-    return dlopen(settings.library.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr;
+ptrdiff_t threadCount() {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return std::distance(begin(threads), end(threads));
 }
 
 }  // namespace
@@ -50,16 +68,12 @@ void checkOpen(const Settings& settings) {
 
 void checkEntries(const Settings& settings) {
     const Library library(settings);
-    std::vector<std::string> missing;
     for (const char* entry : kEntries) {
         if (library.find(entry) == nullptr) {
-            missing.emplace_back(entry);
+            fail(entry + std::string(" is not exported"));
         }
     }
-    if (!missing.empty()) {
-        fail(joined(missing) + (missing.size() > 1 ? " are" : " is") + " not exported");
-    }
-    for (const DynamicSymbol& symbol : exportedSymbols(settings.library)) {
+    for (const Export& symbol : exportsOf(settings.library)) {
         if (isEntry(symbol.name) && !symbol.isFunction) {
             fail(symbol.name + " is not a function");
         }
@@ -67,60 +81,51 @@ void checkEntries(const Settings& settings) {
 }
 
 void checkExports(const Settings& settings) {
-    std::vector<std::string> others;
-    std::vector<std::string> unique;
-    for (const DynamicSymbol& symbol : exportedSymbols(settings.library)) {
-        if (!isEntry(symbol.name) && !isLinkers(symbol.name)) {
-            (symbol.isUnique ? unique : others).push_back(symbol.name);
+    // The linker adds some to every library.
+    const std::string linkers = " _init _fini _edata _end __bss_start ";
+    for (const Export& symbol : exportsOf(settings.library)) {
+        if (symbol.isUnique) {
+            warn("cannot be unloaded for its unique symbol " + symbol.name);
+        } else if (!isEntry(symbol.name) &&
+                   linkers.find(" " + symbol.name + " ") == std::string::npos) {
+            warn("also exports " + symbol.name);
         }
-    }
-    if (!others.empty()) {
-        warn("also exports " + joined(others));
-    }
-    if (!unique.empty()) {
-        warn("cannot be unloaded for unique symbols: " + joined(unique));
     }
 }
 
 void checkThreadsGone(const Settings& settings) {
-    const int64_t before = threadCount();
+    const ptrdiff_t before = threadCount();
     Library library(settings);
     library.start();
-    Frame frame({1280, 720, 1344});
+    const Frame frame({1280, 720, 1344});
     library.mustEnhance(frame);
-    const int64_t during = threadCount();
+    note("has up to " + std::to_string(threadCount() - before) + " threads of its own");
     library.end();
     const Stopwatch stopwatch;
-    int64_t left = threadCount() - before;
-    const bool isAtOnce = left <= 0;
-    while (left > 0 && stopwatch.milliseconds() < kThreadPatienceMs) {
+    const bool isAtOnce = threadCount() <= before;
+    while (threadCount() > before && stopwatch.milliseconds() < kThreadPatienceMs) {
         pause(5);
-        left = threadCount() - before;
     }
-    if (left > 0) {
-        fail("after AisrDeinit " + std::to_string(left) +
-             (left == 1 ? " thread is left" : " threads are left"));
+    if (const ptrdiff_t left = threadCount() - before; left > 0) {
+        fail("after AisrDeinit, threads of the library are left: " + std::to_string(left));
     } else if (!isAtOnce) {
         warn("the last thread ended " + oneDecimal(stopwatch.milliseconds()) +
              " ms after AisrDeinit had returned");
-    } else {
-        note("up to " + std::to_string(during - before) + " threads of its own");
     }
 }
 
 void checkUnload(const Settings& settings) {
-    for (const bool isUsed : {false, true}) {
+    for (const char* when : {"unused", "after a frame"}) {
         Library library(settings);
-        if (isUsed) {
+        if (when[0] == 'a') {
             library.start();
-            Frame frame({1280, 720, 1344});
+            const Frame frame({1280, 720, 1344});
             library.mustEnhance(frame);
             library.end();
         }
         library.close();
-        if (isLoaded(settings)) {
-            warn(isUsed ? "stays loaded after a frame"
-                        : "stays loaded, though it was not even initialised");
+        if (dlopen(settings.library.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr) {
+            warn("stays loaded, " + std::string(when));
             return;
         }
     }

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Settings.h"
+#include "Check.h"
 
 namespace checker {
 

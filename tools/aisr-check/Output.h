@@ -1,33 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tool writes to standard output.
+// What the tool writes: a line for each check, with a progress line and colours on a terminal only;
+// or a JSON document; and a picture.
 #pragma once
-
-#include <string>
-#include <vector>
 
 #include "CheckProcess.h"
 
 namespace checker {
 
-/** Writes a line for each check, with a progress line and colours on a terminal only. */
-class Output {
-public:
-    Output(const Settings& settings, bool isJson);
+/** The check is about to begin, as number `number` of `count`. */
+void printProgress(const Check& check, size_t number, size_t count);
+void printLine(const Outcome& outcome);
+/** The table of times and the summary. */
+void printSummary(const std::vector<Outcome>& outcomes, const Settings& settings);
+void printJson(const std::vector<Outcome>& outcomes, const Settings& settings);
+/** All checks and their rules. */
+void printList();
 
-    /** A check is about to begin, as number `number` of `count`. */
-    void begin(const Check& check, size_t number, size_t count);
-    void end(const Outcome& outcome);
-    /** The table of times and the summary. */
-    void summarise(const std::vector<Outcome>& outcomes);
-
-    /** All checks and their rules. */
-    static void list();
-
-private:
-    const Settings mSettings;
-    const bool mIsJson;
-    const bool mIsTerminal;
-    const bool mIsColoured;
-};
+/**
+ * Draws a box for each size beside both limits, by gnuplot. What went wrong, or an empty text.
+ */
+std::string drawTimes(const std::vector<Outcome>& outcomes, const Settings& settings,
+                      const std::string& picture);
 
 }  // namespace checker

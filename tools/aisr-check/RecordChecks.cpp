@@ -4,99 +4,73 @@
 #include <climits>
 #include <cstring>
 
-#include "Check.h"
 #include "Library.h"
-#include "Report.h"
 
 namespace checker {
 namespace {
 
-/** The list and its node as the engine hands them over, in memory that can be taken away. */
-class LooseRecords {
+/** A record in memory that can be taken away, of which it is known whether it was changed. */
+template <typename RECORD>
+class LooseRecord {
 public:
-    explicit LooseRecords(const AisrBuffer& buffer)
-        : mList("list", sizeof(AisrBufferList), Surroundings::kGuardBehind),
-          mNode("node", sizeof(AisrBufferNode), Surroundings::kGuardBehind) {
-        auto* list = reinterpret_cast<AisrBufferList*>(mList.begin());
-        auto* node = reinterpret_cast<AisrBufferNode*>(mNode.begin());
-        *list = {{&node->links, &node->links}, 1};
-        *node = {{&list->ends, &list->ends}, buffer};
-        mListBefore = *list;
-        mNodeBefore = *node;
-    }
+    explicit LooseRecord(const char* name)
+        : mMemory(name, sizeof(RECORD), Surroundings::kGuardBehind) {}
 
-    const void* list() const { return mList.begin(); }
-
-    void expectUnchanged(const std::string& after) const {
-        expectSame("list", mList.begin(), &mListBefore, sizeof(mListBefore), after);
-        expectSame("node", mNode.begin(), &mNodeBefore, sizeof(mNodeBefore), after);
-    }
-    void takeAway() {
-        mList.takeAway();
-        mNode.takeAway();
-    }
-
-    static void expectSame(const std::string& name, const uint8_t* now, const void* before,
-                           size_t size, const std::string& after) {
-        for (size_t i = 0; i < size; ++i) {
-            if (now[i] != static_cast<const uint8_t*>(before)[i]) {
-                failAndStop(after + " changed the " + name + " at offset " + std::to_string(i));
-            }
+    RECORD* get() const { return reinterpret_cast<RECORD*>(mMemory.begin()); }
+    void fill(const RECORD& record) { *get() = mBefore = record; }
+    void expectSame(const std::string& after) const {
+        const auto* before = reinterpret_cast<const uint8_t*>(&mBefore);
+        const auto* changed = std::mismatch(before, before + sizeof(RECORD), mMemory.begin()).first;
+        if (changed != before + sizeof(RECORD)) {
+            failAndStop(after + " changed the " + mMemory.name() + " at offset " +
+                        std::to_string(changed - before));
         }
     }
+    void takeAway() { mMemory.takeAway(); }
 
 private:
-    Memory mList;
-    Memory mNode;
-    AisrBufferList mListBefore{};
-    AisrBufferNode mNodeBefore{};
+    Memory mMemory;
+    RECORD mBefore{};
 };
-
-std::string sizeText(size_t size) {
-    return std::to_string(size) + (size == 1 ? " byte" : " bytes");
-}
 
 /** A parameter that the engine never sends. */
 struct Unknown {
     const char* name;
     int32_t tag;
-    size_t size;
+    std::vector<size_t> sizes;
 };
 
-constexpr Unknown kUnknown[] = {
-    {"AISR_TAG_NEW_MEM", AISR_TAG_NEW_MEM, 24},
-    {"AISR_TAG_DEL_MEM", AISR_TAG_DEL_MEM, 24},
-    {"AISR_TAG_NUM", AISR_TAG_NUM, 24},
-    {"tag 6", 6, 24},
-    {"tag 6", 6, 48},
-    {"tag -1", -1, 24},
-    {"tag 2147483647", INT_MAX, 4},
-    {"tag -2147483648", INT_MIN, 24},
-    {"AISR_TAG_SET_BUF", AISR_TAG_SET_BUF, 0},
-    {"AISR_TAG_SET_BUF", AISR_TAG_SET_BUF, 16},
-    {"AISR_TAG_SET_BUF", AISR_TAG_SET_BUF, 23},
-    {"AISR_TAG_SET_BUF", AISR_TAG_SET_BUF, 48},
-    {"AISR_TAG_SET_TIMEOUT", AISR_TAG_SET_TIMEOUT, 0},
-    {"AISR_TAG_SET_TIMEOUT", AISR_TAG_SET_TIMEOUT, 24},
-    {"AISR_TAG_SET_TIMEOUT", AISR_TAG_SET_TIMEOUT, 47},
-    {"AISR_TAG_SET_TIMEOUT", AISR_TAG_SET_TIMEOUT, 64},
-    {"AISR_TAG_SET_LOG_LEVEL", AISR_TAG_SET_LOG_LEVEL, 0},
-    {"AISR_TAG_SET_LOG_LEVEL", AISR_TAG_SET_LOG_LEVEL, 3},
-    {"AISR_TAG_SET_LOG_LEVEL", AISR_TAG_SET_LOG_LEVEL, 8},
+const Unknown kUnknown[] = {
+    {"AISR_TAG_NEW_MEM", AISR_TAG_NEW_MEM, {24}},
+    {"AISR_TAG_DEL_MEM", AISR_TAG_DEL_MEM, {24}},
+    {"AISR_TAG_NUM", AISR_TAG_NUM, {24}},
+    {"tag 6", 6, {4, 24, 48}},
+    {"tag -1", -1, {24}},
+    {"tag 2147483647", INT_MAX, {24}},
+    {"tag -2147483648", INT_MIN, {24}},
+    {"AISR_TAG_SET_BUF", AISR_TAG_SET_BUF, {0, 16, 23, 48}},
+    {"AISR_TAG_SET_TIMEOUT", AISR_TAG_SET_TIMEOUT, {0, 24, 47, 64}},
+    {"AISR_TAG_SET_LOG_LEVEL", AISR_TAG_SET_LOG_LEVEL, {0, 3, 8}},
 };
 
-/** Sends the parameter with as much of a sound record as its size leaves room for. */
-int32_t send(Library& library, const Unknown& parameter, const Frame& frame,
-             const AisrBuffer& record) {
-    const Memory data("parameter", parameter.size, Surroundings::kGuardBehind);
-    const bool isCancel = parameter.tag == AISR_TAG_SET_TIMEOUT;
-    const void* sound = isCancel ? static_cast<const void*>(&record) : &frame.list();
-    const size_t size = isCancel ? sizeof(AisrBuffer) : sizeof(AisrBufferList);
-    std::memset(data.begin(), 0, parameter.size);
-    std::memcpy(data.begin(), sound, std::min(size, parameter.size));
-    const std::string what =
-        std::string("AisrSetParam(") + parameter.name + ") with " + sizeText(parameter.size);
-    return library.setParam(what.c_str(), parameter.tag, data.begin(), parameter.size);
+/** Sends as much of a sound record as the size has room for. */
+void sendUnknown(Library& library, const Unknown& unknown, size_t size, Frame* frame) {
+    const Memory data("parameter", size, Surroundings::kGuardBehind);
+    const bool isCancel = unknown.tag == AISR_TAG_SET_TIMEOUT;
+    const void* sound = isCancel ? static_cast<const void*>(&frame->buffer()) : &frame->list();
+    std::memset(data.begin(), 0, size);
+    std::memcpy(data.begin(), sound,
+                std::min(size, isCancel ? sizeof(AisrBuffer) : sizeof(AisrBufferList)));
+    const std::string words =
+        std::string(unknown.name) + " with " + std::to_string(size) + " bytes";
+    if (library.setParam("AisrSetParam, " + words, unknown.tag, data.begin(), size) ==
+        AISR_SUCCESS) {
+        warn("AisrSetParam takes " + words);
+        library.enhance(*frame);  // A cancel that was obeyed ends with this frame.
+    } else {
+        library.mustEnhance(*frame, "after the refused " + words);
+    }
+    frame->next();
 }
 
 }  // namespace
@@ -106,23 +80,25 @@ void checkRecordsKept(const Settings& settings) {
     library.start();
     Frame frame({1280, 720, 1344});
     for (int i = 0; i < 3; ++i) {
-        LooseRecords records(frame.buffer());
-        const int32_t submitted =
-            library.setParam("AisrSetParam(AISR_TAG_SET_BUF)", AISR_TAG_SET_BUF, records.list(),
-                             sizeof(AisrBufferList), &frame);
-        records.expectUnchanged("AisrSetParam(AISR_TAG_SET_BUF), " + frame.text() + ",");
-        const int32_t status = submitted == AISR_SUCCESS ? library.process(frame) : submitted;
-        records.expectUnchanged("AisrProcess, " + frame.text() + ",");
+        LooseRecord<AisrBufferList> list("list");
+        LooseRecord<AisrBufferNode> node("node");
+        LooseRecord<AisrBuffer> cancel("cancel's record");
+        list.fill({{&node.get()->links, &node.get()->links}, 1});
+        node.fill({{&list.get()->ends, &list.get()->ends}, frame.buffer()});
+        cancel.fill(frame.buffer());
+        int32_t status = library.submit(frame, list.get());
+        list.expectSame("AisrSetParam(AISR_TAG_SET_BUF), " + frame.text() + ",");
+        node.expectSame("AisrSetParam(AISR_TAG_SET_BUF), " + frame.text() + ",");
+        status = status == AISR_SUCCESS ? library.process(frame) : status;
+        list.expectSame("AisrProcess, " + frame.text() + ",");
+        node.expectSame("AisrProcess, " + frame.text() + ",");
         if (status != AISR_SUCCESS && i == 0) {  // Later ones may suffer from the cancels.
             failAndStop(frame.text() + " ended with " + statusText(status));
         }
-        records.takeAway();
-        Memory cancel("cancel's record", sizeof(AisrBuffer), Surroundings::kGuardBehind);
-        std::memcpy(cancel.begin(), &frame.buffer(), sizeof(AisrBuffer));
-        library.setParam("AisrSetParam(AISR_TAG_SET_TIMEOUT)", AISR_TAG_SET_TIMEOUT, cancel.begin(),
-                         sizeof(AisrBuffer));
-        LooseRecords::expectSame("record", cancel.begin(), &frame.buffer(), sizeof(AisrBuffer),
-                                 "AisrSetParam(AISR_TAG_SET_TIMEOUT)");
+        list.takeAway();
+        node.takeAway();
+        library.cancel(cancel.get());
+        cancel.expectSame("AisrSetParam(AISR_TAG_SET_TIMEOUT)");
         cancel.takeAway();
         frame.next();
     }
@@ -134,48 +110,41 @@ void checkUnknownParameters(const Settings& settings) {
     Library library(settings);
     library.start();
     Frame frame({1280, 720, 1344});
-    for (const Unknown& parameter : kUnknown) {
-        const std::string name = std::string(parameter.name) + " with " + sizeText(parameter.size);
-        const bool isTaken = send(library, parameter, frame, frame.buffer()) == AISR_SUCCESS;
-        if (isTaken) {
-            warn("AisrSetParam took " + name);
-            library.enhance(frame);  // A cancel that was obeyed ends with this frame.
-        } else {
-            library.mustEnhance(frame, "after " + name + " was refused");
+    for (const Unknown& unknown : kUnknown) {
+        for (const size_t size : unknown.sizes) {
+            sendUnknown(library, unknown, size, &frame);
         }
-        frame.next();
     }
     library.end();
 }
 
 void checkStatuses(const Settings& settings) {
     Library library(settings);
-    library.start();
+    std::string seen;
+    const auto take = [&](const std::string& what, int32_t status) {
+        seen += (seen.empty() ? "" : ", ") + what + " " + std::to_string(status);
+        if (status < AISR_SUCCESS || status > AISR_ERR_TIMEOUT) {
+            warn(what + " returned " + statusText(status));
+        }
+        return status;
+    };
+    take("log level", library.setLogLevel(1));
+    take("init", library.init());
     Frame frame({1280, 720, 1280});
-    library.enhance(frame);
-    library.cancel(frame.buffer());
+    take("frame", library.enhance(frame));
     frame.next();
     // A client may offer what no library can process; the planes have room for an attempt.
     frame.buffer().width = 1281;
-    if (library.enhance(frame) == AISR_SUCCESS) {
-        warn("AisrProcess took a frame whose stride, 1280, is less than its width, 1281");
+    if (take("impossible frame", library.enhance(frame)) == AISR_SUCCESS) {
+        warn("a frame whose stride, 1280, is less than its width, 1281, is processed");
     }
     frame.buffer().width = 1280;
     frame.next();
-    library.cancel(frame.buffer());
-    library.enhance(frame);
-    library.setParam("AisrSetParam(tag 6)", 6, &frame.list(), sizeof(AisrBufferList));
-    library.deinit();
-    std::string seen;
-    for (const char* entry : kEntries) {
-        for (const int32_t status : library.statuses(entry)) {
-            if (status < AISR_SUCCESS || status > AISR_ERR_TIMEOUT) {
-                warn(std::string(entry) + " returned " + statusText(status));
-            }
-            seen += (seen.empty() ? "" : ", ") + std::string(entry) + " " + std::to_string(status);
-        }
-    }
-    note("seen: " + seen);
+    take("cancel", library.cancel(&frame.buffer()));
+    take("cancelled frame", library.enhance(frame));
+    take("unknown tag", library.setParam("AisrSetParam, tag 6", 6, &frame.list(), 24));
+    take("deinit", library.deinit());
+    note(seen);
 }
 
 }  // namespace checker

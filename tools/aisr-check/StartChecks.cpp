@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Initialising, de-initialising and the first frame.
+// Initialising, de-initialising and the first frames.
 #include <algorithm>
 #include <thread>
 
-#include "Check.h"
 #include "Library.h"
-#include "Report.h"
-#include "Usage.h"
 
 namespace checker {
 namespace {
@@ -15,11 +12,22 @@ constexpr int kCycles = 50;
 /** The engine initialises while the client's call of a frame waits. */
 constexpr double kSlowInitMs = 100;
 
-void warnOfLogLevel(int32_t level, int32_t status) {
+void takeLogLevel(Library& library, int32_t level) {
+    const int32_t status = library.setLogLevel(level);
     if (status != AISR_SUCCESS) {
         warn("AisrSetParam(AISR_TAG_SET_LOG_LEVEL) with " + std::to_string(level) + " returned " +
              statusText(status));
     }
+}
+
+/** Initialises; returns how long that took, in milliseconds. */
+double timedStart(Library& library, const std::string& when) {
+    const Stopwatch stopwatch;
+    const int32_t status = library.init();
+    if (status != AISR_SUCCESS) {
+        failAndStop("AisrInit returned " + statusText(status) + when);
+    }
+    return stopwatch.milliseconds();
 }
 
 /** On a thread of its own. */
@@ -32,67 +40,41 @@ void elsewhere(FUNC func) {
 
 void checkInit(const Settings& settings) {
     Library library(settings);
-    warnOfLogLevel(1, library.setLogLevel(1));
-    const Stopwatch stopwatch;
-    const int32_t status = library.init();
-    const double initMs = stopwatch.milliseconds();
-    if (status != AISR_SUCCESS) {
-        failAndStop("AisrInit returned " + statusText(status));
-    }
-    note("AisrInit took " + oneDecimal(initMs) + " ms and " +
-         (library.context() != nullptr ? "keeps a context" : "keeps no context"));
+    takeLogLevel(library, 1);
+    const double milliseconds = timedStart(library, "");
+    note("AisrInit took " + oneDecimal(milliseconds) + " ms and keeps " +
+         (library.hasContext() ? "a context" : "no context"));
     library.end();
 }
 
 void checkLogLevel(const Settings& settings) {
     Library library(settings);
-    warnOfLogLevel(3, library.setLogLevel(3));
-    const int32_t status = library.init();
-    if (status != AISR_SUCCESS) {
-        failAndStop("AisrInit returned " + statusText(status));
-    }
-    Frame frame({1280, 720, 1344});
-    library.enhance(frame);
+    takeLogLevel(library, 3);
+    timedStart(library, " at log level 3");
+    const Frame frame({1280, 720, 1344});
+    library.mustEnhance(frame, "at log level 3");
     library.end();
 }
 
 void checkInitRepeated(const Settings& settings) {
     Library library(settings);
-    std::array<Usage, 3> usage{};
-    double fastest = 1e9;
-    double slowest = 0;
-    const auto cycle = [&](int i) {
+    std::vector<double> times;
+    for (int i = 0; i < kCycles; ++i) {
         // The same context slot each time, as the engine passes it.
         library.setLogLevel(i % 2 == 0 ? 1 : 3);
-        const Stopwatch stopwatch;
-        const int32_t status = library.init();
-        fastest = std::min(fastest, stopwatch.milliseconds());
-        slowest = std::max(slowest, stopwatch.milliseconds());
-        if (status != AISR_SUCCESS) {
-            failAndStop("AisrInit returned " + statusText(status) + ", initialisation " +
-                        std::to_string(i + 1));
-        }
+        times.push_back(timedStart(library, ", initialisation " + std::to_string(i + 1)));
         library.end();
-    };
-    constexpr int kWarmUp = 10;
-    for (int i = 0; i < kCycles; ++i) {
-        if (i >= kWarmUp && (i - kWarmUp) % ((kCycles - kWarmUp) / 2) == 0) {
-            usage[(i - kWarmUp) / ((kCycles - kWarmUp) / 2)] = measureUsage();
-        }
-        cycle(i);
     }
-    usage[2] = measureUsage();
-    reportGrowth(usage[0], usage[1], usage[2], kCycles - kWarmUp, "initialisation", false);
-    if (fastest >= kSlowInitMs) {
-        warn("AisrInit takes " + oneDecimal(fastest) + " ms or more, and the client waits for it");
+    const auto [least, largest] = std::minmax_element(times.begin(), times.end());
+    note("AisrInit took " + oneDecimal(*least) + " to " + oneDecimal(*largest) + " ms");
+    if (*least >= kSlowInitMs) {
+        warn("AisrInit takes " + oneDecimal(*least) + " ms or more, for which the client waits");
     }
-    note("AisrInit took " + oneDecimal(fastest) + " to " + oneDecimal(slowest) + " ms");
 }
 
 void checkInitThreads(const Settings& settings) {
     Library library(settings);
-    const int cycles = settings.count(kCycles, kCycles / 5);
-    for (int i = 0; i < cycles; ++i) {
+    for (int i = 0; i < kCycles; ++i) {
         elsewhere([&] { library.start(i % 2 == 0 ? 1 : 3); });
         elsewhere([&] { library.end(); });
     }
@@ -102,11 +84,11 @@ void checkFirstFrame(const Settings& settings) {
     Library library(settings);
     library.start();
     Frame frame({1280, 720, 1344});
-    const std::vector<uint8_t> before = frame.picture();
+    const std::vector<uint8_t> before = frame.planes();
     const Stopwatch stopwatch;
     library.mustEnhance(frame);
     note(frame.text() + ": " + oneDecimal(stopwatch.milliseconds()) + " ms" +
-         (frame.picture() == before ? ", the picture is as it was" : ""));
+         (frame.planes() == before ? ", which leave the picture as it is" : ""));
     frame.next();
     library.mustEnhance(frame);
     library.end();
@@ -115,27 +97,25 @@ void checkFirstFrame(const Settings& settings) {
 void checkContext(const Settings& settings) {
     Library library(settings);
     Frame frame({1280, 720, 1344});
-    const auto on = [&](const char* thread, const char* entry, int32_t status) {
-        if (status != AISR_SUCCESS) {
-            failAndStop(std::string(entry) + " on " + thread + " returned " + statusText(status));
-        }
+    const auto must = [&](const char* entry, auto call) {
+        elsewhere([&] {
+            const int32_t status = call();
+            if (status != AISR_SUCCESS) {
+                failAndStop(entry + std::string(", on another thread than AisrInit, returned ") +
+                            statusText(status));
+            }
+        });
     };
     elsewhere([&] { library.start(); });
-    elsewhere([&] {
-        for (int i = 0; i < 3; ++i) {
-            on("another thread than AisrInit", "AisrSetParam(AISR_TAG_SET_BUF)",
-               library.submit(frame));
-            on("another thread than AisrInit", "AisrProcess", library.process(frame));
-            frame.next();
-        }
-    });
-    elsewhere([&] {
-        on("a thread of the client", "AisrSetParam(AISR_TAG_SET_TIMEOUT)",
-           library.cancel(frame.buffer()));
-    });
+    for (int i = 0; i < 3; ++i) {
+        must("AisrSetParam(AISR_TAG_SET_BUF)", [&] { return library.submit(frame); });
+        must("AisrProcess", [&] { return library.process(frame); });
+        frame.next();
+    }
+    must("AisrSetParam(AISR_TAG_SET_TIMEOUT)", [&] { return library.cancel(&frame.buffer()); });
     frame.next();
-    elsewhere([&] { library.enhance(frame); });  // What the cancel does to it is not judged here.
-    elsewhere([&] { on("another thread than AisrInit", "AisrDeinit", library.deinit()); });
+    library.enhance(frame);  // What the cancel does to it is not judged here.
+    must("AisrDeinit", [&] { return library.deinit(); });
 }
 
 }  // namespace checker

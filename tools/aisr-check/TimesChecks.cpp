@@ -4,9 +4,7 @@
 #include <cmath>
 #include <deque>
 
-#include "Check.h"
 #include "Library.h"
-#include "Report.h"
 
 namespace checker {
 namespace {
@@ -20,19 +18,12 @@ constexpr int kLeastFrames = 10;
 constexpr size_t kTolerated = 5;
 constexpr double kPeriodMs = 10'000;
 
-/** By nearest rank, a time that really occurred: `fraction` of all take no longer. */
-double quantile(const std::vector<double>& sorted, double fraction) {
-    const double rank = std::ceil(fraction * static_cast<double>(sorted.size()));
-    return sorted[static_cast<size_t>(std::max(rank, 1.0)) - 1];
-}
-
 /** After how many frames a stream with these times latches the overload; 0 for never. */
 size_t latchesAfter(const std::vector<double>& times, const Settings& settings) {
-    const double interval = 1000.0 / settings.fps;
     std::deque<double> slow;
     double now = 0;
     for (size_t i = 0; i < times.size(); ++i) {
-        now = std::max(now, static_cast<double>(i) * interval) + times[i];
+        now = std::max(now, 1000.0 * static_cast<double>(i) / settings.fps) + times[i];
         if (times[i] < settings.overloadMs || times[i] >= settings.abortMs) {
             continue;  // A frame that expires is cancelled, and fails instead of being slow.
         }
@@ -48,9 +39,9 @@ size_t latchesAfter(const std::vector<double>& times, const Settings& settings) 
 }
 
 void judge(const FrameShape& shape, const std::vector<double>& times, const Settings& settings) {
+    const std::string rate = text(shape) + ": at " + std::to_string(settings.fps) + " fps ";
     const auto expired = std::count_if(times.begin(), times.end(),
                                        [&](double time) { return time >= settings.abortMs; });
-    const std::string rate = text(shape) + ": at " + std::to_string(settings.fps) + " fps ";
     if (const size_t frames = latchesAfter(times, settings); frames > 0) {
         warn(rate + "the overload would end the enhancement after " + std::to_string(frames) +
              " frames");
@@ -60,33 +51,18 @@ void judge(const FrameShape& shape, const std::vector<double>& times, const Sett
     }
 }
 
-void measure(Library& library, const FrameShape& shape, uint64_t stream, int frames,
-             const Settings& settings) {
-    Frame frame(shape, Surroundings::kMargins, stream);
-    const auto once = [&] {
-        const Stopwatch stopwatch;
-        library.mustEnhance(frame);
-        const double time = stopwatch.milliseconds();
-        frame.next();
-        return time;
-    };
-    SizeTimes result{shape};
-    result.first = once();
-    std::vector<double> times;
-    const Stopwatch budget;
-    for (int i = 0; i < frames && (i < kLeastFrames || budget.milliseconds() < kBudgetMs); ++i) {
-        times.push_back(once());
-    }
-    judge(shape, times, settings);
+SizeTimes summarise(const FrameShape& shape, double first, std::vector<double> times) {
     std::sort(times.begin(), times.end());
-    result.frames = static_cast<int>(times.size());
-    result.low = times.front();
-    result.lowerQuartile = quantile(times, 0.25);
-    result.median = quantile(times, 0.5);
-    result.upperQuartile = quantile(times, 0.75);
-    result.high = quantile(times, 0.99);
-    result.largest = times.back();
-    reportTimes(result);
+    // By nearest rank: a time that really occurred.
+    const auto quantile = [&times](double fraction) {
+        return times[static_cast<size_t>(std::ceil(fraction * static_cast<double>(times.size()))) -
+                     1];
+    };
+    return {shape,          static_cast<int>(times.size()),
+            first,          times.front(),
+            quantile(0.25), quantile(0.5),
+            quantile(0.75), quantile(0.99),
+            times.back()};
 }
 
 }  // namespace
@@ -96,7 +72,22 @@ void checkTimes(const Settings& settings) {
     library.start();
     uint64_t stream = 0;
     for (const FrameShape& shape : kShapes) {
-        measure(library, shape, ++stream, settings.count(200, 30), settings);
+        Frame frame(shape);
+        frame.buffer().id = ++stream;
+        std::vector<double> times;
+        const Stopwatch budget;
+        const auto frames = static_cast<size_t>(settings.count(200, 30));
+        while (times.size() <= kLeastFrames ||
+               (times.size() <= frames && budget.milliseconds() < kBudgetMs)) {
+            const Stopwatch stopwatch;
+            library.mustEnhance(frame);
+            times.push_back(stopwatch.milliseconds());
+            frame.next();
+        }
+        const double first = times.front();
+        times.erase(times.begin());
+        judge(shape, times, settings);
+        reportTimes(summarise(shape, first, times));
     }
     library.end();
 }

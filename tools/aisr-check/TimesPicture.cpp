@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "TimesPicture.h"
-
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
+
+#include "Output.h"
 
 namespace checker {
 namespace {
@@ -46,34 +46,30 @@ std::string quoted(const std::string& text) {
 
 }  // namespace
 
-std::string drawTimes(const std::vector<SizeTimes>& times, const Settings& settings,
+std::string drawTimes(const std::vector<Outcome>& outcomes, const Settings& settings,
                       const std::string& picture) {
-    if (times.empty()) {
-        return "there are no times to draw";
-    }
     std::ostringstream script;
     script << "picture = " << quoted(picture) << "\nabortMs = " << settings.abortMs
            << "\noverloadMs = " << settings.overloadMs << "\n$times << END\n";
-    for (const SizeTimes& size : times) {
-        script << '"' << size.shape.width << 'x' << size.shape.height << "\" " << size.first << ' '
-               << size.low << ' ' << size.lowerQuartile << ' ' << size.median << ' '
-               << size.upperQuartile << ' ' << size.high << ' ' << size.largest << '\n';
+    for (const Outcome& outcome : outcomes) {
+        for (const SizeTimes& size : outcome.times) {
+            script << '"' << size.shape.width << 'x' << size.shape.height << "\" " << size.first
+                   << ' ' << size.least << ' ' << size.lowerQuartile << ' ' << size.median << ' '
+                   << size.upperQuartile << ' ' << size.high << ' ' << size.largest << '\n';
+        }
     }
     script << "END" << kPlot;
     std::error_code error;
     std::filesystem::remove(picture, error);
-    // gnuplot may end before it has read everything.
-    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);  // gnuplot may end before it has read everything
     FILE* gnuplot = popen("gnuplot -", "w");
     if (gnuplot == nullptr) {
         return "gnuplot cannot be started";
     }
-    const std::string text = script.str();
-    std::fwrite(text.data(), 1, text.size(), gnuplot);
-    const int status = pclose(gnuplot);
-    const bool isDrawn =
-        std::filesystem::exists(picture, error) && std::filesystem::file_size(picture, error) > 0;
-    return status == 0 && isDrawn ? "" : "gnuplot has not drawn " + picture;
+    std::fputs(script.str().c_str(), gnuplot);
+    const bool isDone = pclose(gnuplot) == 0;
+    return isDone && std::filesystem::exists(picture, error) ? ""
+                                                             : "gnuplot has not drawn " + picture;
 }
 
 }  // namespace checker

@@ -10,7 +10,6 @@
 #include "CheckProcess.h"
 #include "Options.h"
 #include "Output.h"
-#include "TimesPicture.h"
 
 // The leaks are the library's, and told by a check; a sanitizer that the tool is built with would
 // end the processes of checks for them.
@@ -24,7 +23,7 @@ namespace {
 
 std::vector<const Check*> chosenChecks(const Options& options) {
     std::vector<const Check*> chosen;
-    for (const Check& check : allChecks()) {
+    for (const Check& check : kChecks) {
         const bool isLeftOut = check.run == checkSoak && options.settings.seconds <= 0;
         if (!isLeftOut && std::regex_search(check.name, options.filter)) {
             chosen.push_back(&check);
@@ -49,7 +48,7 @@ std::string missingNeed(const Check& check, const std::vector<Outcome>& outcomes
         const bool isMissing =
             std::any_of(outcomes.begin(), outcomes.end(), [&](const Outcome& outcome) {
                 return need == outcome.check->name &&
-                       (outcome.result == Result::kFail || outcome.result == Result::kSkipped);
+                       (outcome.result == Result::kFail || outcome.result == Result::kSkip);
             });
         if (isMissing) {
             return need;
@@ -58,35 +57,35 @@ std::string missingNeed(const Check& check, const std::vector<Outcome>& outcomes
     return "";
 }
 
+Outcome skipped(const Check& check, const std::string& need) {
+    Outcome outcome;
+    outcome.check = &check;
+    outcome.result = Result::kSkip;
+    outcome.notes = {"says nothing without " + need};
+    return outcome;
+}
+
 int run(const Options& options, const std::vector<std::string>& command) {
     const std::vector<const Check*> checks = chosenChecks(options);
     if (checks.empty()) {
         return complain(kUnusable, "no check has such a name (--list shows them)");
     }
     const CheckStarter starter(options.settings, command);
-    Output output(options.settings, options.isJson);
     std::vector<Outcome> outcomes;
     for (const Check* check : checks) {
-        output.begin(*check, outcomes.size() + 1, checks.size());
-        Outcome outcome;
-        if (const std::string need = missingNeed(*check, outcomes); !need.empty()) {
-            outcome.check = check;
-            outcome.result = Result::kSkipped;
-            outcome.notes = {"says nothing without " + need};
-        } else {
-            outcome = starter.run(*check);
+        if (!options.isJson) {
+            printProgress(*check, outcomes.size() + 1, checks.size());
         }
-        outcomes.push_back(outcome);
-        output.end(outcome);
+        const std::string need = missingNeed(*check, outcomes);
+        outcomes.push_back(need.empty() ? starter.run(*check) : skipped(*check, need));
+        if (!options.isJson) {
+            printLine(outcomes.back());
+        }
     }
-    output.summarise(outcomes);
+    (options.isJson ? printJson : printSummary)(outcomes, options.settings);
     if (!options.picture.empty()) {
-        std::vector<SizeTimes> times;
-        for (const Outcome& outcome : outcomes) {
-            times.insert(times.end(), outcome.times.begin(), outcome.times.end());
-        }
-        if (const std::string why = drawTimes(times, options.settings, options.picture);
-            !why.empty()) {
+        const std::string why = drawTimes(outcomes, options.settings, options.picture);
+        if (!why.empty()) {
             return complain(kUnusable, why);
         }
     }
@@ -106,7 +105,7 @@ int main(int argc, char** argv) {
     }
     try {
         if (options.isList) {
-            checker::Output::list();
+            checker::printList();
             return checker::kPassed;
         }
         if (!options.check.empty()) {
