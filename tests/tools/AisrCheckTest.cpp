@@ -96,7 +96,7 @@ constexpr Fault kFaults[] = {
      "AisrProcess, frame 0, 1280x720, stride 1344: the process was ended with exit code 0"},
     {"exception", "FAIL", "frames.first", "an exception left the entry (no model)"},
     {"crash", "FAIL", "frames.first", "SIGSEGV at address 0x0 in AisrProcess, frame 0"},
-    {"abort", "FAIL", "frames.first", "SIGABRT in a thread of the library's own (during AisrPro"},
+    {"abort", "FAIL", "frames.first", "SIGABRT in another thread (during AisrProcess, frame 0, "},
     {"hang", "FAIL", "frames.first", "AisrProcess, frame 0, 1280x720, stride 1344: has not ret"},
     {"thread-local", "FAIL", "frames.context", "on another thread than AisrInit, returned AISR_E"},
     {"record-changed", "FAIL", "records.kept", "changed the node at offset 44"},

@@ -174,7 +174,7 @@ void checkCancelEnds(const Settings& settings) {
     const double endMs = medianOf(met, [](const Attempt& attempt) { return attempt.endMs; });
     const std::string when = oneDecimal(endMs) + " ms after the cancel, median of " +
                              std::to_string(met.size()) + ", " + text(library.frame().shape());
-    note("a cancelled frame ended " + when);
+    note("a cancelled frame ended with " + statusText(met.back().status) + " " + when);
     if (std::all_of(met.begin(), met.end(),
                     [](const Attempt& attempt) { return attempt.status == AISR_SUCCESS; })) {
         warn("a cancelled frame ended with AISR_SUCCESS each time, " + when +

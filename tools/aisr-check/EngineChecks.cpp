@@ -69,7 +69,10 @@ void receive(const __android_log_message* message) {
     }
 }
 
+/** From now on; forgets what was before. */
 void collectLog(const Settings& settings) {
+    const std::lock_guard<std::mutex> lock(gMutex);
+    gLog = {};
     gSettings = settings;
     g_delogiEnable = true;
     __android_log_set_logger(receive);
@@ -140,6 +143,7 @@ double offer(Frame* frame) {
 
 /** At the settings' rate, or until the overload has ended the enhancement. */
 void streamAndJudge(const Settings& settings, Frame* frame, double seconds) {
+    collectLog(settings);
     using Clock = std::chrono::steady_clock;
     auto due = Clock::now();
     const int wanted = std::max(1, static_cast<int>(seconds * settings.fps));
@@ -151,8 +155,6 @@ void streamAndJudge(const Settings& settings, Frame* frame, double seconds) {
         std::this_thread::sleep_until(due);
     }
     const EngineLog log = engineLog();
-    const std::string of =
-        " of " + std::to_string(frames) + " frames at " + std::to_string(settings.fps) + " fps ";
     if (!log.failure.empty()) {
         fail("the engine says: " + log.failure);
     }
@@ -160,14 +162,16 @@ void streamAndJudge(const Settings& settings, Frame* frame, double seconds) {
         // A frame that expired was cancelled, and is free to fail.
         (log.expired > 0 ? warn : fail)("the engine says: " + log.frameFailure);
     }
+    const std::string of =
+        "of " + std::to_string(frames) + " frames at " + std::to_string(settings.fps) + " fps ";
     if (log.isLatched) {
         warn("the overload ended the enhancement after " + std::to_string(frames) + " frames");
     } else if (log.expired > 0 || log.slow > 0) {
-        warn(std::to_string(log.expired) + of + "expired after " +
-             std::to_string(settings.abortMs) + " ms, " + std::to_string(log.slow) + " took " +
+        warn(of + std::to_string(log.expired) + " expired after " +
+             std::to_string(settings.abortMs) + " ms, and " + std::to_string(log.slow) + " took " +
              std::to_string(settings.overloadMs) + " ms or more");
     }
-    note("none" + of + "was slow");
+    note(of + "none was slow");
 }
 
 /** Keeps all cores but one busy as long as it lives. */

@@ -19,9 +19,26 @@ namespace {
 constexpr int64_t kNear = 1 << 20;
 
 SharedState* gState = nullptr;
-std::atomic<uint32_t> gPlaceCount{0};
 std::atomic<uint32_t> gWatchedCount{0};
 thread_local int32_t tPlace = -1;
+
+/** Gives the thread's place back when the thread ends. */
+struct PlaceOwner {
+    ~PlaceOwner() { gState->places[tPlace].isTaken = false; }
+};
+
+/** This thread's; the last place serves the threads that are too many, which no check has. */
+SharedState::Place& ownPlace() {
+    if (tPlace < 0) {
+        tPlace = 0;
+        while (gState->places[tPlace].isTaken.exchange(true) &&
+               tPlace + 1 < static_cast<int32_t>(std::size(gState->places))) {
+            ++tPlace;
+        }
+        static thread_local PlaceOwner owner;
+    }
+    return gState->places[tPlace];
+}
 
 SharedState::Access accessOf([[maybe_unused]] const void* context) {
 #ifdef __x86_64__
@@ -141,11 +158,7 @@ void failAndStop(const std::string& text) {
 }
 
 Doing::Doing(const std::string& call, int64_t frame, const FrameShape& shape) {
-    if (tPlace < 0) {
-        // The places are reused in turn: no check has so many threads at a time.
-        tPlace = static_cast<int32_t>(gPlaceCount++ % std::size(gState->places));
-    }
-    SharedState::Place& place = gState->places[tPlace];
+    SharedState::Place& place = ownPlace();
     std::snprintf(place.call, sizeof place.call, "%s", call.c_str());
     place.frame = frame;
     place.shape = shape;
@@ -154,7 +167,7 @@ Doing::Doing(const std::string& call, int64_t frame, const FrameShape& shape) {
 }
 
 Doing::~Doing() {
-    gState->places[tPlace].isActive = false;
+    ownPlace().isActive = false;
     ++gState->progress;
 }
 
@@ -179,10 +192,10 @@ std::string describePlaces(const SharedState& state) {
 std::string describeDeath(const SharedState& state, int signal) {
     const char* abbreviation = sigabbrev_np(signal);
     const std::string name = std::string("SIG") + (abbreviation != nullptr ? abbreviation : "?");
-    const std::string who =
-        state.signal == 0  ? describePlaces(state)
-        : state.place >= 0 ? describe(state.places[state.place])
-                           : "a thread of the library's own (during " + describePlaces(state) + ")";
+    const std::string who = state.signal == 0 ? describePlaces(state)
+                            : state.place >= 0
+                                ? describe(state.places[state.place])
+                                : "another thread (during " + describePlaces(state) + ")";
     if (state.address == 0 && signal != SIGSEGV) {
         return name + " in " + who;
     }

@@ -47,7 +47,8 @@ struct WatchedMemory {
 struct SharedState {
     /** What a thread is doing. */
     struct Place {
-        std::atomic<bool> isActive{false};
+        std::atomic<bool> isTaken{false};  /**< By a thread. */
+        std::atomic<bool> isActive{false}; /**< The thread is doing something. */
         char call[64] = "";
         int64_t frame = -1; /**< Index, or -1 outside frames. */
         FrameShape shape;
@@ -61,7 +62,7 @@ struct SharedState {
 
     // The signal that ended the process, told by its handler.
     std::atomic<int32_t> signal{0};
-    int32_t place = -1; /**< Of the thread; -1 for one of the library's own. */
+    int32_t place = -1; /**< Of the thread; -1 for one that the check has not started. */
     uintptr_t address = 0;
     Access access = kTouched;
 
