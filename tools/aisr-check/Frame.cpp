@@ -17,8 +17,28 @@ size_t planeSize(const FrameShape& shape, int32_t rows) {
     return static_cast<size_t>(shape.stride) * static_cast<size_t>(rows);
 }
 
-uint8_t pattern(size_t at, uint32_t seed) {
-    return static_cast<uint8_t>(at * 167 + (at >> 8) * 31 + seed * 89 + 13);
+/** Noise for the margins, which repeats after this size, and pictures of edges and noise. */
+constexpr size_t kPeriod = 1 << 16;
+const std::vector<uint8_t>& noise(bool isPicture) {
+    static const auto make = [](bool hasEdges) {
+        std::vector<uint8_t> bytes(2 * kPeriod);
+        uint32_t random = 1;
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            random = i % kPeriod == 0 ? 1 : random * 1664525U + 1013904223U;
+            const int edge = i / 24 % 2 == 0 ? 170 : 60;
+            bytes[i] = static_cast<uint8_t>(hasEdges ? edge + static_cast<int>(random >> 28)
+                                                     : static_cast<int>(random >> 24));
+        }
+        return bytes;
+    };
+    static const std::vector<uint8_t> margins = make(false);
+    static const std::vector<uint8_t> picture = make(true);
+    return isPicture ? picture : margins;
+}
+
+/** The margins' noise from the block's `at` on, up to kPeriod bytes. */
+const uint8_t* pattern(size_t at, uint32_t seed) {
+    return noise(false).data() + (at + seed * 977) % kPeriod;
 }
 
 }  // namespace
@@ -43,21 +63,24 @@ Memory::Memory(const std::string& name, size_t size, Surroundings surroundings,
 }
 
 void Memory::fill(uint32_t seed) const {
-    for (size_t i = 0; i < mOpenSize; ++i) {
-        mOpen[i] = pattern(i, seed);
+    for (size_t at = 0; at < mOpenSize; at += kPeriod) {
+        std::memcpy(mOpen + at, pattern(at, seed), std::min(kPeriod, mOpenSize - at));
     }
 }
 
 std::string Memory::overrun(uint32_t seed) const {
     const auto begin = static_cast<size_t>(mBegin - mOpen);
-    const size_t end = begin + size();
-    size_t inFront = 0;
-    size_t behind = 0;
-    for (size_t i = 0; i < mOpenSize; i = i + 1 == begin ? end : i + 1) {
-        const bool isChanged = mOpen[i] != pattern(i, seed);
-        (i < begin ? inFront : behind) += isChanged ? 1 : 0;
-    }
-    const size_t count = behind > 0 ? behind : inFront;
+    const auto changed = [&](size_t from, size_t to) {
+        size_t count = 0;
+        const uint8_t* expected = pattern(from, seed);
+        // Most often nothing is.
+        for (size_t i = 0; std::memcmp(mOpen + from + i, expected + i, to - from - i) != 0; ++i) {
+            count += mOpen[from + i] != expected[i] ? 1 : 0;
+        }
+        return count;
+    };
+    const size_t behind = changed(begin + size(), begin + size() + kMargin);
+    const size_t count = behind > 0 ? behind : changed(0, begin);
     return count == 0 ? ""
                       : std::to_string(count) + (count == 1 ? " byte" : " bytes") +
                             (behind > 0 ? " behind the " : " in front of the ") + name();
@@ -104,13 +127,10 @@ void Frame::draw(uint32_t seed) {
     mSeed = seed;
     mLuma.fill(seed);
     mChroma.fill(seed);
-    uint32_t noise = seed * 2654435761U + 1;
     forEachRow([&](const Memory&, int32_t row, uint8_t* bytes, size_t width) {
-        for (size_t x = 0; x < width; ++x) {
-            noise = noise * 1664525U + 1013904223U;
-            const bool isBright = (x / 24 + static_cast<size_t>(row) / 24) % 2 == 0;
-            bytes[x] = static_cast<uint8_t>((isBright ? 170 : 60) + (noise >> 28));
-        }
+        // The edges lie elsewhere in the next row.
+        const size_t from = (static_cast<size_t>(row) * 7 + seed * 977) % kPeriod;
+        std::memcpy(bytes, noise(true).data() + from, width);
     });
     mDrawn = planes();
 }
@@ -130,11 +150,14 @@ std::string Frame::paddingWritten() const {
     std::string found;
     const uint8_t* drawn = mDrawn.data();
     forEachRow([&](const Memory& plane, int32_t row, const uint8_t* bytes, size_t width) {
-        for (size_t x = width; found.empty() && x < static_cast<size_t>(mShape.stride); ++x) {
-            if (bytes[x] != drawn[x]) {
-                found = std::string(plane.name()) + ", row " + std::to_string(row) + ", column " +
-                        std::to_string(x);
+        const auto stride = static_cast<size_t>(mShape.stride);
+        size_t x = width;
+        if (found.empty() && std::memcmp(bytes + x, drawn + x, stride - x) != 0) {
+            while (bytes[x] == drawn[x]) {
+                ++x;
             }
+            found = std::string(plane.name()) + ", row " + std::to_string(row) + ", column " +
+                    std::to_string(x);
         }
         drawn += mShape.stride;
     });

@@ -35,13 +35,16 @@ int64_t entriesOf(const char* folder) {
 
 Usage measure() {
     const struct mallinfo2 info = mallinfo2();
-    const size_t heap = __sanitizer_get_current_allocated_bytes != nullptr
-                            ? __sanitizer_get_current_allocated_bytes()
-                            : info.uordblks + info.hblkhd;
+    auto heap = static_cast<int64_t>(info.uordblks + info.hblkhd);
     int64_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages >> pages;  // the second figure
+    if (__sanitizer_get_current_allocated_bytes != nullptr) {
+        // What is resident says nothing then: freed memory is kept for a while.
+        heap = static_cast<int64_t>(__sanitizer_get_current_allocated_bytes());
+    } else {
+        std::ifstream("/proc/self/statm") >> pages >> pages;  // the second figure
+    }
     std::ifstream maps("/proc/self/maps");
-    return {static_cast<int64_t>(heap), pages * sysconf(_SC_PAGESIZE), entriesOf("/proc/self/fd"),
+    return {heap, pages * sysconf(_SC_PAGESIZE), entriesOf("/proc/self/fd"),
             std::count(std::istreambuf_iterator<char>(maps), {}, '\n'),
             entriesOf("/proc/self/task")};
 }

@@ -85,8 +85,8 @@ void checkSameOutput(const Settings& settings) {
         library.mustEnhance(frame);
         const std::vector<uint8_t> output = frame.planes();
         first = stream == 1 ? output : first;
-        const auto at = std::mismatch(output.begin(), output.end(), first.begin()).first;
-        if (at != output.end()) {
+        if (output != first) {
+            const auto at = std::mismatch(output.begin(), output.end(), first.begin()).first;
             warn("the first frame of stream " + std::to_string(stream) +
                  " comes out differently from stream 1's, " + text(frame.shape()) + ", byte " +
                  std::to_string(at - output.begin()) + " of the planes");
