@@ -21,7 +21,7 @@ std::string faulty(const std::string& build) {
     return kBuild / "tests/tools" / ("lib" + build + ".so");
 }
 
-/** The emulator neither tells a write from a read nor keeps times, and starts slowly. */
+/** Whether programs of another machine run, by an emulator. */
 bool isEmulated() {
     return std::getenv("DISPLAYENGINE_EMULATOR") != nullptr &&
            *std::getenv("DISPLAYENGINE_EMULATOR") != '\0';
@@ -71,6 +71,10 @@ class FaultTest : public testing::TestWithParam<Fault> {};
 
 TEST_P(FaultTest, IsFoundByTheCheckThatIsMeantTo) {
     const Fault& fault = GetParam();
+    const Strings ofTheProcessor = words("exit exception crash overrun read-behind");
+    if (isEmulated() && !std::count(ofTheProcessor.begin(), ofTheProcessor.end(), fault.name)) {
+        GTEST_SKIP() << "takes long in the emulator, and is the same on every processor";
+    }
     const bool isBuild = fault.name[0] == ':';
     const bool isHang = std::string(fault.name) == "hang";
     const ProgramRun run =
