@@ -136,7 +136,7 @@ int32_t processFrame(Session* session) {
         if (session->isCancelled()) {
             return has("unknown-status") ? 7 : AISR_ERR_TIMEOUT;
         }
-        std::this_thread::sleep_for(std::chrono::microseconds(has("slow") ? 2200 : 250));
+        std::this_thread::sleep_for(std::chrono::microseconds(has("slow") ? 2200 : 160));
     }
     for (int32_t row = 0; row < frame.height; ++row) {
         static_cast<uint8_t*>(frame.y)[static_cast<ptrdiff_t>(row) * frame.stride] ^= 1;

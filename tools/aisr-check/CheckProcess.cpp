@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <new>
+#include <sstream>
+#include <stdexcept>
 #include <system_error>
 
 #include "Library.h"
@@ -22,7 +24,7 @@ namespace checker {
 namespace {
 
 constexpr char kLibraryName[] = "libAISRProcess_interface.so";
-constexpr double kPollMs = 2;
+constexpr std::chrono::milliseconds kPoll(2);
 
 void mustBe(bool isSo, const char* what) {
     if (!isSo) {
@@ -53,13 +55,14 @@ pid_t spawn(std::vector<std::string> command, int state, bool isVerbose) {
 }
 
 /** Waits for the process, and ends it when nothing happens there; what went wrong, or empty. */
-std::string follow(pid_t process, const SharedState& state, double hangMs) {
+std::string follow(pid_t process, const SharedState& state, double hangMs, const StopSignal& stop) {
     int status = 0;
     uint32_t progress = state.progress;
     Stopwatch sinceProgress;
     while (waitpid(process, &status, WNOHANG) == 0) {
-        pause(kPollMs);
-        if (state.progress != progress) {
+        if (stop.waitUntil(std::chrono::steady_clock::now() + kPoll)) {
+            kill(process, SIGKILL);
+        } else if (state.progress != progress) {
             progress = state.progress;
             sinceProgress = {};
         } else if (sinceProgress.milliseconds() >= hangMs) {
@@ -68,6 +71,10 @@ std::string follow(pid_t process, const SharedState& state, double hangMs) {
             waitpid(process, &status, 0);
             return places + ": has not returned after " + oneDecimal(hangMs / 1000) + " s";
         }
+    }
+    // A terminal sends its signal to both processes.
+    if (stop.waitUntil({})) {
+        throw std::runtime_error("interrupted");
     }
     if (WIFSIGNALED(status)) {
         return describeDeath(state, WTERMSIG(status));
@@ -104,6 +111,8 @@ CheckStarter::CheckStarter(const Settings& settings, const std::vector<std::stri
     : mSettings(settings),
       mCommand(command),
       mFolder(std::filesystem::temp_directory_path() / "aisr-check-XXXXXX") {
+    // The folder goes at the end, also when nobody reads what is printed.
+    std::signal(SIGPIPE, SIG_IGN);
     mustBe(mkdtemp(mFolder.data()) != nullptr, "temporary folder");
     // A library that has the name already is found where it is, with what lies beside it.
     const std::filesystem::path library = settings.library;
@@ -138,7 +147,7 @@ Outcome CheckStarter::run(const Check& check) const {
     command.insert(command.end(), {"--run-check", check.name});
     const pid_t process = spawn(command, memory, mSettings.isVerbose);
     close(memory);
-    const std::string end = follow(process, *state, 1000 * mSettings.hangSeconds);
+    const std::string end = follow(process, *state, 1000 * mSettings.hangSeconds, mStop);
     takeReport(*state, &outcome);
     if (!end.empty()) {
         outcome.failures.push_back(end);
@@ -156,6 +165,7 @@ int runCheckHere(const std::string& name, const Settings& settings) {
     if (check == kChecks.end()) {
         return EXIT_FAILURE;
     }
+    std::signal(SIGPIPE, SIG_DFL);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     useState(mapState(kStateDescriptor));
     close(kStateDescriptor);

@@ -4,6 +4,7 @@
 
 #include "Check.h"
 #include "Report.h"
+#include "tools/support/StopSignal.h"
 
 namespace checker {
 
@@ -33,13 +34,17 @@ public:
     CheckStarter(const CheckStarter&) = delete;
     CheckStarter& operator=(const CheckStarter&) = delete;
 
-    /** Runs one check to its end: a crash, a hang or an exit of its process is a failure. */
+    /**
+     * Runs one check to its end: a crash, a hang or an exit of its process is a failure. Throws
+     * std::runtime_error when the tool is interrupted.
+     */
     Outcome run(const Check& check) const;
 
 private:
     const Settings mSettings;
     const std::vector<std::string> mCommand;
     std::string mFolder;
+    const StopSignal mStop;
 };
 
 /** What the process of a check does; its exit status. */

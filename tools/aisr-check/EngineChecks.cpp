@@ -233,7 +233,7 @@ void checkStream(const Settings& settings) {
     for (const uint64_t stream : {1U, 2U}) {
         frame.buffer().id = stream;
         frame.buffer().idx = 0;
-        streamAndJudge(settings, &frame, settings.isQuick ? 0.2 : 1.5);
+        streamAndJudge(settings, &frame, settings.isQuick ? 0.1 : 1.5);
         {
             const Doing doing("VideoEngine::onAppStop");
             VideoEngine::get().onAppStop();
@@ -246,7 +246,7 @@ void checkExpiry(const Settings& settings) {
     Settings strict = settings;
     strict.abortMs = strict.overloadMs = kShortestMs;
     startEngine(strict);
-    const int frames = settings.count(40, 8);
+    const int frames = settings.count(40, 5);
     // The larger frames last longer, and the library may refuse them.
     for (const FrameShape& shape : {kShape, FrameShape{3840, 2160, 3840}}) {
         Frame frame(shape);

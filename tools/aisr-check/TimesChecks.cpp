@@ -75,7 +75,7 @@ void checkTimes(const Settings& settings) {
         frame.buffer().id = ++stream;
         std::vector<double> times;
         const Stopwatch budget;
-        const double budgetMs = settings.count(3000, 300);
+        const double budgetMs = settings.count(3000, 100);
         const auto frames = static_cast<size_t>(settings.count(200, 30));
         while (times.size() <= kLeastFrames ||
                (times.size() <= frames && budget.milliseconds() < budgetMs)) {

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
@@ -51,7 +50,9 @@ std::string drawTimes(const std::vector<Outcome>& outcomes, const Settings& sett
     std::ostringstream script;
     script << "picture = " << quoted(picture) << "\nabortMs = " << settings.abortMs
            << "\noverloadMs = " << settings.overloadMs << "\n$times << END\n";
+    bool hasTimes = false;
     for (const Outcome& outcome : outcomes) {
+        hasTimes = hasTimes || !outcome.times.empty();
         for (const SizeTimes& size : outcome.times) {
             script << '"' << size.shape.width << 'x' << size.shape.height << "\" " << size.first
                    << ' ' << size.least << ' ' << size.lowerQuartile << ' ' << size.median << ' '
@@ -59,10 +60,13 @@ std::string drawTimes(const std::vector<Outcome>& outcomes, const Settings& sett
         }
     }
     script << "END" << kPlot;
+    if (!hasTimes) {
+        return "no times were measured that could be drawn";
+    }
     std::error_code error;
     std::filesystem::remove(picture, error);
-    std::signal(SIGPIPE, SIG_IGN);  // gnuplot may end before it has read everything
-    FILE* gnuplot = popen("gnuplot -", "w");
+    // It writes to standard output what it cannot write to the file.
+    FILE* gnuplot = popen("gnuplot - >/dev/null 2>&1", "w");
     if (gnuplot == nullptr) {
         return "gnuplot cannot be started";
     }

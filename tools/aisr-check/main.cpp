@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <exception>
 #include <filesystem>
+#include <iostream>
 #include <iterator>
 #include <sstream>
 
@@ -80,6 +81,9 @@ int run(const Options& options, const std::vector<std::string>& command) {
         outcomes.push_back(need.empty() ? starter.run(*check) : skipped(*check, need));
         if (!options.isJson) {
             printLine(outcomes.back());
+        }
+        if (!std::cout) {
+            return complain(kUnusable, "cannot write to standard output");
         }
     }
     (options.isJson ? printJson : printSummary)(outcomes, options.settings);
