@@ -31,7 +31,7 @@ struct EngineLog {
     int slow = 0;             /**< From the overload limit on. */
     bool isLatched = false;   /**< The overload has ended the stream's enhancement. */
     std::string frameFailure; /**< A frame that failed, and not as a cancelled one should. */
-    std::string failure;      /**< Any other warning. */
+    std::string failure;      /**< The library cannot be used. */
 };
 
 // Never destroyed: the engine logs until the process has ended.
@@ -59,9 +59,10 @@ void receive(const __android_log_message* message) {
         ++gLog.expired;
     } else if (has("mProcessFunc failed") && !has("AISR_ERR_TIMEOUT")) {
         gLog.frameFailure = reason;
-    } else if (isWarning && !has("nhance(") && !has("mProcessFunc failed") &&
-               !has("AISR_TAG_SET_TIMEOUT") && !has("tag code: 4")) {
-        // What a frame, a cancel or the log level returns has no effect beyond the frame.
+    } else if (message->priority >= ANDROID_LOG_ERROR ||
+               (isWarning && (has("library '") || has("Failed to locate") ||
+                              has("nitFunc failed") || has("AISR_TAG_SET_BUF")))) {
+        // Other warnings have no effect beyond a frame, or tell what a busy machine does.
         gLog.failure = reason;
     }
     if (gSettings.isVerbose) {
