@@ -102,7 +102,8 @@ public:
         // A busy machine is often too late for a short frame.
         for (int i = 0; i < 5 * count && met.size() < static_cast<size_t>(count); ++i) {
             const Attempt attempt = cancelDuring(frame().buffer());
-            if (attempt.isMet) {
+            // One that ended on its own a moment later tells nothing.
+            if (attempt.isMet && (attempt.status != AISR_SUCCESS || attempt.endMs >= 1)) {
                 met.push_back(attempt);
             }
             frame().next();
