@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace sample {
 namespace {
@@ -13,7 +16,7 @@ constexpr int kUsageError = 2;
 constexpr double kLongestDelaySeconds = 86400;
 
 /** Parses "SECONDS:on" or "SECONDS:off"; throws CLI::ValidationError. */
-Toggle parseToggle(const std::string& text) {
+std::pair<std::chrono::milliseconds, bool> parseToggle(const std::string& text) {
     char* end = nullptr;
     const double seconds = std::strtod(text.c_str(), &end);
     const std::string state = end;
@@ -56,7 +59,7 @@ void addOptions(CLI::App* app, Options* options) {
         ->allow_extra_args(false);
     const auto addToggles = [options](const std::vector<std::string>& texts) {
         for (const std::string& text : texts) {
-            options->toggles.push_back(parseToggle(text));
+            options->toggles.insert(parseToggle(text));
         }
     };
     app->add_option_function<std::vector<std::string>>(
@@ -88,8 +91,6 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options* opti
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
     }
-    std::stable_sort(options->toggles.begin(), options->toggles.end(),
-                     [](const Toggle& a, const Toggle& b) { return a.after < b.after; });
     return std::nullopt;
 }
 

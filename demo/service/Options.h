@@ -6,20 +6,14 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "tools/support/EngineConfiguration.h"
 
 namespace sample {
-
-/** A change of the enable state, timed from the moment the service is ready. */
-struct Toggle {
-    std::chrono::milliseconds after;
-    bool enable;
-};
 
 struct Options {
     /** Answer to the question whether video enhancement is supported. */
@@ -33,8 +27,8 @@ struct Options {
     std::string panelName = "PANEL01";
     /** Numbers of features that the display is to lack. */
     std::set<int32_t> missing;
-    /** Sorted by time. */
-    std::vector<Toggle> toggles;
+    /** Changes of the enable state, by the time from the moment the service is ready. */
+    std::multimap<std::chrono::milliseconds, bool> toggles;
 };
 
 /**

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Report.h"
-#include "common/DeMutex.h"
-
-#include <utils/String16.h>
-#include <utils/String8.h>
 
 #include <cstdint>
 #include <iostream>
+
+#include "common/DeMutex.h"
+#include "tools/support/JsonText.h"
 
 namespace sample {
 
@@ -31,22 +30,12 @@ std::string printable(const std::string& text) {
 }
 
 std::string describe(const android::os::PersistableBundle& bundle) {
+    const Json values = entriesOf(bundle);
     std::string entries;
-    const auto append = [&entries](const char* key, const std::string& value) {
-        entries += (entries.empty() ? "" : " ") + std::string(key) + "=" + value;
-    };
-    for (const char* key : {"Key", "Feature", "Type", "Enable", "forceEnable", "FPS", "Value"}) {
-        const android::String16 name(key);
-        android::String16 text;
-        int32_t number = 0;
-        bool flag = false;
-        if (bundle.getString(name, &text)) {
-            append(key, '"' + printable(android::String8(text).string()) + '"');
-        } else if (bundle.getInt(name, &number)) {
-            append(key, std::to_string(number));
-        } else if (bundle.getBoolean(name, &flag)) {
-            append(key, flag ? "true" : "false");
-        }
+    for (const auto& [key, value] : values.items()) {
+        entries += (entries.empty() ? "" : " ") + key + "=";
+        entries +=
+            value.is_string() ? '"' + printable(value.get<std::string>()) + '"' : documentOf(value);
     }
     return "{" + entries + "}";
 }
