@@ -5,7 +5,6 @@
 #include <iostream>
 
 #include "common/DeMutex.h"
-#include "tools/support/JsonText.h"
 
 namespace sample {
 
@@ -29,15 +28,19 @@ std::string printable(const std::string& text) {
     return result;
 }
 
-std::string describe(const android::os::PersistableBundle& bundle) {
-    const Json values = entriesOf(bundle);
-    std::string entries;
-    for (const auto& [key, value] : values.items()) {
-        entries += (entries.empty() ? "" : " ") + key + "=";
-        entries +=
-            value.is_string() ? '"' + printable(value.get<std::string>()) + '"' : documentOf(value);
+std::string textOf(const Json& object) {
+    std::string text;
+    for (const auto& [name, value] : object.items()) {
+        text += (text.empty() ? "" : " ") + name + '=';
+        if (value.is_object()) {
+            text += '{' + textOf(value) + '}';
+        } else if (value.is_string()) {
+            text += '"' + printable(value.get<std::string>()) + '"';
+        } else {
+            text += documentOf(value);
+        }
     }
-    return "{" + entries + "}";
+    return text;
 }
 
 }  // namespace sample

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <map>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "ClientRegistry.h"
@@ -103,31 +102,34 @@ public:
 
     Status getSupported(int32_t feature, int32_t* result) override {
         *result = mFeatures.getSupported(feature);
-        return reported("getSupported", "feature", feature, "result", *result);
+        return reported("getSupported", {{"feature", feature}, {"result", *result}});
     }
 
     Status setScene(int32_t scene, int32_t value, int32_t* result) override {
         *result = mFeatures.setScene(scene, value);
-        return reported("setScene", "scene", scene, "value", value, "result", *result);
+        return reported("setScene", {{"scene", scene}, {"value", value}, {"result", *result}});
     }
 
     Status setData(int32_t type, const Bundle& data, int32_t* result) override {
         *result = mFeatures.setData(type, data);
-        return reported("setData", "type", type, "data", data, "result", *result);
+        return reported("setData",
+                        {{"type", type}, {"data", entriesOf(data)}, {"result", *result}});
     }
 
     Status getEffectEx(int32_t feature, int32_t type, std::vector<int32_t>* status, int32_t length,
                        int32_t* result) override {
         *result = mFeatures.getEffectEx(feature, type, length, status);
-        return reported("getEffectEx", "feature", feature, "type", type, "length", length, "result",
-                        *result);
+        return reported(
+            "getEffectEx",
+            {{"feature", feature}, {"type", type}, {"length", length}, {"result", *result}});
     }
 
     Status getEffect(int32_t feature, int32_t type, std::vector<uint8_t>* buffer, int32_t length,
                      int32_t* result) override {
         *result = mFeatures.getEffect(feature, type, length, buffer);
-        return reported("getEffect", "feature", feature, "type", type, "length", length, "result",
-                        *result);
+        return reported(
+            "getEffect",
+            {{"feature", feature}, {"type", type}, {"length", length}, {"result", *result}});
     }
 
     Status getEffectExByData(int32_t feature, const Bundle& data, std::vector<int32_t>* status,
@@ -139,25 +141,29 @@ public:
             *status = configuration();
             *result = 0;
         }
-        return reported("getEffectExByData", "feature", feature, "data", data, "values",
-                        status->size(), "result", *result);
+        return reported("getEffectExByData", {{"feature", feature},
+                                              {"data", entriesOf(data)},
+                                              {"values", status->size()},
+                                              {"result", *result}});
     }
 
     Status setEffect(int32_t feature, int32_t type, const Bundle& data, int32_t* result) override {
         *result = mFeatures.setEffect(feature, type, data);
-        return reported("setEffect", "feature", feature, "type", type, "data", data, "result",
-                        *result);
+        return reported(
+            "setEffect",
+            {{"feature", feature}, {"type", type}, {"data", entriesOf(data)}, {"result", *result}});
     }
 
     Status registerCallback(const Callback& callback) override {
-        const Status status = reported("registerCallback", "pid", callingPid());
+        const Status status = reported("registerCallback", {{"pid", callingPid()}});
         return mClients->add(std::nullopt, callback, callingPid())
                    ? status
                    : refusal(Status::EX_ILLEGAL_STATE, "the callback's process is gone");
     }
 
     Status registerCallbackEx(const Callback& callback, const Bundle& data, bool* result) override {
-        Status status = reported("registerCallbackEx", "data", data, "pid", callingPid());
+        Status status =
+            reported("registerCallbackEx", {{"data", entriesOf(data)}, {"pid", callingPid()}});
         std::string key;
         int32_t feature = 0;
         status = readRegistration(data, &key, &feature);
@@ -169,14 +175,15 @@ public:
     }
 
     Status unregisterCallback(const Callback& callback) override {
-        const Status status = reported("unregisterCallback", "pid", callingPid());
+        const Status status = reported("unregisterCallback", {{"pid", callingPid()}});
         return mClients->remove(std::nullopt, callback, callingPid())
                    ? status
                    : refusal(Status::EX_ILLEGAL_ARGUMENT, "the callback is not registered");
     }
 
     Status unregisterCallbackEx(const Bundle& data) override {
-        Status status = reported("unregisterCallbackEx", "data", data, "pid", callingPid());
+        Status status =
+            reported("unregisterCallbackEx", {{"data", entriesOf(data)}, {"pid", callingPid()}});
         std::string key;
         int32_t feature = 0;
         status = readRegistration(data, &key, &feature);
@@ -192,8 +199,8 @@ public:
         // The sample has no processing of its own: the output is the input.
         const bool isDone = copyImage(input->getGraphicBuffer(), output->getGraphicBuffer());
         *result = isDone ? 0 : FeatureStore::kRefused;
-        return reported("processGraphicBuffer", "feature", feature, "type", type, "result",
-                        *result);
+        return reported("processGraphicBuffer",
+                        {{"feature", feature}, {"type", type}, {"result", *result}});
     }
 
 private:
@@ -223,31 +230,13 @@ private:
         return values;
     }
 
-    static void append(std::string&) {}
-
-    /** Appends " name=value" for each pair of arguments. */
-    template <typename VALUE, typename... REST>
-    static void append(std::string& line, const char* name, const VALUE& value,
-                       const REST&... rest) {
-        line += std::string(" ") + name + "=";
-        if constexpr (std::is_same_v<VALUE, Bundle>) {
-            line += sample::describe(value);
-        } else {
-            line += std::to_string(value);
-        }
-        append(line, rest...);
-    }
-
     /** Counts a transaction, and reports it as one line, "NAME argument=value ...". */
-    template <typename... ARGUMENTS>
-    Status reported(const std::string& name, const ARGUMENTS&... arguments) {
+    Status reported(const std::string& name, const Json& arguments) {
         {
             const DeMutexLock lock(mMutex);
             ++mCalls[name];
         }
-        std::string line = name;
-        append(line, arguments...);
-        report(line);
+        report(name + ' ' + textOf(arguments));
         return Status::ok();
     }
 
