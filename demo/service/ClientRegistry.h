@@ -95,8 +95,10 @@ public:
     void setEnabled(bool enabled) {
         const DeMutexLock lock(mMutex);
         mEnabled = enabled;
-        const auto reached = std::count_if(mClients.begin(), mClients.end(),
-                                           [this](const Client& it) { return sendState(it); });
+        size_t reached = 0;
+        for (const Client& client : mClients) {
+            reached += sendState(client) ? 1 : 0;
+        }
         note(std::string("enable ") + (enabled ? "on" : "off") +
              " clients=" + std::to_string(reached));
     }
