@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "common/DeMutex.h"
 #include "media/HeldFrames.h"
@@ -12,10 +13,68 @@ namespace displayengine::media::messages {
 namespace {
 
 using logtap::Message;
-using logtap::startsWith;
 using std::string_view;
 
-thread_local Call* tCall = nullptr;
+thread_local Result* tCall = nullptr;
+
+/** A text to be remembered takes no memory while messages are read, unless it is very long. */
+struct Text : std::string {
+    Text() { reserve(256); }
+    using std::string::operator=;
+};
+
+/** What is remembered. */
+struct Notes {
+    struct {
+        bool isMet = false;
+        Text text; /**< Empty if nothing was said yet. */
+    } conditions[kConditions] DE_GUARDED_BY(mutex);
+    std::optional<Limits> limits DE_GUARDED_BY(mutex);
+    Wanted bringUp DE_GUARDED_BY(mutex){Reason::kNotStarted,
+                                        "the engine did not come up before the first session"};
+    Text monitor DE_GUARDED_BY(mutex);   /**< Its last verdict; empty for a healthy stream. */
+    Text transport DE_GUARDED_BY(mutex); /**< Binder's last complaint. */
+    Text trouble DE_GUARDED_BY(mutex);   /**< The engine's last complaint. */
+    Text notReady DE_GUARDED_BY(mutex);  /**< Why the library did not start last. */
+    Text status DE_GUARDED_BY(mutex);    /**< The adapter's words on the worker's frame. */
+    Text failure DE_GUARDED_BY(mutex);   /**< The same of the last frame that failed. */
+    Text success DE_GUARDED_BY(mutex);   /**< Stays empty. */
+    DeMutex mutex;
+};
+/** Never destroyed, since messages come while the process exits. */
+Notes& gNotes = *new Notes;
+
+/** The messages with which the engine's call for a frame ends; of several, the first counts. */
+constexpr struct {
+    string_view function;
+    string_view part;
+    Outcome outcome;
+    Text Notes::*text = nullptr; /**< What is told of it: null for the message itself. */
+} kVerdicts[] = {
+    {"getReady", "", Outcome::kRefusedNotReady, &Notes::notReady},
+    {"isReady", "", Outcome::kRefusedNotReady, &Notes::notReady},
+    {"enhance", "Invalid input:", Outcome::kRefusedInvalid},
+    {"enhance", "Overload!", Outcome::kRefusedOverload},
+    {"isUnhealthy", "monitor UNHEALTHY", Outcome::kRefusedUnhealthy},
+    {"isUnhealthy", "monitor restore:0", Outcome::kRefusedUnhealthy},
+    {"enhance", "Tasks is not empty!", Outcome::kRefusedBusy},
+    {"enhance", " expired ", Outcome::kExpired},
+    {"enhance", " return 0", Outcome::kProcessed, &Notes::success},
+    {"enhance", " return ", Outcome::kFailed, &Notes::failure},
+};
+
+/** How the messages about a condition begin, and what is told of it. */
+constexpr struct {
+    string_view start;
+    Reason reason;
+    string_view unknown;
+    string_view unmet;
+} kConditionWords[kConditions] = {
+    {"mIsEnhance[EN_COND_RECT]:", Reason::kSize, "no size has been reported",
+     "the size is outside the service's range, "},
+    {"mIsEnhance[EN_COND_FPS]:", Reason::kRate, "no frame rate has been reported",
+     "the frame rate is above the service's ceiling, "},
+};
 
 bool contains(string_view text, string_view part) {
     return text.find(part) != string_view::npos;
@@ -28,104 +87,31 @@ uint64_t numberBehind(string_view key, string_view text, int base) {
                                    : std::strtoull(text.data() + at + key.size(), nullptr, base);
 }
 
-/** The verdict first: it stays when there is no memory for the text. */
-void judge(Outcome verdict, string_view text) {
-    tCall->verdict = verdict;
+/** The outcome first: it stays when there is no memory for the text. */
+void judge(Outcome outcome, string_view text) {
+    tCall->outcome = outcome;
     tCall->text.clear();
     tCall->text = text;
 }
 
-/** A text to be remembered takes no memory while messages are read, unless it is very long. */
-struct Text : std::string {
-    Text() { reserve(256); }
-    using std::string::operator=;
-};
-
-/** What is remembered. Never destroyed, since messages come while the process exits. */
-struct Notes {
-    struct {
-        bool isKnown = false;
-        bool isMet = false;
-        Text text;
-    } conditions[kConditions] DE_GUARDED_BY(mutex);
-    std::optional<Limits> limits DE_GUARDED_BY(mutex);
-    bool isUnhealthy DE_GUARDED_BY(mutex) = false;
-    Text monitor DE_GUARDED_BY(mutex); /**< Its words when it found the stream so. */
-    Wanted bringUp DE_GUARDED_BY(mutex);
-    Text transport DE_GUARDED_BY(mutex); /**< Binder's last complaint. */
-    Text trouble DE_GUARDED_BY(mutex);   /**< The engine's last complaint. */
-    Text notReady DE_GUARDED_BY(mutex);  /**< Why the library did not start last. */
-    Text status DE_GUARDED_BY(mutex);    /**< The adapter's words on the worker's frame. */
-    Text failure DE_GUARDED_BY(mutex);   /**< The same of the last frame that failed. */
-    DeMutex mutex;
-};
-
-/** The messages with which the call for one frame ends. */
-void readCall(Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
-    const string_view text = message.text;
-    const size_t result = text.rfind(" return ");
-    if (message.function == "getReady" || startsWith(text, "Retry count:")) {
-        // The adapter has told more about it than the engine, perhaps at an earlier attempt.
-        const bool isAdapters = !contains(text, "the worker") && !it.notReady.empty();
-        judge(Outcome::kRefusedNotReady, isAdapters ? string_view(it.notReady) : text);
-    } else if (message.function != "enhance") {
-        return;
-    } else if (startsWith(text, "Invalid input:")) {
-        judge(Outcome::kRefusedInvalid, text);
-    } else if (startsWith(text, "Overload!")) {
-        judge(Outcome::kRefusedOverload, text);
-    } else if (startsWith(text, "Tasks is not empty!")) {
-        judge(Outcome::kRefusedBusy, text);
-    } else if (contains(text, " expired ")) {
-        judge(Outcome::kExpired, text);
-    } else if (result != string_view::npos) {
-        const bool isSuccess = text.substr(result) == " return 0";
-        judge(isSuccess ? Outcome::kProcessed : Outcome::kFailed,
-              isSuccess ? "" : string_view(it.failure));
-    }
-}
-
-void readWorker(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
-    if (!startsWith(text, "enhance(")) {
-        // A frame may have failed without the adapter's words, as by an exception.
-        it.failure = it.status.empty() ? text : string_view(it.status);
-        it.status.clear();
-    }
-}
-
-/** The processing library's troubles: to start, and with a frame. */
-void readAdapter(Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
-    const string_view function = message.function;
-    if (function == "openLibrary" || function == "loadLibrary" || function == "init") {
-        it.notReady = message.text;
-    } else if (tCall == nullptr && (function == "enhance" || function == "setParam")) {
-        const bool isConsequence = startsWith(message.text, "Retry init()");
-        it.status = isConsequence ? string_view(it.notReady) : message.text;
-    }
-}
-
-/** Between the closes of its intervals the monitor refuses frames without a message. */
-void readMonitor(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
-    it.isUnhealthy = !startsWith(text, "monitor healthy") && !startsWith(text, "monitor restore:1");
-    if (it.isUnhealthy) {
-        if (tCall != nullptr) {
-            judge(Outcome::kRefusedUnhealthy, text);
+void readCall(const Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
+    for (const auto& verdict : kVerdicts) {
+        if (message.function == verdict.function && contains(message.text, verdict.part)) {
+            const Text Notes::*const text = verdict.text;
+            return judge(verdict.outcome, text == nullptr ? message.text : string_view(it.*text));
         }
-        it.monitor = text;
     }
 }
 
 void readCondition(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
     constexpr string_view kReason = ". Because ";
-    const size_t at = text.rfind(kReason);
-    const bool isSize = startsWith(text, "mIsEnhance[EN_COND_RECT]");
-    if (at != string_view::npos && (isSize || startsWith(text, "mIsEnhance[EN_COND_FPS]"))) {
-        auto& condition = it.conditions[isSize ? kSizeCondition : kRateCondition];
-        condition.isKnown = true;
-        condition.isMet = contains(text, "]:1 ");
-        condition.text = isSize ? "the size is outside the service's range, "
-                                : "the frame rate is above the service's ceiling, ";
-        condition.text += text.substr(at + kReason.size());
+    for (size_t i = 0; i < kConditions; ++i) {
+        const auto& [start, reason, unknown, unmet] = kConditionWords[i];
+        if (text.substr(0, start.size()) == start) {
+            it.conditions[i].isMet = text.substr(start.size(), 1) == "1";
+            it.conditions[i].text = unmet;
+            it.conditions[i].text += text.substr(text.rfind(kReason) + kReason.size());
+        }
     }
 }
 
@@ -140,122 +126,134 @@ void readConfiguration(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
     }
 }
 
-void fail(Wanted& bringUp, Reason reason, const char* what, const std::string& cause = {}) {
-    bringUp.reason = reason;
-    bringUp.text = what + (cause.empty() ? cause : ": " + cause);
+void readEngine(Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
+    const auto& [tag, function, text, isWarning] = message;
+    if (function == "doEnhance") {
+        if (isWarning) {
+            // A frame may have failed without the adapter's words, as by an exception.
+            it.failure = it.status.empty() ? text : string_view(it.status);
+        }
+        it.status.clear();
+    } else if (function == "updateEnhance") {
+        readCondition(it, text);
+    } else if (function == "isUnhealthy") {
+        const bool isHealthy = contains(text, "monitor healthy") || contains(text, "restore:1");
+        it.monitor = isHealthy ? "" : text;
+    } else if (function == "getConfig" && !isWarning) {
+        readConfiguration(it, text);
+    } else if (function == "getReady" || function == "isReady") {
+        // The adapter has told more about the library, perhaps at an earlier attempt.
+        if (it.notReady.empty() || contains(text, "the worker")) {
+            it.notReady = text;
+        }
+    } else if (isWarning) {
+        it.trouble = text;
+    }
+    if (tCall != nullptr) {
+        readCall(it, message);
+    }
+}
+
+/** The processing library's troubles: to start, and with a frame. */
+void readAdapter(Notes& it, string_view function, string_view text) DE_REQUIRES(it.mutex) {
+    if (function == "openLibrary" || function == "loadLibrary" || function == "init") {
+        it.notReady = text;
+    } else if (tCall == nullptr && (function == "enhance" || function == "setParam")) {
+        const bool isConsequence = contains(text, "Retry init()");
+        it.status = isConsequence ? string_view(it.notReady) : text;
+    }
 }
 
 /** The engine did not come up, which comes in two or three messages. */
 void readFacade(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
-    if (startsWith(text, "Failed to get displayengineserver binder")) {
-        fail(it.bringUp, Reason::kNoService, "no display engine service was found", it.transport);
-    } else if (startsWith(text, "getSupported(")) {
-        fail(it.bringUp, Reason::kNotSupported, "the service did not say what it supports");
-    } else if (startsWith(text, "AisrEngine initialize() failed!")) {
-        fail(it.bringUp, Reason::kNotStarted, "the engine did not come up", it.trouble);
-    } else if (it.bringUp) {
-        fail(it.bringUp, Reason::kNotSupported, "the service does not support video enhancement");
+    const auto explain = [&](Reason reason, std::string what, const std::string& cause = {}) {
+        it.bringUp.reason = reason;
+        it.bringUp.text = what + (cause.empty() ? cause : ": " + cause);
+    };
+    if (contains(text, "Failed to get displayengineserver binder")) {
+        explain(Reason::kNoService, "no display engine service was found", it.transport);
+    } else if (contains(text, "getSupported(")) {
+        explain(Reason::kNotSupported, "the service did not say what it supports");
+    } else if (contains(text, "AisrEngine initialize() failed!")) {
+        explain(Reason::kNotStarted, "the engine did not come up", it.trouble);
+    } else if (it.bringUp.reason == Reason::kNotStarted) {
+        explain(Reason::kNotSupported, "the service does not support video enhancement");
     }
 }
 
-void readEngine(Notes& it, const Message& message) DE_REQUIRES(it.mutex) {
-    if (message.function == "doEnhance") {
-        readWorker(it, message.text);
-    } else if (message.function == "updateEnhance") {
-        readCondition(it, message.text);
-    } else if (message.function == "isUnhealthy") {
-        readMonitor(it, message.text);
-    } else if (message.function == "getConfig" && !message.isWarning) {
-        readConfiguration(it, message.text);
+/** A call for a frame has ended without a verdict. The monitor gives one only now and then. */
+void readProbe(const Notes& it) DE_REQUIRES(it.mutex) {
+    if (tCall != nullptr && !it.monitor.empty() && logtap::isOn()) {
+        judge(Outcome::kRefusedUnhealthy, it.monitor);
     } else if (tCall != nullptr) {
-        readCall(it, message);
-    } else if (message.isWarning) {
-        it.trouble = message.text;
+        judge(Outcome::kUnknown, "the engine said nothing");
     }
-}
-
-Notes& notes() {
-    static Notes& theNotes = *new Notes;
-    return theNotes;
 }
 
 }  // namespace
 
-void prepare() {
-    notes();
-}
-
-void setCall(Call* call) {
+void setCall(Result* call) {
     tCall = call;
 }
 
 void read(const Message& message) {
-    const bool isEngines = message.tag == logtap::kEngineTag;
-    if (isEngines && message.function == "doEnhance") {
+    const auto& [tag, function, text, isWarning] = message;
+    if (tag == logtap::kEngineTag && function == "doEnhance") {
         // The worker's, which tells that the processing library has returned from the frame.
         // Without memory for its name, the next one tells the same.
-        const uint64_t id = numberBehind("{ id=", message.text, 16);
+        const uint64_t id = numberBehind("{ id=", text, 16);
         if (id != 0) {
-            heldframes::done(id, numberBehind(" idx=", message.text, 10));
+            heldframes::done(id, numberBehind(" idx=", text, 10));
         }
     }
-    Notes& it = notes();
-    const DeMutexLock lock(it.mutex);
-    if (isEngines) {
-        readEngine(it, message);
-    } else if (message.isWarning && message.tag == logtap::kFacadeTag) {
-        readFacade(it, message.text);
-    } else if (message.isWarning && message.tag == logtap::kAdapterTag) {
-        readAdapter(it, message);
-    } else if (message.isWarning && message.tag == logtap::kBinderTag) {
-        it.transport = message.text;
+    const DeMutexLock lock(gNotes.mutex);
+    if (tag == logtap::kEngineTag) {
+        readEngine(gNotes, message);
+    } else if (tag == logtap::kProbeTag) {
+        readProbe(gNotes);
+    } else if (tag == logtap::kFacadeTag && isWarning) {
+        readFacade(gNotes, text);
+    } else if (tag == logtap::kAdapterTag && isWarning) {
+        readAdapter(gNotes, function, text);
+    } else if (tag == logtap::kBinderTag && isWarning) {
+        gNotes.transport = text;
     }
-}
-
-std::optional<std::string> unhealthy() {
-    const DeMutexLock lock(notes().mutex);
-    return notes().isUnhealthy ? std::optional(notes().monitor) : std::nullopt;
 }
 
 void forgetConditions() {
-    const DeMutexLock lock(notes().mutex);
-    for (auto& condition : notes().conditions) {
-        condition.isKnown = false;
+    const DeMutexLock lock(gNotes.mutex);
+    for (auto& condition : gNotes.conditions) {
+        condition.text.clear();
     }
 }
 
 bool isKnown(Condition condition) {
-    const DeMutexLock lock(notes().mutex);
-    return notes().conditions[condition].isKnown;
+    const DeMutexLock lock(gNotes.mutex);
+    return !gNotes.conditions[condition].text.empty();
 }
 
 std::optional<Limits> limits() {
-    const DeMutexLock lock(notes().mutex);
-    return notes().limits;
+    const DeMutexLock lock(gNotes.mutex);
+    return gNotes.limits;
 }
 
 void explainConditions(Wanted* wanted) {
-    const DeMutexLock lock(notes().mutex);
-    const auto& size = notes().conditions[kSizeCondition];
-    const bool isSize = !size.isKnown || !size.isMet;
-    const auto& condition = isSize ? size : notes().conditions[kRateCondition];
-    wanted->reason = isSize ? Reason::kSize : Reason::kRate;
-    if (!condition.isKnown) {
-        wanted->text = isSize ? "no size has been reported" : "no frame rate has been reported";
-    } else if (!condition.isMet) {
-        wanted->text = condition.text;
-    } else {
-        wanted->reason = Reason::kSwitchedOff;
-        wanted->text = "enhancement has just been switched";
+    const DeMutexLock lock(gNotes.mutex);
+    for (size_t i = 0; i < kConditions; ++i) {
+        const auto& [isMet, text] = gNotes.conditions[i];
+        if (!isMet || text.empty()) {
+            wanted->reason = kConditionWords[i].reason;
+            wanted->text = text.empty() ? kConditionWords[i].unknown : string_view(text);
+            return;
+        }
     }
+    wanted->reason = Reason::kSwitchedOff;
+    wanted->text = "enhancement has just been switched";
 }
 
 void explainBringUp(Wanted* wanted) {
-    const DeMutexLock lock(notes().mutex);
-    const bool isKnown = !notes().bringUp;
-    wanted->reason = isKnown ? notes().bringUp.reason : Reason::kNotStarted;
-    wanted->text =
-        isKnown ? notes().bringUp.text : "the engine did not come up before the first session";
+    const DeMutexLock lock(gNotes.mutex);
+    *wanted = gNotes.bringUp;
 }
 
 }  // namespace displayengine::media::messages

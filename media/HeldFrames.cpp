@@ -13,22 +13,18 @@ namespace displayengine::media::heldframes {
 namespace {
 
 DeMutex gMutex;
+/** In the order of their offers. Never destroyed: the worker names frames also at the exit. */
+Slot& gFrames DE_GUARDED_BY(gMutex) = *new Slot;
 uint64_t gOfferedId DE_GUARDED_BY(gMutex) = 0; /**< Stream of the offer under way, or 0. */
 std::optional<uint64_t> gOfferedDone DE_GUARDED_BY(gMutex); /**< What the worker did of it. */
 std::atomic<size_t> gCount{0};
 std::atomic<bool> gIsStopped{false};
 
-/** In the order of their offers. Never destroyed: the worker names frames also at the exit. */
-Slot& frames() DE_REQUIRES(gMutex) {
-    static Slot& theFrames = *new Slot;
-    return theFrames;
-}
-
 void releaseAll(Slot& ready) {
     if (gIsStopped) {
         // What they refer to may be gone, so they are put aside for good.
         const DeMutexLock lock(gMutex);
-        frames().splice(frames().begin(), ready);
+        gFrames.splice(gFrames.begin(), ready);
     }
     while (!ready.empty()) {
         call(ready.front().release);
@@ -40,11 +36,6 @@ void releaseAll(Slot& ready) {
 
 }  // namespace
 
-void prepare() {
-    const DeMutexLock lock(gMutex);
-    frames();
-}
-
 void begin(uint64_t id) {
     const DeMutexLock lock(gMutex);
     gOfferedId = id;
@@ -53,18 +44,20 @@ void begin(uint64_t id) {
 
 void finish(Slot& slot, Outcome outcome) {
     const Frame& frame = slot.front();
+    const bool isDone = outcome == Outcome::kProcessed || outcome == Outcome::kFailed;
+    const bool mayBeWritten = outcome == Outcome::kExpired || outcome == Outcome::kUnknown;
     Slot earlier;
     {
         const DeMutexLock lock(gMutex);
         gOfferedId = 0;
-        if (outcome == Outcome::kProcessed || outcome == Outcome::kFailed) {
-            earlier.swap(frames());
-        } else if ((outcome == Outcome::kExpired || outcome == Outcome::kUnknown) &&
-                   (frame.idx == kNoIndex || gOfferedDone != frame.idx)) {
+        if (mayBeWritten && (frame.idx == kNoIndex || gOfferedDone != frame.idx)) {
             ++gCount;
             logtap::acquire();  // For the message that will name it.
-            frames().splice(frames().end(), slot);
+            gFrames.splice(gFrames.end(), slot);
             return;
+        }
+        if (isDone) {
+            earlier.swap(gFrames);
         }
     }
     releaseAll(earlier);
@@ -75,14 +68,14 @@ void done(uint64_t id, uint64_t idx) {
     Slot ready;
     {
         const DeMutexLock lock(gMutex);
-        const auto found = std::find_if(frames().begin(), frames().end(), [&](const Frame& frame) {
+        const auto found = std::find_if(gFrames.begin(), gFrames.end(), [=](const Frame& frame) {
             return frame.id == id && frame.idx == idx;
         });
-        if (found != frames().end()) {
-            ready.splice(ready.end(), frames(), frames().begin(), std::next(found));
+        if (found != gFrames.end()) {
+            ready.splice(ready.end(), gFrames, gFrames.begin(), std::next(found));
         } else if (id == gOfferedId) {
             gOfferedDone = idx;
-            ready.swap(frames());
+            ready.swap(gFrames);
         }
     }
     releaseAll(ready);

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <list>
 
 #include "media/VideoSession.h"
@@ -12,12 +11,12 @@
  * The frames of the process that the processing library may still write. The engine's worker takes
  * frames in the order of their offers, so one that is done tells the same of all earlier ones.
  *
- * Any thread may call, offers come one at a time, and nothing throws but prepare(). Releases are
- * called without a lock of this library.
+ * Any thread may call, offers come one at a time, and nothing throws. Releases are called without a
+ * lock of this library.
  */
 namespace displayengine::media::heldframes {
 
-constexpr uint64_t kNoIndex = std::numeric_limits<uint64_t>::max();
+constexpr uint64_t kNoIndex = UINT64_MAX;
 
 struct Frame {
     uint64_t id;
@@ -27,8 +26,6 @@ struct Frame {
 /** A list of one, made before the offer: to hold a frame takes no memory. */
 using Slot = std::list<Frame>;
 
-/** Takes memory once: before the first frame. */
-void prepare();
 /** A frame of that stream is about to be offered. */
 void begin(uint64_t id);
 /** Its call has returned: holds the frame, and empties the slot, or releases it. */

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstddef>
 #include <iterator>
 
 #include "common/DeMutex.h"
@@ -15,7 +14,6 @@ namespace {
 constexpr std::string_view kCommonTag = "DE N DECC";
 constexpr std::string_view kLibraryTags[] = {kEngineTag, kAdapterTag, kFacadeTag, kCommonTag,
                                              "DE N DEM"};
-constexpr char kProbeTag[] = "DE N Media";
 
 // Messages come until the process has ended, so nothing here is ever destroyed.
 std::atomic<__android_logger_function> gNext{__android_log_stderr_logger};
@@ -29,13 +27,6 @@ bool gIsInfoWanted DE_GUARDED_BY(gMutex) = false;
 /** Debug and info messages cannot be told apart, so they are hidden when neither is wanted. */
 std::atomic<bool> gHides{false};
 
-thread_local bool tHasSeenProbe = false;
-
-bool isLibraryTag(std::string_view tag) {
-    return std::find(std::begin(kLibraryTags), std::end(kLibraryTags), tag) !=
-           std::end(kLibraryTags);
-}
-
 /** A message of the library reads "function:line: text". */
 Message split(std::string_view tag, std::string_view message, bool isWarning) {
     const size_t colon = message.find(':');
@@ -48,9 +39,6 @@ Message split(std::string_view tag, std::string_view message, bool isWarning) {
 
 /** A new manager sets the switches from properties, and says so just before. */
 void noteReset(const Message& message) {
-    if (message.function != "initLogSwitch") {
-        return;
-    }
     const DeMutexLock lock(gMutex);
     if (gUserCount > 0) {
         gIsDebugWanted = gIsInfoWanted = message.text.find("=1") != std::string_view::npos;
@@ -61,22 +49,19 @@ void noteReset(const Message& message) {
 void receive(const __android_log_message* whole) {
     const std::string_view tag = whole->tag != nullptr ? whole->tag : "";
     const std::string_view text = whole->message != nullptr ? whole->message : "";
-    if (tag == kProbeTag) {
-        tHasSeenProbe = true;
-        return;
-    }
-    const bool isWarning = whole->priority >= ANDROID_LOG_WARN;
-    const bool isLibrarys = isLibraryTag(tag);
+    const Message message = split(tag, text, whole->priority >= ANDROID_LOG_WARN);
+    const auto end = std::end(kLibraryTags);
     // The verbose switch stays its user's own.
-    const bool isHidden = gHides.load(std::memory_order_relaxed) && isLibrarys && !isWarning &&
-                          !startsWith(text, "LOGV ");
-    if (isLibrarys || tag == kBinderTag) {
-        const Message message = split(tag, text, isWarning);
-        try {
-            tag == kCommonTag ? noteReset(message) : gReader.load()(message);
-        } catch (...) {
-            // No memory for a text.
-        }
+    const bool isRaised = !message.isWarning && text.substr(0, 5) != "LOGV " &&
+                          std::find(std::begin(kLibraryTags), end, tag) != end;
+    const bool isHidden = tag == kProbeTag || (isRaised && gHides.load(std::memory_order_relaxed));
+    try {
+        gReader.load()(message);
+    } catch (...) {
+        // No memory for a text.
+    }
+    if (tag == kCommonTag && message.function == "initLogSwitch") {
+        noteReset(message);
     }
     if (!isHidden) {
         gNext.load()(whole);
@@ -84,12 +69,10 @@ void receive(const __android_log_message* whole) {
 }
 
 /** Switches them on; one that is off before has been set so by its user. */
-void raise(bool isFirst) DE_REQUIRES(gMutex) {
-    gIsDebugWanted = (isFirst || gIsDebugWanted) && g_delogdEnable;
-    gIsInfoWanted = (isFirst || gIsInfoWanted) && g_delogiEnable;
+void raise() DE_REQUIRES(gMutex) {
+    gIsDebugWanted = g_delogdEnable.exchange(true) && gIsDebugWanted;
+    gIsInfoWanted = g_delogiEnable.exchange(true) && gIsInfoWanted;
     gHides = !gIsDebugWanted && !gIsInfoWanted;
-    g_delogdEnable = true;
-    g_delogiEnable = true;
 }
 
 }  // namespace
@@ -100,16 +83,12 @@ void install(__android_logger_function next, Reader reader) {
     __android_log_set_logger(receive);
 }
 
-bool isInPlace() {
-    tHasSeenProbe = false;
-    __android_log_print(ANDROID_LOG_INFO, kProbeTag,
-                        "A video session's logger has been replaced: it cannot tell outcomes.");
-    return tHasSeenProbe;
-}
-
 void acquire() {
     const DeMutexLock lock(gMutex);
-    raise(gUserCount++ == 0);
+    if (gUserCount++ == 0) {
+        gIsDebugWanted = gIsInfoWanted = true;
+    }
+    raise();
 }
 
 void release() {
@@ -123,11 +102,9 @@ void release() {
 }
 
 void keepOn() {
-    if (!isOn()) {
-        const DeMutexLock lock(gMutex);
-        if (gUserCount > 0) {
-            raise(false);
-        }
+    const DeMutexLock lock(gMutex);
+    if (gUserCount > 0) {
+        raise();
     }
 }
 

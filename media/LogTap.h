@@ -11,11 +11,12 @@
  */
 namespace displayengine::media::logtap {
 
-/** A message of the client library, or of binder; the texts are valid during the call only. */
+/** A message of the process, split if it is the client library's; the texts are valid during the
+ * call only. */
 struct Message {
     std::string_view tag;
-    std::string_view function; /**< That logs; empty for binder's. */
-    std::string_view text;     /**< Behind the function and the source line. */
+    std::string_view function; /**< That logs; meaningless in another's message. */
+    std::string_view text;     /**< Behind the function and the source line; all of binder's. */
     bool isWarning;            /**< Or an error. */
 };
 using Reader = void (*)(const Message& message);
@@ -24,18 +25,14 @@ constexpr std::string_view kFacadeTag = "DE N VideoEngine";
 constexpr std::string_view kEngineTag = "DE N AISR";
 constexpr std::string_view kAdapterTag = "DE N AISRAlgo";
 constexpr std::string_view kBinderTag = "binder";
-
-inline bool startsWith(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
-}
+/** Of a message that a session sends to see whether it comes back; `next` does not get it. */
+constexpr char kProbeTag[] = "DE N Media";
 
 /**
  * Makes this the process's logger. `reader` gets each message first, on the thread that logs; then
  * `next`, if it would have been written without the raised switches.
  */
 void install(__android_logger_function next, Reader reader);
-/** Whether another logger has not taken the place; this costs a message. */
-bool isInPlace();
 
 /** Counts one that needs the debug and info messages, and switches them on. */
 void acquire();

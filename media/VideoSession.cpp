@@ -30,7 +30,7 @@ uint64_t nextStreamId() {
 
 /** What the operations of a session share. */
 struct SessionState {
-    android::sp<DisplayEngineManager> manager;
+    const android::sp<DisplayEngineManager> manager = new DisplayEngineManager;
     std::atomic<bool> isClosed{false};
     /** Held during an offer: frames have to reach the engine in the order of their streams. */
     DeMutex offerMutex;
@@ -56,27 +56,6 @@ struct ExitMark {
     ~ExitMark() { heldframes::stop(); }
 };
 
-bool isWanted(const SessionState& state) {
-    return !state.isClosed && state.manager->needVideoEnhance();
-}
-
-/** Sets the reason first, and may then throw. */
-void explain(const SessionState& state, Wanted* wanted) {
-    if (state.isClosed) {
-        wanted->reason = Reason::kClosed;
-        wanted->text = "the session is closed";
-    } else if (state.manager->needVideoEnhance()) {
-        return;
-    } else if (!state.manager->isVideoEngineSupported()) {
-        messages::explainBringUp(wanted);
-    } else if (!state.manager->getVideoAppConfig()) {
-        wanted->reason = Reason::kSwitchedOff;
-        wanted->text = "enhancement is switched off for this process";
-    } else {
-        messages::explainConditions(wanted);
-    }
-}
-
 /**
  * The engine says nothing of a value that it has already, and its verdict may come from before the
  * session. Another value in between makes it speak.
@@ -93,28 +72,21 @@ void report(messages::Condition condition, SEND send) {
 
 /** Makes the call, and tells what the messages said. */
 Result callEngine(const SessionState& state, Aisr::BufferInfo& info) {
-    messages::Call call;
-    messages::setCall(&call);
+    Result result;
+    messages::setCall(&result);
     const auto start = std::chrono::steady_clock::now();
     state.manager->doVideoEnhance(info);
     const std::chrono::duration<float, std::milli> elapsed =
         std::chrono::steady_clock::now() - start;
+    result.milliseconds = elapsed.count();
+    if (result.outcome == Outcome::kUnknown) {
+        noThrow([&] { result.text = "another logger has taken the place of the session's"; });
+        // If that is not so, this gives another text, and perhaps an outcome.
+        __android_log_print(ANDROID_LOG_INFO, logtap::kProbeTag,
+                            "A video session's logger has been replaced: it cannot tell outcomes.");
+    }
     messages::setCall(nullptr);
-    noThrow([&] {
-        if (call.verdict) {
-            return;
-        }
-        // Refused between two verdicts of the monitor, or not told.
-        if (!logtap::isInPlace()) {
-            call.text = "another logger has taken the place of the session's";
-        } else if (const auto monitor = messages::unhealthy(); monitor && logtap::isOn()) {
-            call.verdict = Outcome::kRefusedUnhealthy;
-            call.text = *monitor;
-        } else {
-            call.text = "the engine said nothing";
-        }
-    });
-    return {call.verdict.value_or(Outcome::kUnknown), elapsed.count(), std::move(call.text)};
+    return result;
 }
 
 }  // namespace
@@ -145,19 +117,14 @@ std::unique_ptr<VideoSession> VideoSession::open(const Options& options, std::st
     const bool isTaken = gIsOpen.exchange(true);
     noThrow([&] {
         if (!isTaken) {
-            heldframes::prepare();
-            messages::prepare();
             logtap::install(options.nextLogger, messages::read);
-            auto state = std::make_unique<SessionState>();
-            state->manager = new DisplayEngineManager;
-            session.reset(new VideoSession(std::move(state)));
+            session.reset(new VideoSession(std::make_unique<SessionState>()));
+            session->start(options);
         } else if (why != nullptr) {
             *why = "another video session of this process is open";
         }
     });
-    if (session != nullptr) {
-        session->start(options);
-    } else if (!isTaken) {
+    if (session == nullptr && !isTaken) {
         gIsOpen = false;
         if (why != nullptr) {
             *why = "out of memory";  // Short enough to need none.
@@ -203,12 +170,27 @@ void VideoSession::restartStream() {
 
 Wanted VideoSession::wanted() const {
     Wanted wanted;
-    noThrow([&] { explain(*mState, &wanted); });
+    // The reason is set first, and stays without memory for the text.
+    noThrow([&] {
+        if (mState->isClosed) {
+            wanted.reason = Reason::kClosed;
+            wanted.text = "the session is closed";
+        } else if (mState->manager->needVideoEnhance()) {
+            return;
+        } else if (!mState->manager->isVideoEngineSupported()) {
+            messages::explainBringUp(&wanted);
+        } else if (!mState->manager->getVideoAppConfig()) {
+            wanted.reason = Reason::kSwitchedOff;
+            wanted.text = "enhancement is switched off for this process";
+        } else {
+            messages::explainConditions(&wanted);
+        }
+    });
     return wanted;
 }
 
 bool VideoSession::isWanted() const {
-    return media::isWanted(*mState);
+    return !mState->isClosed && mState->manager->needVideoEnhance();
 }
 
 std::optional<Limits> VideoSession::limits() const {
