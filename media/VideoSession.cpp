@@ -30,7 +30,7 @@ uint64_t nextStreamId() {
 
 /** What the operations of a session share. */
 struct SessionState {
-    const android::sp<DisplayEngineManager> manager = new DisplayEngineManager;
+    android::sp<DisplayEngineManager> manager;
     std::atomic<bool> isClosed{false};
     /** Held during an offer: frames have to reach the engine in the order of their streams. */
     DeMutex offerMutex;
@@ -118,13 +118,16 @@ std::unique_ptr<VideoSession> VideoSession::open(const Options& options, std::st
     noThrow([&] {
         if (!isTaken) {
             logtap::install(options.nextLogger, messages::read);
-            session.reset(new VideoSession(std::make_unique<SessionState>()));
-            session->start(options);
+            auto state = std::make_unique<SessionState>();
+            state->manager = new DisplayEngineManager;
+            session.reset(new VideoSession(std::move(state)));
         } else if (why != nullptr) {
             *why = "another video session of this process is open";
         }
     });
-    if (session == nullptr && !isTaken) {
+    if (session != nullptr) {
+        session->start(options);
+    } else if (!isTaken) {
         gIsOpen = false;
         if (why != nullptr) {
             *why = "out of memory";  // Short enough to need none.
