@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Library.h"
 
-#include <cxxabi.h>
 #include <dlfcn.h>
 
 #include <exception>
@@ -55,11 +54,9 @@ int32_t Library::call(const std::string& what, const Frame* frame, FUNC func) {
     std::string thrown;
     try {
         return func();
-    } catch (const abi::__forced_unwind&) {
-        throw;  // the thread is being ended
     } catch (const std::exception& error) {
         thrown = std::string(" (") + error.what() + ")";
-    } catch (...) {
+    } catch (...) {  // also the end of the thread, which is none of the library's
     }
     failAndStop(what + (frame != nullptr ? ", " + frame->text() : "") +
                 ": an exception left the entry" + thrown);

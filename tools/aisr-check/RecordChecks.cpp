@@ -109,7 +109,7 @@ void checkRecordsKept(const Settings& settings) {
 void checkUnknownParameters(const Settings& settings) {
     Library library(settings);
     library.start();
-    Frame frame({1280, 720, 1344});
+    Frame frame({768, 576, 832});
     for (const Unknown& unknown : kUnknown) {
         for (const size_t size : unknown.sizes) {
             sendUnknown(library, unknown, size, &frame);

@@ -12,7 +12,6 @@ namespace {
 constexpr FrameShape kShapes[] = {
     {514, 514, 576}, {768, 576, 832}, {960, 540, 960}, {1280, 720, 1344}, {720, 1280, 768},
 };
-constexpr int kLeastFrames = 10;
 // The engine's rule: so many slow frames within so long a time end a stream's enhancement.
 constexpr size_t kTolerated = 5;
 constexpr double kPeriodMs = 10'000;
@@ -77,7 +76,7 @@ void checkTimes(const Settings& settings) {
         const Stopwatch budget;
         const double budgetMs = settings.count(3000, 100);
         const auto frames = static_cast<size_t>(settings.count(200, 30));
-        while (times.size() <= kLeastFrames ||
+        while (times.size() <= static_cast<size_t>(settings.count(10, 5)) ||
                (times.size() <= frames && budget.milliseconds() < budgetMs)) {
             const Stopwatch stopwatch;
             library.mustEnhance(frame);
