@@ -166,10 +166,11 @@ void readAdapter(Notes& it, string_view function, string_view text) DE_REQUIRES(
 
 /** The engine did not come up, which comes in two or three messages. */
 void readFacade(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
-    const auto explain = [&](Reason reason, std::string what, const std::string& cause = {}) {
-        it.bringUp.reason = reason;
-        it.bringUp.text = what + (cause.empty() ? cause : ": " + cause);
-    };
+    const auto explain = [&](Reason reason, std::string what, const std::string& cause = {})
+                             DE_REQUIRES(it.mutex) {
+                                 it.bringUp.reason = reason;
+                                 it.bringUp.text = what + (cause.empty() ? cause : ": " + cause);
+                             };
     if (contains(text, "Failed to get displayengineserver binder")) {
         explain(Reason::kNoService, "no display engine service was found", it.transport);
     } else if (contains(text, "getSupported(")) {
