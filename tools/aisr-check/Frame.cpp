@@ -148,7 +148,7 @@ std::string Frame::overrun() const {
 
 std::string Frame::paddingWritten() const {
     std::string found;
-    const uint8_t* drawn = mDrawn.data();
+    const auto* drawn = reinterpret_cast<const uint8_t*>(mDrawn.data());
     forEachRow([&](const Memory& plane, int32_t row, const uint8_t* bytes, size_t width) {
         const auto stride = static_cast<size_t>(mShape.stride);
         size_t x = width;
@@ -164,10 +164,11 @@ std::string Frame::paddingWritten() const {
     return found;
 }
 
-std::vector<uint8_t> Frame::planes() const {
-    std::vector<uint8_t> all(mLuma.begin(), mLuma.begin() + mLuma.size());
-    all.insert(all.end(), mChroma.begin(), mChroma.begin() + mChroma.size());
-    return all;
+std::string Frame::planes() const {
+    // Copied at once in any build, as the elements of a vector are not.
+    const auto* luma = reinterpret_cast<const char*>(mLuma.begin());
+    const auto* chroma = reinterpret_cast<const char*>(mChroma.begin());
+    return std::string(luma, mLuma.size()).append(chroma, mChroma.size());
 }
 
 void Frame::takeAway() {

@@ -72,7 +72,7 @@ public:
      */
     std::string paddingWritten() const;
     /** Luma and chroma, with padding. */
-    std::vector<uint8_t> planes() const;
+    std::string planes() const;
     void takeAway();
 
 private:
@@ -83,7 +83,7 @@ private:
     Memory mLuma;
     Memory mChroma;
     uint32_t mSeed = 0;
-    std::vector<uint8_t> mDrawn; /**< The planes as drawn. */
+    std::string mDrawn; /**< The planes as drawn. */
     AisrBufferList mList;
     AisrBufferNode mNode;
 };

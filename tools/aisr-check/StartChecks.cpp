@@ -84,7 +84,7 @@ void checkFirstFrame(const Settings& settings) {
     Library library(settings);
     library.start();
     Frame frame({1280, 720, 1344});
-    const std::vector<uint8_t> before = frame.planes();
+    const std::string before = frame.planes();
     const Stopwatch stopwatch;
     library.mustEnhance(frame);
     note(frame.text() + ": " + oneDecimal(stopwatch.milliseconds()) + " ms" +
