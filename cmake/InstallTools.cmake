@@ -1,13 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 # cmake --install, the component `tools`: the programs with their manual pages and completions, the
 # sample processing library, and the template and the page for makers of others.
-set(tools dectl displayengine-service)
+set(tools dectl displayengine-service aisr-check)
 set(purpose_dectl "ask and set the features of the display engine service")
 set(purpose_displayengine-service "a display engine service for a desk machine")
 set(purpose_aisr-check "check a processing library against the rules for its makers")
-if(TARGET aisr-check)
-    list(APPEND tools aisr-check)
-endif()
 
 file(RELATIVE_PATH library_folder ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set_target_properties(${tools} PROPERTIES INSTALL_RPATH $ORIGIN/${library_folder})

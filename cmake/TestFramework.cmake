@@ -12,8 +12,10 @@ if(DISPLAYENGINE_LIBCXX OR CMAKE_CROSSCOMPILING)
     endif()
     set(BUILD_GMOCK OFF CACHE BOOL "")
     set(INSTALL_GTEST OFF CACHE BOOL "")
-    add_subdirectory(${DISPLAYENGINE_GOOGLETEST_DIR} ${PROJECT_BINARY_DIR}/googletest
-                     EXCLUDE_FROM_ALL)
+    if(NOT TARGET gtest)
+        add_subdirectory(${DISPLAYENGINE_GOOGLETEST_DIR} ${PROJECT_BINARY_DIR}/googletest
+                         EXCLUDE_FROM_ALL)
+    endif()
 else()
     find_package(GTest REQUIRED)
 endif()

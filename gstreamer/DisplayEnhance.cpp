@@ -2,6 +2,7 @@
 #include "gstreamer/DisplayEnhance.h"
 
 #include <exception>
+#include <functional>
 #include <utility>
 
 #include "gstreamer/EngineLog.h"
@@ -19,20 +20,24 @@ G_DEFINE_TYPE(GstDisplayEnhance, gst_display_enhance, GST_TYPE_VIDEO_FILTER)
 
 namespace {
 
-constexpr char kCaps[] = GST_VIDEO_CAPS_MAKE("NV12");
+GstStaticPadTemplate sinkTemplate = GST_STATIC_PAD_TEMPLATE(
+    "sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS(GST_VIDEO_CAPS_MAKE("NV12")));
+GstStaticPadTemplate srcTemplate = GST_STATIC_PAD_TEMPLATE(
+    "src", GST_PAD_SRC, GST_PAD_ALWAYS, GST_STATIC_CAPS(GST_VIDEO_CAPS_MAKE("NV12")));
 
 enum Property : guint { kEnable = 1, kActive, kInactiveReason, kStats, kLimits, kPropertyEnd };
 GParamSpec* properties[kPropertyEnd];
 
-/** Runs `work`; an exception of it ends here, in a log message, and gives `otherwise`. */
-template <typename RESULT, typename WORK>
-RESULT guarded(gpointer element, RESULT otherwise, WORK work) noexcept {
+/** Does `work`; an exception of it ends here, in a log message, and gives FALSE. */
+template <typename WORK>
+gboolean guarded(gpointer element, WORK work) noexcept {
     try {
-        return work(*GST_DISPLAY_ENHANCE(element)->enhancement);
+        std::invoke(work, *GST_DISPLAY_ENHANCE(element)->enhancement);
+        return TRUE;
     } catch (const std::exception& error) {
         GST_ERROR_OBJECT(element, "%s", error.what());
+        return FALSE;
     }
-    return otherwise;
 }
 
 void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
@@ -44,7 +49,7 @@ void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* spe
 }
 
 void getProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
-    guarded(object, false, [&](const Enhancement& enhancement) {
+    guarded(object, [&](const Enhancement& enhancement) {
         switch (id) {
             case kEnable:
                 g_value_set_boolean(value, enhancement.isEnabled());
@@ -64,7 +69,6 @@ void getProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
             default:
                 G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
         }
-        return true;
     });
 }
 
@@ -74,33 +78,26 @@ void finalize(GObject* object) {
 }
 
 gboolean start(GstBaseTransform* element) {
-    return guarded(element, FALSE, [](Enhancement& enhancement) {
-        enhancement.start();
-        return TRUE;
-    });
+    return guarded(element, &Enhancement::start);
 }
 
 gboolean stop(GstBaseTransform* element) {
-    return guarded(element, FALSE, [](Enhancement& enhancement) {
-        enhancement.stop();
-        return TRUE;
-    });
+    return guarded(element, &Enhancement::stop);
 }
 
 gboolean setInfo(GstVideoFilter* element, GstCaps* /*sinkCaps*/, GstVideoInfo* info,
                  GstCaps* /*srcCaps*/, GstVideoInfo* /*srcInfo*/) {
-    return guarded(element, FALSE, [info](Enhancement& enhancement) {
-        return static_cast<gboolean>(enhancement.setFormat(*info));
-    });
+    bool isSet = false;
+    guarded(element, [&](Enhancement& enhancement) { isSet = enhancement.setFormat(*info); });
+    return isSet;
 }
 
 gboolean sinkEvent(GstBaseTransform* element, GstEvent* event) {
     const GstEventType type = GST_EVENT_TYPE(event);
     if (type == GST_EVENT_STREAM_START || type == GST_EVENT_SEGMENT ||
         type == GST_EVENT_FLUSH_STOP) {
-        guarded(element, false, [type](Enhancement& enhancement) {
+        guarded(element, [type](Enhancement& enhancement) {
             enhancement.beginStream(type == GST_EVENT_STREAM_START);
-            return true;
         });
     }
     return GST_BASE_TRANSFORM_CLASS(gst_display_enhance_parent_class)->sink_event(element, event);
@@ -125,13 +122,10 @@ GstFlowReturn generateOutput(GstBaseTransform* element, GstBuffer** output) {
     // None a second time, or when the base class has dropped the buffer.
     GstBuffer* const input = std::exchange(element->queued_buf, nullptr);
     *output = input;
-    if (input == nullptr) {
-        return GST_FLOW_OK;
+    if (input != nullptr) {
+        guarded(element, [&](Enhancement& enhancement) { *output = enhancement.process(input); });
     }
-    return guarded(element, GST_FLOW_OK, [&](Enhancement& enhancement) {
-        *output = enhancement.process(input);
-        return GST_FLOW_OK;
-    });
+    return GST_FLOW_OK;
 }
 
 void installProperties(GObjectClass* object) {
@@ -155,13 +149,6 @@ void installProperties(GObjectClass* object) {
     g_object_class_install_properties(object, kPropertyEnd, properties);
 }
 
-void addPadTemplate(GstElementClass* element, const char* name, GstPadDirection direction) {
-    GstCaps* const caps = gst_caps_from_string(kCaps);
-    gst_element_class_add_pad_template(element,
-                                       gst_pad_template_new(name, direction, GST_PAD_ALWAYS, caps));
-    gst_caps_unref(caps);
-}
-
 }  // namespace
 
 static void gst_display_enhance_class_init(GstDisplayEnhanceClass* klass) {
@@ -175,8 +162,8 @@ static void gst_display_enhance_class_init(GstDisplayEnhanceClass* klass) {
     gst_element_class_set_static_metadata(
         element, "Display engine enhancement", "Filter/Effect/Video",
         "Enhances video by the processing library of the display engine", "displayengine");
-    addPadTemplate(element, "sink", GST_PAD_SINK);
-    addPadTemplate(element, "src", GST_PAD_SRC);
+    gst_element_class_add_static_pad_template(element, &sinkTemplate);
+    gst_element_class_add_static_pad_template(element, &srcTemplate);
 
     auto* const transform = GST_BASE_TRANSFORM_CLASS(klass);
     transform->start = start;

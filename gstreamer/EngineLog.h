@@ -4,13 +4,11 @@
 #include <android/log.h>
 #include <gst/gst.h>
 
+/** The debug category `displayenhance`, which the plugin creates. */
 GST_DEBUG_CATEGORY_EXTERN(displayenhance_debug);
 #define GST_CAT_DEFAULT displayenhance_debug
 
 namespace displayengine::gst {
-
-/** Creates the debug category `displayenhance`. */
-void registerLogCategory();
 
 /**
  * A logger of the platform's that writes to the category: errors and warnings as such, everything

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "gstreamer/Enhancement.h"
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <utility>
 
-#include "gstreamer/BusMessages.h"
 #include "gstreamer/EngineLog.h"
 
 namespace displayengine::gst {
@@ -13,6 +14,32 @@ namespace {
 const Enhancement::State kNoStream{"no-stream", "there is no video"};
 /** A measured rate is announced again when it has changed by this part of it. */
 constexpr double kRateTolerance = 0.1;
+
+/** What is said on the bus of an outcome or a reason: warnings of what is missing, infos. */
+const struct Complaint {
+    const char* about;
+    GstMessageType type;
+    GQuark (*domain)();
+    gint code;
+    const char* text;
+} kComplaints[] = {
+    {media::reasonName(media::Reason::kNoService), GST_MESSAGE_WARNING, gst_resource_error_quark,
+     GST_RESOURCE_ERROR_NOT_FOUND, "No display engine service; the video passes unenhanced."},
+    {media::reasonName(media::Reason::kNotStarted), GST_MESSAGE_WARNING, gst_resource_error_quark,
+     GST_RESOURCE_ERROR_NOT_FOUND,
+     "The display engine could not be started; the video passes unenhanced."},
+    {media::outcomeName(media::Outcome::kRefusedNotReady), GST_MESSAGE_WARNING,
+     gst_resource_error_quark, GST_RESOURCE_ERROR_NOT_FOUND,
+     "No processing library that works; the video passes unenhanced."},
+    {media::outcomeName(media::Outcome::kRefusedUnhealthy), GST_MESSAGE_INFO, gst_core_error_quark,
+     GST_CORE_ERROR_CLOCK,
+     "The frames come faster than the display engine's health monitor allows and are not "
+     "enhanced; pace the pipeline with sync=true at its sink, or with \"identity sync=true\" "
+     "before displayenhance."},
+    {media::outcomeName(media::Outcome::kRefusedOverload), GST_MESSAGE_INFO, gst_stream_error_quark,
+     GST_STREAM_ERROR_FAILED,
+     "Too many frames took too long; the display engine enhances no more frames of this stream."},
+};
 
 }  // namespace
 
@@ -25,19 +52,22 @@ Enhancement::Enhancement(GstBaseTransform* element, GParamSpec* active, GParamSp
 }
 
 void Enhancement::start() {
-    mStatistics.clear();
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mStatistics = Statistics();
+    }
     mMeter.clear();
     mIsWarned = false;
 }
 
 void Enhancement::stop() {
     closeSession();
-    mPool.clear();
+    mPool.reset();
     setState(kNoStream);
 }
 
 bool Enhancement::setFormat(const GstVideoInfo& info) {
-    if (gst_video_info_is_equal(&info, &mInfo) != FALSE && mPool.get() != nullptr) {
+    if (gst_video_info_is_equal(&info, &mInfo) != FALSE && mPool != nullptr) {
         return true;  // Only the neighbours have changed.
     }
     mInfo = info;
@@ -49,7 +79,8 @@ bool Enhancement::setFormat(const GstVideoInfo& info) {
     }
     beginStream(false);
     bringUpToDate();
-    return mPool.configure(info);
+    mPool = makePool(info);
+    return mPool != nullptr;
 }
 
 void Enhancement::beginStream(bool isNew) {
@@ -69,8 +100,7 @@ GstBuffer* Enhancement::process(GstBuffer* input) {
         return offer(input);
     }
     const FrameOutcome outcome{media::Outcome::kNotOffered, state.reason, state.text, 0};
-    mStatistics.add(outcome);
-    tell(outcome, input);
+    account(outcome, input);
     return markOutcome(input, outcome);
 }
 
@@ -87,7 +117,7 @@ void Enhancement::bringUpToDate() {
     }
     mMayOpen = false;
     if (std::exchange(mIsNewStream, false)) {
-        mIsTold.fill(false);
+        mIsTold.clear();
     }
 }
 
@@ -132,7 +162,8 @@ void Enhancement::setAnnouncedRate() {
 
 void Enhancement::setLatency(GstClockTime latency) {
     if (mLatency.exchange(latency) != latency) {
-        postLatencyChanged(GST_ELEMENT(mElement));
+        gst_element_post_message(GST_ELEMENT(mElement),
+                                 gst_message_new_latency(GST_OBJECT(mElement)));
     }
 }
 
@@ -173,7 +204,17 @@ void Enhancement::setState(const State& state) {
         g_object_notify_by_pspec(object, mActiveProperty);
     }
     GST_INFO_OBJECT(mElement, "%s", state.reason.empty() ? "active" : state.text.c_str());
-    postActive(GST_ELEMENT(mElement), state.reason, state.text);
+    GstStructure* const structure =
+        gst_structure_new("displayenhance", "active", G_TYPE_BOOLEAN,
+                          static_cast<gboolean>(state.reason.empty()), "reason", G_TYPE_STRING,
+                          state.reason.c_str(), "text", G_TYPE_STRING, state.text.c_str(), nullptr);
+    gst_element_post_message(GST_ELEMENT(mElement),
+                             gst_message_new_element(GST_OBJECT(mElement), structure));
+}
+
+GstStructure* Enhancement::statistics() const {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return mStatistics.structure(*mHeld);
 }
 
 GstStructure* Enhancement::limits() const {
@@ -205,8 +246,7 @@ GstBuffer* Enhancement::offer(GstBuffer* input) {
         frame.text = result.text;
         frame.milliseconds = static_cast<double>(result.milliseconds);
     }
-    mStatistics.add(frame);
-    tell(frame, input);
+    account(frame, input);
     if (frame.outcome == media::Outcome::kProcessed && copy->isHandedBack()) {
         GstBuffer* const output = copy->takeBuffer();
         GST_BASE_TRANSFORM_GET_CLASS(mElement)->copy_metadata(mElement, input, output);
@@ -216,36 +256,54 @@ GstBuffer* Enhancement::offer(GstBuffer* input) {
     return markOutcome(input, frame);
 }
 
-void Enhancement::tell(const FrameOutcome& frame, GstBuffer* input) {
+void Enhancement::account(const FrameOutcome& frame, GstBuffer* input) {
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mStatistics.add(frame);
+    }
     GST_LOG_OBJECT(mElement, "%s after %g ms %s", media::outcomeName(frame.outcome),
                    frame.milliseconds, frame.text.c_str());
     if (frame.outcome == media::Outcome::kExpired) {
-        postExpired(mElement, input, frame.milliseconds,
-                    mStatistics.count(media::Outcome::kProcessed),
-                    mStatistics.count(media::Outcome::kExpired));
+        postExpired(frame, input);
     }
-    if (frame.reason == media::reasonName(media::Reason::kNoService)) {
-        warnOfMissing("No display engine service; the video passes unenhanced.", frame.text);
-    } else if (frame.reason == media::reasonName(media::Reason::kNotStarted)) {
-        warnOfMissing("The display engine could not be started; the video passes unenhanced.",
-                      frame.text);
-    } else if (frame.outcome == media::Outcome::kRefusedNotReady) {
-        warnOfMissing("No processing library that works; the video passes unenhanced.", frame.text);
-    }
-    if (std::exchange(mIsTold[static_cast<size_t>(frame.outcome)], true)) {
+    complain(frame);
+}
+
+/** Of something missing once after a stream's start, of the rest once in a stream. */
+void Enhancement::complain(const FrameOutcome& frame) {
+    const std::string_view about =
+        frame.reason.empty() ? media::outcomeName(frame.outcome) : frame.reason.c_str();
+    const auto* const complaint =
+        std::find_if(std::begin(kComplaints), std::end(kComplaints),
+                     [about](const Complaint& it) { return it.about == about; });
+    if (complaint == std::end(kComplaints)) {
         return;
     }
-    if (frame.outcome == media::Outcome::kRefusedUnhealthy) {
-        postTooFast(GST_ELEMENT(mElement), frame.text);
-    } else if (frame.outcome == media::Outcome::kRefusedOverload) {
-        postOverload(GST_ELEMENT(mElement), frame.text);
+    bool& isMade = complaint->type == GST_MESSAGE_WARNING ? mIsWarned : mIsTold[complaint->about];
+    if (!std::exchange(isMade, true)) {
+        gst_element_message_full(GST_ELEMENT(mElement), complaint->type, complaint->domain(),
+                                 complaint->code, g_strdup(complaint->text),
+                                 g_strdup(frame.text.c_str()), __FILE__, __func__, __LINE__);
     }
 }
 
-void Enhancement::warnOfMissing(const char* text, const std::string& details) {
-    if (!std::exchange(mIsWarned, true)) {
-        postMissing(GST_ELEMENT(mElement), text, details);
+void Enhancement::postExpired(const FrameOutcome& frame, GstBuffer* buffer) {
+    const GstSegment& segment = mElement->segment;
+    const GstClockTime timestamp = GST_BUFFER_PTS(buffer);
+    guint64 running = GST_CLOCK_TIME_NONE;
+    guint64 stream = GST_CLOCK_TIME_NONE;
+    if (segment.format == GST_FORMAT_TIME) {
+        running = gst_segment_to_running_time(&segment, GST_FORMAT_TIME, timestamp);
+        stream = gst_segment_to_stream_time(&segment, GST_FORMAT_TIME, timestamp);
     }
+    GstMessage* const message = gst_message_new_qos(GST_OBJECT(mElement), FALSE, running, stream,
+                                                    timestamp, GST_BUFFER_DURATION(buffer));
+    const double late = frame.milliseconds * static_cast<double>(GST_MSECOND);
+    gst_message_set_qos_values(message, static_cast<gint64>(late), 1.0, 0);
+    gst_message_set_qos_stats(message, GST_FORMAT_BUFFERS,
+                              mStatistics.count(media::Outcome::kProcessed),
+                              mStatistics.count(media::Outcome::kExpired));
+    gst_element_post_message(GST_ELEMENT(mElement), message);
 }
 
 }  // namespace displayengine::gst

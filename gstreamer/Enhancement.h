@@ -4,16 +4,16 @@
 #include <gst/base/gstbasetransform.h>
 #include <gst/video/video.h>
 
-#include <array>
 #include <atomic>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
-#include "gstreamer/OutcomeMeta.h"
+#include "gstreamer/FrameOutcome.h"
 #include "gstreamer/RateMeter.h"
-#include "gstreamer/Statistics.h"
 #include "gstreamer/WorkingFrame.h"
 #include "media/VideoSession.h"
 
@@ -59,7 +59,7 @@ public:
     bool isEnabled() const { return mIsEnabled; }
     State state() const;
     /** Both structures are the caller's; none before the limits are known. */
-    GstStructure* statistics() const { return mStatistics.structure(*mHeld); }
+    GstStructure* statistics() const;
     GstStructure* limits() const;
     GstClockTime latency() const { return mLatency; }
 
@@ -72,8 +72,9 @@ private:
     State currentState() const;
     void setState(const State& state);
     GstBuffer* offer(GstBuffer* input);
-    void tell(const FrameOutcome& frame, GstBuffer* input);
-    void warnOfMissing(const char* text, const std::string& details);
+    void account(const FrameOutcome& frame, GstBuffer* input);
+    void complain(const FrameOutcome& frame);
+    void postExpired(const FrameOutcome& frame, GstBuffer* buffer);
 
     GstBaseTransform* const mElement;
     GParamSpec* const mActiveProperty;
@@ -82,10 +83,10 @@ private:
     std::atomic<bool> mIsEnabled{true};
     std::atomic<GstClockTime> mLatency{0};
     const HeldCount mHeld = std::make_shared<std::atomic<uint64_t>>(0);
-    Statistics mStatistics;
 
     mutable std::mutex mMutex;
-    State mState;                         /**< Guarded by mMutex. */
+    Statistics mStatistics; /**< Written by the streaming thread only, with mMutex held. */
+    State mState;           /**< Guarded by mMutex. */
     std::optional<media::Limits> mLimits; /**< Guarded by mMutex. */
 
     // Of the streaming thread.
@@ -98,7 +99,7 @@ private:
     bool mMayOpen = false;     /**< Another attempt at a session is due. */
     bool mIsNewStream = false;
     bool mIsWarned = false; /**< Of something missing, since the stream's start. */
-    std::array<bool, media::kOutcomes> mIsTold{}; /**< Since the stream's begin, by outcome. */
+    std::map<std::string_view, bool> mIsTold; /**< Since the stream's begin, by outcome. */
 };
 
 }  // namespace displayengine::gst

@@ -3,17 +3,24 @@
 
 #include "gstreamer/DisplayEnhance.h"
 #include "gstreamer/EngineLog.h"
-#include "gstreamer/OutcomeMeta.h"
+#include "gstreamer/FrameOutcome.h"
 
-namespace {
+GST_DEBUG_CATEGORY(displayenhance_debug);
 
-gboolean initialisePlugin(GstPlugin* plugin) {
-    displayengine::gst::registerLogCategory();
+void displayengine::gst::logToCategory(const __android_log_message* message) {
+    const GstDebugLevel level = message->priority >= ANDROID_LOG_ERROR  ? GST_LEVEL_ERROR
+                                : message->priority == ANDROID_LOG_WARN ? GST_LEVEL_WARNING
+                                                                        : GST_LEVEL_DEBUG;
+    GST_CAT_LEVEL_LOG(displayenhance_debug, level, nullptr, "%s: %s", message->tag,
+                      message->message);
+}
+
+static gboolean initialisePlugin(GstPlugin* plugin) {
+    GST_DEBUG_CATEGORY_INIT(displayenhance_debug, "displayenhance", 0,
+                            "video enhancement by the display engine");
     displayengine::gst::registerOutcomeMeta();
     return gst_element_register(plugin, "displayenhance", GST_RANK_NONE, GST_TYPE_DISPLAY_ENHANCE);
 }
-
-}  // namespace
 
 // What the macro below names.
 #define PACKAGE "displayengine"

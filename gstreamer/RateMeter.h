@@ -3,8 +3,7 @@
 
 #include <gst/gst.h>
 
-#include <array>
-#include <cstddef>
+#include <deque>
 #include <optional>
 
 namespace displayengine::gst {
@@ -13,15 +12,34 @@ namespace displayengine::gst {
 class RateMeter {
 public:
     /** A frame with this timestamp comes. One that lies behind the last starts afresh. */
-    void add(GstClockTime timestamp);
-    void clear() { mCount = 0; }
+    void add(GstClockTime timestamp) {
+        if (!GST_CLOCK_TIME_IS_VALID(timestamp)) {
+            return;
+        }
+        if (!mTimes.empty() && timestamp <= mTimes.back()) {
+            clear();
+        }
+        mTimes.push_back(timestamp);
+        if (mTimes.size() > kMostFrames) {
+            mTimes.pop_front();
+        }
+    }
+    void clear() { mTimes.clear(); }
 
     /** Frames per second; none before there are ten frames. */
-    std::optional<double> rate() const;
+    std::optional<double> rate() const {
+        if (mTimes.size() < kFewestFrames) {
+            return std::nullopt;
+        }
+        const auto span = static_cast<double>(mTimes.back() - mTimes.front());
+        return static_cast<double>(mTimes.size() - 1) * static_cast<double>(GST_SECOND) / span;
+    }
 
 private:
-    std::array<GstClockTime, 32> mTimes; /**< The frame of count n at n modulo the size. */
-    size_t mCount = 0;
+    static constexpr size_t kFewestFrames = 10;
+    static constexpr size_t kMostFrames = 32;
+
+    std::deque<GstClockTime> mTimes;
 };
 
 }  // namespace displayengine::gst

@@ -19,12 +19,11 @@ std::shared_ptr<WorkingFrame> WorkingFrame::copyOf(GstBuffer* input, const GstVi
     if (gst_buffer_pool_acquire_buffer(pool, &buffer, nullptr) == GST_FLOW_OK) {
         if (gst_video_frame_map(&to, format, buffer, GST_MAP_READWRITE)) {
             result.reset(new WorkingFrame(to, held));
-            if (!gst_video_frame_copy(&to, &from)) {
-                result.reset();
-            }
-        } else {
-            gst_buffer_unref(buffer);
         }
+        gst_buffer_unref(buffer);
+    }
+    if (result != nullptr && !gst_video_frame_copy(&to, &from)) {
+        result.reset();
     }
     gst_video_frame_unmap(&from);
     return result;
@@ -38,7 +37,7 @@ WorkingFrame::WorkingFrame(const GstVideoFrame& mapped, HeldCount held)
 WorkingFrame::~WorkingFrame() {
     handBack();
     if (mMapped.buffer != nullptr) {
-        gst_buffer_unref(takeBuffer());
+        gst_video_frame_unmap(&mMapped);
     }
 }
 
@@ -56,29 +55,22 @@ void WorkingFrame::handBack() {
 }
 
 GstBuffer* WorkingFrame::takeBuffer() {
-    GstBuffer* const buffer = mMapped.buffer;
-    // The mapping holds a reference of its own.
+    GstBuffer* const buffer = gst_buffer_ref(mMapped.buffer);
     gst_video_frame_unmap(&mMapped);
     mMapped.buffer = nullptr;
     return buffer;
 }
 
-bool WorkingPool::configure(const GstVideoInfo& info) {
-    clear();
-    mPool = gst_video_buffer_pool_new();
-    GstStructure* const config = gst_buffer_pool_get_config(mPool);
+WorkingPool makePool(const GstVideoInfo& info) {
+    WorkingPool pool(gst_video_buffer_pool_new());
+    GstStructure* const config = gst_buffer_pool_get_config(pool.get());
     GstCaps* const caps = gst_video_info_to_caps(&info);
     gst_buffer_pool_config_set_params(config, caps, static_cast<guint>(GST_VIDEO_INFO_SIZE(&info)),
                                       0, 0);
     gst_caps_unref(caps);
-    return gst_buffer_pool_set_config(mPool, config) && gst_buffer_pool_set_active(mPool, TRUE);
-}
-
-void WorkingPool::clear() {
-    if (mPool != nullptr) {
-        gst_buffer_pool_set_active(mPool, FALSE);
-        gst_clear_object(&mPool);
-    }
+    const bool isReady = gst_buffer_pool_set_config(pool.get(), config) &&
+                         gst_buffer_pool_set_active(pool.get(), TRUE);
+    return isReady ? std::move(pool) : nullptr;
 }
 
 }  // namespace displayengine::gst

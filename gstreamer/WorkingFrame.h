@@ -40,27 +40,24 @@ public:
 private:
     WorkingFrame(const GstVideoFrame& mapped, HeldCount held);
 
-    GstVideoFrame mMapped; /**< Its buffer is owned; null once it has been taken. */
+    GstVideoFrame mMapped; /**< Holds its buffer; null once it has been taken. */
     const HeldCount mHeld;
     std::atomic<bool> mIsHandedBack{false};
 };
 
-/** A pool of buffers in the format's usual layout, which has one stride for both planes. */
-class WorkingPool {
-public:
-    WorkingPool() = default;
-    ~WorkingPool() { clear(); }
-    WorkingPool(const WorkingPool&) = delete;
-    WorkingPool& operator=(const WorkingPool&) = delete;
-
-    /** Makes the pool for frames of this format; false when it cannot be had. */
-    bool configure(const GstVideoInfo& info);
-    /** Gives the pool up; frames that are still out keep it until they are back. */
-    void clear();
-    GstBufferPool* get() const { return mPool; }
-
-private:
-    GstBufferPool* mPool = nullptr;
+/** Gives a pool up; frames that are still out keep it until they are back. */
+struct ReleasePool {
+    void operator()(GstBufferPool* pool) const {
+        gst_buffer_pool_set_active(pool, FALSE);
+        gst_object_unref(pool);
+    }
 };
+using WorkingPool = std::unique_ptr<GstBufferPool, ReleasePool>;
+
+/**
+ * A pool of buffers in the format's usual layout, which has one stride for both planes; null when
+ * it cannot be had.
+ */
+WorkingPool makePool(const GstVideoInfo& info);
 
 }  // namespace displayengine::gst

@@ -8,7 +8,8 @@ usage() {
 Usage: scripts/coverage.sh
 
 Builds with clang++'s counters, runs the tests, replays the fuzzers' corpora, and prints for each
-folder how many lines and branches they reach; the platform's stand-in is shown for information.
+folder how many lines and branches they reach; media/, gstreamer/ and the platform's stand-in are
+shown for information.
 Fails when one of the four folders of the library is below 95 % of its lines or 85 % of its
 branches, or when a line is missed for which tests/data/uncovered.txt has no reason.
 TXT
@@ -50,6 +51,8 @@ run_tests() {
 export_counts() {
     llvm-cov export "$@" -instr-profile="$build/profile" "$build/libdisplayengine.so" \
         -object "$build/platform/libdisplayengine_platform.so" \
+        -object "$build/media/libdisplayengine-media.so" \
+        -object "$build/gstreamer/libgstdisplayengine.so" \
         2> >(grep -v 'functions have mismatched data' >&2)
 }
 
@@ -72,12 +75,12 @@ print_folders() {
         function share(hit, all) { return all ? 100 * hit / all : 100 }
         END {
             printf "%-10s %20s %22s\n", "folder", "lines", "branches"
-            split("common aidl aisr client platform", order, " ")
+            split("common aidl aisr client media gstreamer platform", order, " ")
             for (i = 1; i in order; ++i) {
                 f = order[i]
                 l = share(hit_lines[f], lines[f])
                 b = share(hit_branches[f], branches[f])
-                below = f != "platform" && (l < 95 || b < 85)
+                below = i <= 4 && (l < 95 || b < 85)
                 failed += below
                 printf "%-10s %5d of %5d %5.1f %% %5d of %5d %5.1f %%%s\n", f, hit_lines[f],
                     lines[f], l, hit_branches[f], branches[f], b, below ? "  BELOW" : ""
@@ -90,7 +93,7 @@ print_folders() {
 print_missed() {
     local kind file number true_count false_count what
     while IFS=$'\t' read -r kind file number true_count false_count; do
-        case $file in platform/*) continue ;; esac
+        case $file in media/* | gstreamer/* | platform/*) continue ;; esac
         what=
         case $kind:$true_count:${false_count-} in
             line:0:) what=missed ;;

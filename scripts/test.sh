@@ -6,8 +6,9 @@ set -euo pipefail
 
 usage() {
     cat <<TXT
-Usage: scripts/test.sh [--asan | --tsan | --libcxx | --arm64] [--stress] [--repeat N]
-                       [--filter REGEX]
+Usage: scripts/test.sh [--no-clang | --asan | --tsan | --libcxx | --arm64] [--stress]
+                       [--repeat N] [--filter REGEX]
+  --no-clang      leave out the build with clang++
   --asan          build with the address and undefined-behaviour sanitizers
   --tsan          build with the thread sanitizer
   --libcxx        build with clang++ and libc++, the device's C++ runtime
@@ -23,10 +24,12 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 . "$root/scripts/lib/packages.sh"
 
 preset=release
+with_clang=true
 ctest_options=()
 stress=--label-exclude
 while [ $# -gt 0 ]; do
     case "$1" in
+        --no-clang) with_clang=false ;;
         --asan | --tsan | --libcxx | --arm64) preset=${1#--} ;;
         --stress) stress=--label-regex ;;
         --repeat | --filter)
@@ -62,8 +65,10 @@ build() {
 if [ "$preset" = release ] && [ "$stress" = --label-exclude ]; then
     echo "== format"
     git ls-files -z -- '*.h' '*.cpp' | xargs -0 clang-format --dry-run --Werror
-    echo "== build with clang++"
-    build debug
+    if $with_clang; then
+        echo "== build with clang++"
+        build debug
+    fi
 fi
 echo "== build: $preset"
 build "$preset"

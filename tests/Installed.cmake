@@ -26,10 +26,13 @@ endforeach()
 
 # A launcher without the sanitizer cannot load a plugin with it.
 if(TARGET gstdisplayengine AND NOT DISPLAYENGINE_SANITIZE)
-    add_test(NAME InstalledPipeline
-        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/gstreamer/InstalledPipeline.sh
-            ${PROJECT_SOURCE_DIR}/docs/pipeline.md ${PROJECT_BINARY_DIR} ${CMAKE_COMMAND})
-    set_tests_properties(InstalledPipeline PROPERTIES RESOURCE_LOCK install_manifest TIMEOUT 120)
+    foreach(page README docs/pipeline)
+        add_test(NAME InstalledPipeline.${page}
+            COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/gstreamer/InstalledPipeline.sh
+                ${PROJECT_SOURCE_DIR}/${page}.md ${PROJECT_BINARY_DIR} ${CMAKE_COMMAND})
+        set_tests_properties(InstalledPipeline.${page} PROPERTIES
+            RESOURCE_LOCK install_manifest TIMEOUT 120)
+    endforeach()
 endif()
 
 add_test(NAME InstalledTools

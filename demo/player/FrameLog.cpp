@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iomanip>
 #include <sstream>
+#include <stdexcept>
 
 namespace player {
 namespace {
@@ -34,7 +35,9 @@ FrameRecord read(GstBuffer* buffer) {
 FrameLog::FrameLog(Console& console, const std::string& csv)
     : mConsole(console), mTable(csv, std::ios::trunc) {
     mTable << std::fixed << std::setprecision(3) << "frame,seconds,outcome,milliseconds,reason\n";
-    mTableError = mTable ? "" : std::strerror(errno);
+    if (!mTable.flush()) {
+        throw std::runtime_error("cannot write '" + csv + "': " + std::strerror(errno));
+    }
 }
 
 void FrameLog::add(Clock::time_point turn, GstBuffer* before, GstBuffer* after, GstCaps* caps) {
@@ -69,9 +72,6 @@ void FrameLog::writeRow(const FrameRecord& frame) {
         mTable << std::quoted(why, '"', '"');
     }
     mTable << '\n';
-    if (!mTable && mTableError.empty()) {
-        mTableError = std::strerror(errno);
-    }
 }
 
 /** One line whenever enhancement becomes wanted or no longer wanted, or the reason changes. */
@@ -123,10 +123,7 @@ FrameLog::Result FrameLog::finish() {
     const DeMutexLock lock(mMutex);
     mConsole.finish();
     mTable.close();
-    if (!mTable && mTableError.empty()) {
-        mTableError = std::strerror(errno);
-    }
-    return {std::move(mRun), std::move(mPicture), mTableError};
+    return {std::move(mRun), std::move(mPicture), !mTable.fail()};
 }
 
 }  // namespace player

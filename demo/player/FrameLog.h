@@ -21,7 +21,7 @@ class FrameLog {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /** Begins the table `csv` anew. */
+    /** Begins the table `csv` anew. Throws std::runtime_error if that is impossible. */
     FrameLog(Console& console, const std::string& csv);
 
     /**
@@ -32,11 +32,11 @@ public:
 
     size_t frames() const;
 
-    /** The end: what there was, and the table's `error`, empty if it is whole. Called once. */
+    /** The end: what there was. Called once. */
     struct Result {
         RunResult run;
         Picture picture;
-        std::string tableError;
+        bool isTableWhole;
     };
     Result finish();
 
@@ -49,7 +49,6 @@ private:
     mutable DeMutex mMutex;
     Console& mConsole DE_GUARDED_BY(mMutex);
     std::ofstream mTable DE_GUARDED_BY(mMutex);
-    std::string mTableError DE_GUARDED_BY(mMutex);
     Picture mPicture DE_GUARDED_BY(mMutex);
     RunResult mRun DE_GUARDED_BY(mMutex);
     Clock::time_point mStart DE_GUARDED_BY(mMutex);

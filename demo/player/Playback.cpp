@@ -47,26 +47,6 @@ bool isCutRiff(const std::string& path) {
     return file && std::memcmp(head, "RIFF", 4) == 0 && size < GST_READ_UINT32_LE(head + 4) + 8ULL;
 }
 
-struct ErrorText {
-    std::string text; /**< GStreamer's words for its user; those about files are in the details. */
-    std::string details;
-    bool isBroken; /**< The demuxer or the decoder finds the file not to be whole. */
-};
-
-ErrorText textOf(GstMessage* message) {
-    GError* error = nullptr;
-    char* debug = nullptr;
-    gst_message_parse_error(message, &error, &debug);
-    const Ref<GError> errorHolder(error);
-    const Ref<char> debugHolder(debug);
-    const std::string details = debug != nullptr ? debug : "";
-    const size_t last = details.rfind('\n');
-    const bool isAboutFile = error->domain == GST_RESOURCE_ERROR && last != std::string::npos;
-    return {isAboutFile ? details.substr(last + 1) : error->message, details,
-            g_error_matches(error, GST_STREAM_ERROR, GST_STREAM_ERROR_DEMUX) ||
-                g_error_matches(error, GST_STREAM_ERROR, GST_STREAM_ERROR_DECODE)};
-}
-
 }  // namespace
 
 Playback::Playback(const Options& options, const StopSignal& stop, FrameLog& log)
@@ -100,16 +80,16 @@ Ref<GstElement> Playback::element(const char* name) const {
     return Ref<GstElement>(gst_bin_get_by_name(GST_BIN(mPipeline.get()), name));
 }
 
-void Playback::watch(const std::string& name, const char* pad, GstPadProbeType type,
+void Playback::watch(const char* name, const char* pad, GstPadProbeType type,
                      GstPadProbeCallback callback) {
-    const Ref<GstPad> watched(gst_element_get_static_pad(element(name.c_str()).get(), pad));
+    const Ref<GstPad> watched(gst_element_get_static_pad(element(name).get(), pad));
     gst_pad_add_probe(watched.get(), type, callback, this, nullptr);
 }
 
 // On GStreamer's threads --------------------------------------------------------------------------
 
 /** Takes the first video stream. Of the others nothing is used but how long they are. */
-void Playback::onPad(GstElement*, GstPad* pad, gpointer self) {
+void Playback::onPad(GstElement* /*decoder*/, GstPad* pad, gpointer self) {
     auto* const playback = static_cast<Playback*>(self);
     const Ref<GstElement> convert = playback->element("convert");
     const Ref<GstPad> target(gst_element_get_static_pad(convert.get(), "sink"));
@@ -227,7 +207,10 @@ bool Playback::isOver(GstMessage* message) {
         if (!isStopped) {
             noteEnd();
         }
-        return isStopped || !mOptions.isLooping || !rewind();
+        mIsFirst = true;
+        return isStopped || !mOptions.isLooping || mLog.frames() == 0 ||
+               gst_element_seek_simple(mPipeline.get(), GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH, 0) ==
+                   FALSE;
     }
     const GstStructure* const fields = gst_message_get_structure(message);
     if (gst_structure_has_name(fields, "missing-plugin") != FALSE) {
@@ -235,12 +218,6 @@ bool Playback::isOver(GstMessage* message) {
         mMissing = name != nullptr ? name : "plugin for it";
     }
     return false;
-}
-
-bool Playback::rewind() {
-    mIsFirst = true;
-    return mLog.frames() > 0 && gst_element_seek_simple(mPipeline.get(), GST_FORMAT_TIME,
-                                                        GST_SEEK_FLAG_FLUSH, 0) != FALSE;
 }
 
 /** Compares the length that the file states with what could be read of it. */
@@ -257,7 +234,16 @@ void Playback::noteEnd() {
 
 /** Throws unless it is the video's fault, and some of it was played. */
 void Playback::noteError(GstMessage* message) {
-    const auto [text, details, isBroken] = textOf(message);
+    GError* error = nullptr;
+    char* debug = nullptr;
+    gst_message_parse_error(message, &error, &debug);
+    const Ref<GError> errorHolder(error);
+    const std::string details = debug != nullptr ? Ref<char>(debug).get() : "";
+    // Which file is at fault is told by the details alone.
+    const size_t last =
+        error->domain == GST_RESOURCE_ERROR ? details.rfind('\n') : std::string::npos;
+    const std::string text = last != std::string::npos ? details.substr(last + 1) : error->message;
+
     const Ref<GstElement> decoder = element("decode");
     GstObject* const source = GST_MESSAGE_SRC(message);
     const bool isVideo = source == GST_OBJECT(element("file").get()) ||
@@ -269,6 +255,8 @@ void Playback::noteError(GstMessage* message) {
     }
     const std::string why = mMissing.empty() ? text : "GStreamer has no " + mMissing;
     if (mLog.frames() == 0) {
+        const bool isBroken = g_error_matches(error, GST_STREAM_ERROR, GST_STREAM_ERROR_DEMUX) ||
+                              g_error_matches(error, GST_STREAM_ERROR, GST_STREAM_ERROR_DECODE);
         throw std::runtime_error("cannot play '" + mOptions.video + "'" +
                                  (isBroken ? ", which seems damaged or cut: " : ": ") + why);
     }

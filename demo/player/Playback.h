@@ -40,7 +40,7 @@ private:
     using Clock = FrameLog::Clock;
 
     Ref<GstElement> element(const char* name) const;
-    void watch(const std::string& element, const char* pad, GstPadProbeType type,
+    void watch(const char* name, const char* pad, GstPadProbeType type,
                GstPadProbeCallback callback);
 
     // On GStreamer's threads.
@@ -52,7 +52,6 @@ private:
     static GstPadProbeReturn onSegment(GstPad* pad, GstPadProbeInfo* info, gpointer self);
 
     bool isOver(GstMessage* message);
-    bool rewind();
     void noteEnd();
     void noteError(GstMessage* message);
 

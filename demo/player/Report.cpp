@@ -13,6 +13,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr char kNotWhole[] = "the file is not complete; is the disk full?";
+
 /** Whether the file ends as a PNG file does. gnuplot ends with 0 also when the disk is full. */
 bool isWholePng(const fs::path& path) {
     constexpr char kEnd[] = "IEND\xae\x42\x60\x82";
@@ -42,7 +44,7 @@ std::string writePlot(const fs::path& path, const fs::path& csv, const RunResult
     if (status != 0) {
         return "gnuplot failed";
     }
-    return isWholePng(path) ? "" : "the file is not complete; is the disk full?";
+    return isWholePng(path) ? "" : kNotWhole;
 }
 
 bool isInstalled(const char* program) {
@@ -69,7 +71,7 @@ Report::Report(const fs::path& folder)
 }
 
 void Report::write(const FrameLog::Result& result) {
-    account(csv, result.tableError);
+    account(csv, result.isTableWhole ? "" : kNotWhole);
     if (result.picture) {
         account(picture, result.picture.write(picture));
     } else {

@@ -5,26 +5,17 @@
 #include <cmath>
 #include <iomanip>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 namespace player {
 namespace {
 
-/** A stream of its own for each line, so that the caller's format settings stay as they are. */
-std::ostringstream line() {
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(1);
-    return text;
-}
-
 void printCount(std::ostream& out, const std::string& name, size_t count, size_t whole) {
-    std::ostringstream text = line();
-    text << "  " << std::left << std::setw(34) << name << std::right << std::setw(7) << count;
+    out << "  " << std::left << std::setw(34) << name << std::right << std::setw(7) << count;
     if (whole > 0) {
-        text << std::setw(8) << 100.0 * static_cast<double>(count) / static_cast<double>(whole)
-             << " %";
+        const double share = static_cast<double>(count) / static_cast<double>(whole);
+        out << std::setw(8) << 100 * share << " %";
     }
-    out << text.str() << '\n';
+    out << '\n';
 }
 
 /** The time that the given share of the frames did not exceed, one that really occurred. */
@@ -35,20 +26,19 @@ float percentile(std::vector<float> times, double share) {
 }
 
 void printLatency(std::ostream& out, const RunResult& result) {
-    std::ostringstream text = line();
     if (result.latencies.empty()) {
-        text << "Latency: no frame reached the processing library";
+        out << "Latency: no frame reached the processing library";
     } else {
-        text << "Latency of " << result.latencies.size() << " processed frames: median "
-             << percentile(result.latencies, 0.5) << " ms, 99th percentile "
-             << percentile(result.latencies, 0.99) << " ms, largest "
-             << percentile(result.latencies, 1) << " ms";
+        out << "Latency of " << result.latencies.size() << " processed frames: median "
+            << percentile(result.latencies, 0.5) << " ms, 99th percentile "
+            << percentile(result.latencies, 0.99) << " ms, largest "
+            << percentile(result.latencies, 1) << " ms";
     }
     if (result.abortMs > 0) {
-        text << " (limits: overload " << result.overloadMs << " ms, abort " << result.abortMs
-             << " ms)";
+        out << " (limits: overload " << result.overloadMs << " ms, abort " << result.abortMs
+            << " ms)";
     }
-    out << text.str() << '\n';
+    out << '\n';
 }
 
 double rate(const RunResult& result) {
@@ -78,10 +68,8 @@ size_t RunResult::count(const std::string& prefix) const {
 }
 
 void printSummary(std::ostream& out, const RunResult& result) {
-    std::ostringstream head = line();
-    head << result.frames << " frames in " << result.seconds << " s, " << rate(result)
-         << " per second";
-    out << head.str() << '\n';
+    out << std::fixed << std::setprecision(1) << result.frames << " frames in " << result.seconds
+        << " s, " << rate(result) << " per second\n";
     printCount(out, "not wanted", result.count("not-offered"), 0);
     for (const auto& [reason, count] : result.notWanted) {
         out << "    " << count << ": " << reason << '\n';

@@ -64,7 +64,7 @@ int play(const player::Options& options) {
         std::cerr << "aisr-check LIBRARY tells what is wrong with it" << std::endl;
     }
     if (result.run.frames == 0) {
-        report.failures.push_back("no frame was played");
+        report.failures.emplace_back("no frame was played");
     }
     for (const std::string& failure : report.failures) {
         std::cerr << "displayengine-player: " << failure << std::endl;
@@ -82,6 +82,7 @@ int main(int argc, char** argv) {
     gst_init(nullptr, nullptr);
     if (options.isVerbose) {
         property_set("ro.debuggable", "1");
+        gst_debug_set_color_mode(GST_DEBUG_COLOR_MODE_OFF);
         gst_debug_set_threshold_for_name("displayenhance", GST_LEVEL_LOG);
     }
     try {

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "Report.h"
-#include "common/DeMutex.h"
-
-#include <utils/String16.h>
-#include <utils/String8.h>
 
 #include <cstdint>
 #include <iostream>
+
+#include "common/DeMutex.h"
 
 namespace sample {
 
@@ -30,25 +28,19 @@ std::string printable(const std::string& text) {
     return result;
 }
 
-std::string describe(const android::os::PersistableBundle& bundle) {
-    std::string entries;
-    const auto append = [&entries](const char* key, const std::string& value) {
-        entries += (entries.empty() ? "" : " ") + std::string(key) + "=" + value;
-    };
-    for (const char* key : {"Key", "Feature", "Type", "Enable", "forceEnable", "FPS", "Value"}) {
-        const android::String16 name(key);
-        android::String16 text;
-        int32_t number = 0;
-        bool flag = false;
-        if (bundle.getString(name, &text)) {
-            append(key, '"' + printable(android::String8(text).string()) + '"');
-        } else if (bundle.getInt(name, &number)) {
-            append(key, std::to_string(number));
-        } else if (bundle.getBoolean(name, &flag)) {
-            append(key, flag ? "true" : "false");
+std::string textOf(const Json& object) {
+    std::string text;
+    for (const auto& [name, value] : object.items()) {
+        text += (text.empty() ? "" : " ") + name + '=';
+        if (value.is_object()) {
+            text += '{' + textOf(value) + '}';
+        } else if (value.is_string()) {
+            text += '"' + printable(value.get<std::string>()) + '"';
+        } else {
+            text += documentOf(value);
         }
     }
-    return "{" + entries + "}";
+    return text;
 }
 
 }  // namespace sample

@@ -2,9 +2,9 @@
 // The sample service's report: one line for each call and event, for people and for scripts.
 #pragma once
 
-#include <binder/PersistableBundle.h>
-
 #include <string>
+
+#include "tools/support/JsonText.h"
 
 namespace sample {
 
@@ -17,7 +17,7 @@ void report(const std::string& line);
  */
 std::string printable(const std::string& text);
 
-/** The entries of `bundle` under the keys that the service knows, as {Key="name" Type=26}. */
-std::string describe(const android::os::PersistableBundle& bundle);
+/** An object's members as they stand in the report: type=15 data={Key="name" Type=26}. */
+std::string textOf(const Json& object);
 
 }  // namespace sample

@@ -88,11 +88,11 @@ int run(const sample::Options& options) {
     sample::report("ready");
     const Clock::time_point start = Clock::now();
     std::thread([service] { readCommands(service, stop); }).detach();
-    for (const sample::Toggle& toggle : options.toggles) {
-        if (stop.waitUntil(start + toggle.after)) {
+    for (const auto& [after, enable] : options.toggles) {
+        if (stop.waitUntil(start + after)) {
             break;
         }
-        service->setEnabled(toggle.enable);
+        service->setEnabled(enable);
     }
     stop.waitUntil(Clock::time_point::max());
     sample::report("stopped");

@@ -45,6 +45,18 @@ protected:
         });
     }
 
+    /** Expects one such message in each stream whose frames come to `outcome`. */
+    void expectOneInAStream(const char* message, const char* outcome) {
+        ElementRun run;
+        for (const char* stream : {"one", "another"}) {
+            run.send(gst_event_new_stream_start(stream));
+            run.setFormat(kUsual);
+            EXPECT_EQ(run.outcome(40), outcome);
+            const Strings told = run.messages();
+            EXPECT_EQ(std::count(told.begin(), told.end(), message), 1) << stream;
+        }
+    }
+
     android::sp<EngineService> service;
     AisrBuffer submitted{}; /**< The frame that the library was given last. */
 };
@@ -180,17 +192,13 @@ TEST_F(ElementTest, AVariableRateIsMeasured) {
 TEST_F(ElementTest, AStreamHasAnIdOfItsOwn) {
     ElementRun run;
     run.setFormat(kUsual);
-    const auto send = [&run](GstEvent* event) { gst_harness_push_event(run.harness, event); };
     GstSegment segment;
     gst_segment_init(&segment, GST_FORMAT_TIME);
     const std::function<void()> begins[] = {
         [&] { run.setFormat(kOdd); },
-        [&] { send(gst_event_new_stream_start("another")); },
-        [&] { send(gst_event_new_segment(&segment)); },
-        [&] {
-            send(gst_event_new_flush_start());
-            send(gst_event_new_flush_stop(FALSE));
-        },
+        [&] { run.send(gst_event_new_stream_start("another")); },
+        [&] { run.send(gst_event_new_segment(&segment)); },
+        [&] { run.send(gst_event_new_flush_stop(FALSE)); },
     };
     run.outcome();
     for (const auto& begin : begins) {
@@ -235,53 +243,30 @@ TEST_F(ElementTest, TellsTheLimitsAndTheLatency) {
     EXPECT_EQ(latency(), 0U);
 }
 
-/** What is said once in a stream, and again in the next. */
-struct Complaint {
-    const char* name;
-    const char* outcome;
-    const char* message;
-    void (*cause)(EngineService* service);
-};
-
-void PrintTo(const Complaint& complaint, std::ostream* text) {
-    *text << complaint.name;
+TEST_F(ElementTest, WarnsOfAMissingLibrary) {
+    processing::use("");
+    expectOneInAStream("warning", "refused-not-ready");
 }
 
-class ElementComplaintTest : public ElementTest, public testing::WithParamInterface<Complaint> {};
-
-TEST_P(ElementComplaintTest, IsMadeOnceInAStream) {
-    GetParam().cause(service.get());
-    ElementRun run;
-    for (const char* stream : {"one", "another"}) {
-        gst_harness_push_event(run.harness, gst_event_new_stream_start(stream));
-        run.setFormat(kUsual);
-        EXPECT_EQ(run.outcome(40), GetParam().outcome);
-        const Strings told = run.messages();
-        EXPECT_EQ(std::count(told.begin(), told.end(), GetParam().message), 1) << stream;
-    }
+TEST_F(ElementTest, WarnsOfAnInvalidConfiguration) {
+    service->config.size = 3;
+    expectOneInAStream("warning", "not-offered not-started");
 }
 
-const Complaint kComplaints[] = {
-    {"NoLibrary", "refused-not-ready", "warning", [](auto*) { processing::use(""); }},
-    {"InvalidConfiguration", "not-offered not-started", "warning",
-     [](auto* service) { service->config.size = 3; }},
-    {"TooFast", "refused-unhealthy", "info",  // The clock stands still.
-     [](auto* service) {
-         service->config.monitorMaxFps = 31;
-         service->config.monitorTolerance = 0;
-     }},
-    {"Overload", "refused-overload", "info",
-     [](auto* service) {
-         service->config.overloadMs = 50;
-         processing::setHook([](const Call& call) {
-             const bool isSlow = call.entry == "AisrProcess";
-             controlled_clock::advance(std::chrono::milliseconds(isSlow ? 50 : 0));
-             return 0;
-         });
-     }},
-};
-INSTANTIATE_TEST_SUITE_P(Each, ElementComplaintTest, testing::ValuesIn(kComplaints),
-                         [](const auto& complaint) { return complaint.param.name; });
+TEST_F(ElementTest, TellsThatFramesComeTooFast) {
+    service->config.monitorMaxFps = 31;  // The clock stands still.
+    service->config.monitorTolerance = 0;
+    expectOneInAStream("info", "refused-unhealthy");
+}
+
+TEST_F(ElementTest, TellsOfAnOverload) {
+    service->config.overloadMs = 50;
+    setHook([] {
+        controlled_clock::advance(std::chrono::milliseconds(50));
+        return 0;
+    });
+    expectOneInAStream("info", "refused-overload");
+}
 
 TEST_F(ElementTest, StartsAndStopsWithoutGrowth) {
     const auto cycles = [this](int count) {

@@ -16,7 +16,7 @@ cd "$work"
 "$cmake" --install "$build" --prefix "$work/staged" >/dev/null
 mv staged prefix
 line=$(sed -n '/^<!-- pipeline: file -->$/,/^```$/p' "$page" | sed '1,2d;$d' |
-    sed "s|PREFIX|$work/prefix|")
+    sed "s|PREFIX|$work/prefix|g")
 [ -n "$line" ] || { echo "$page has no such pipeline" >&2; exit 1; }
 
 export GST_REGISTRY=$build/gstreamer/installed-registry.bin DISPLAYENGINE_RUNTIME_DIR=$work/run

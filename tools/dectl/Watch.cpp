@@ -4,8 +4,6 @@
 #include <binder/IInterface.h>
 #include <binder/PersistableBundle.h>
 #include <binder/ProcessState.h>
-#include <utils/String16.h>
-#include <utils/String8.h>
 
 #include "LibraryLog.h"
 #include "aidl/BnDisplayEngineCallback.h"
@@ -13,7 +11,6 @@
 
 using android::IBinder;
 using android::sp;
-using android::String16;
 using android::os::PersistableBundle;
 
 namespace control {
@@ -25,25 +22,6 @@ public:
 
     const StopSignal stop;
 };
-
-/** The entries that the service's interface names; a bundle does not list its keys. */
-Json entriesOf(const PersistableBundle& data) {
-    Json entries = Json::object();
-    for (const char* key : {"Enable", "Feature", "Key", "Type", "forceEnable", "FPS"}) {
-        const String16 name(key);
-        bool flag = false;
-        int32_t number = 0;
-        String16 text;
-        if (data.getBoolean(name, &flag)) {
-            entries[key] = flag;
-        } else if (data.getInt(name, &number)) {
-            entries[key] = number;
-        } else if (data.getString(name, &text)) {
-            entries[key] = android::String8(text).string();
-        }
-    }
-    return entries;
-}
 
 /**
  * Events come in order, one at a time, on a binder thread; the last may still be printed while the

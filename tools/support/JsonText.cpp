@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/support/JsonText.h"
 
+#include <utils/String8.h>
+
 namespace {
 
 std::string plain(const Json& value) {
@@ -36,4 +38,22 @@ std::string linesOf(const Json& object, const std::string& indent) {
         }
     }
     return lines;
+}
+
+Json entriesOf(const android::os::PersistableBundle& bundle) {
+    Json entries = Json::object();
+    for (const char* key : {"Key", "Feature", "Type", "Enable", "forceEnable", "FPS", "Value"}) {
+        const android::String16 name(key);
+        android::String16 text;
+        int32_t number = 0;
+        bool flag = false;
+        if (bundle.getString(name, &text)) {
+            entries[key] = android::String8(text).string();
+        } else if (bundle.getInt(name, &number)) {
+            entries[key] = number;
+        } else if (bundle.getBoolean(name, &flag)) {
+            entries[key] = flag;
+        }
+    }
+    return entries;
 }

@@ -3,6 +3,8 @@
 // from another process neither forges lines nor reaches a terminal's controls.
 #pragma once
 
+#include <binder/PersistableBundle.h>
+
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -20,3 +22,6 @@ std::string wordsOf(const Json& object);
  * array, are indented below its name, a line each.
  */
 std::string linesOf(const Json& object, const std::string& indent = {});
+
+/** The entries that the service's interface names; a bundle does not list its keys. */
+Json entriesOf(const android::os::PersistableBundle& bundle);

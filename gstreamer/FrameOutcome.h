@@ -3,6 +3,8 @@
 
 #include <gst/gst.h>
 
+#include <array>
+#include <cstdint>
 #include <string>
 
 #include "media/VideoSession.h"
@@ -25,5 +27,22 @@ void registerOutcomeMeta();
  * memory when others hold the buffer too.
  */
 GstBuffer* markOutcome(GstBuffer* buffer, const FrameOutcome& outcome);
+
+/** What became of the frames since the element was started. */
+class Statistics {
+public:
+    void add(const FrameOutcome& frame);
+
+    uint64_t count(media::Outcome outcome) const { return mFrames[static_cast<size_t>(outcome)]; }
+    /** The structure "displayenhance-stats" for the caller to free. */
+    GstStructure* structure(uint64_t held) const;
+
+private:
+    std::array<uint64_t, media::kOutcomes> mFrames{};
+    uint64_t mCalls = 0; /**< Frames whose call of the engine was made. */
+    double mLastMs = 0;
+    double mSumMs = 0;
+    double mMaxMs = 0;
+};
 
 }  // namespace displayengine::gst
