@@ -149,21 +149,22 @@ void readAdapter(Notes& it, string_view function, string_view text) DE_REQUIRES(
     }
 }
 
+void explain(Notes& it, Reason reason, const std::string& what, const std::string& cause = {})
+    DE_REQUIRES(it.mutex) {
+    it.bringUp.reason = reason;
+    it.bringUp.text = what + (cause.empty() ? cause : ": " + cause);
+}
+
 /** The engine did not come up, which comes in two or three messages. */
 void readFacade(Notes& it, string_view text) DE_REQUIRES(it.mutex) {
-    Wanted& told = it.bringUp;
-    const auto explain = [&told](Reason reason, std::string what, const std::string& cause = {}) {
-        told.reason = reason;
-        told.text = what + (cause.empty() ? cause : ": " + cause);
-    };
     if (contains(text, "Failed to get displayengineserver binder")) {
-        explain(Reason::kNoService, "no display engine service was found", it.transport);
+        explain(it, Reason::kNoService, "no display engine service was found", it.transport);
     } else if (contains(text, "getSupported(")) {
-        explain(Reason::kNotSupported, "the service did not say what it supports");
+        explain(it, Reason::kNotSupported, "the service did not say what it supports");
     } else if (contains(text, "AisrEngine initialize() failed!")) {
-        explain(Reason::kNotStarted, "the engine did not come up", it.trouble);
-    } else if (told.reason == Reason::kNotStarted) {
-        explain(Reason::kNotSupported, "the service does not support video enhancement");
+        explain(it, Reason::kNotStarted, "the engine did not come up", it.trouble);
+    } else if (it.bringUp.reason == Reason::kNotStarted) {
+        explain(it, Reason::kNotSupported, "the service does not support video enhancement");
     }
 }
 
