@@ -143,6 +143,7 @@ TEST_F(VideoSessionTest, TellsFramesThatTheEngineRefuses) {
     for (int i = 0; i < 4; ++i) {  // The monitor says nothing of the later ones.
         expectStart(offer(""), "refused-unhealthy: monitor UNHEALTHY ID:");
     }
+    EXPECT_FALSE(written().contains("DE N Media")) << "a message of the session's own";
     controlled_clock::advance(std::chrono::seconds(2));
     EXPECT_EQ(offer(""), "processed");
     EXPECT_EQ(released.lines().size(), 15U);
@@ -302,6 +303,12 @@ TEST_F(VideoSessionTest, ClosesBeforeTheLastFrameIsHandedBack) {
 }
 
 TEST_F(VideoSessionTest, WritesWhatWouldBeWrittenWithoutIt) {
+    property_set("persist.displayengine.log", "true");
+    open();
+    session.reset();
+    EXPECT_TRUE(g_delogdEnable && g_delogiEnable) << "their user wants it";
+    property_set("persist.displayengine.log", "false");
+    written().take();
     open();  // Its manager sets the switches from the properties: off.
     expectStart(written().take().at(0), "4 DE N DECC initLogSwitch:");
     processing::setHook([](const Call& call) { return call.entry == "AisrProcess" ? 1 : 0; });
