@@ -30,7 +30,7 @@ void receive(const __android_log_message* whole) {
     const std::string_view tag = whole->tag != nullptr ? whole->tag : "";
     const std::string_view message = whole->message != nullptr ? whole->message : "";
     const bool isWarning = whole->priority >= ANDROID_LOG_WARN;
-    const auto end = std::end(kLibraryTags);
+    const auto* const end = std::end(kLibraryTags);
     // The verbose switch stays its user's own.
     const bool isRaised = !isWarning && message.substr(0, 5) != "LOGV " &&
                           std::find(std::begin(kLibraryTags), end, tag) != end;
