@@ -40,15 +40,15 @@ gboolean guarded(gpointer element, WORK work) noexcept {
     }
 }
 
-void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
+void setProperty(GObject* object, guint id, const GValue* value, GParamSpec* pspec) {
     if (id == kEnable) {
         GST_DISPLAY_ENHANCE(object)->enhancement->setEnabled(g_value_get_boolean(value) != FALSE);
     } else {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
     }
 }
 
-void getProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
+void getProperty(GObject* object, guint id, GValue* value, GParamSpec* pspec) {
     guarded(object, [&](const Enhancement& enhancement) {
         switch (id) {
             case kEnable:
@@ -67,7 +67,7 @@ void getProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
                 g_value_take_boxed(value, enhancement.limits());
                 break;
             default:
-                G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+                G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
         }
     });
 }
